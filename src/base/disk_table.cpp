@@ -1,0 +1,35 @@
+#include "base/disk_table.h"
+
+#include <unistd.h>
+
+#include <new>
+
+#include "base/number.h"
+
+namespace patrol {
+
+HddExec* hdd_exec_tbl = nullptr;
+int32_t hdd_exec_use = 0;
+
+bool AllocateDiskTable(int count) {
+    FreeDiskTable();
+    if (count > kMaxCount) return false;
+    hdd_exec_tbl = new (std::nothrow) HddExec[static_cast<size_t>(BoundedCount(count))];
+    return hdd_exec_tbl != nullptr;
+}
+
+void FreeDiskTable() {
+    for (int i = 0; i < hdd_exec_use; ++i) {
+        if (hdd_exec_tbl[i].read_fd >= 0) close(hdd_exec_tbl[i].read_fd);
+    }
+    delete[] hdd_exec_tbl;
+    hdd_exec_tbl = nullptr;
+    hdd_exec_use = 0;
+}
+
+HddExec* DiskEntry(int index) {
+    if (hdd_exec_tbl == nullptr || index < 0 || index >= hdd_exec_use) return nullptr;
+    return &hdd_exec_tbl[index];
+}
+
+}  // namespace patrol

@@ -1,0 +1,45 @@
+#include "base/file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace patrol {
+
+Stream OpenForReading(const char* path) {
+    Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat status = {};
+    if (!file.ok() || fstat(file.get(), &status) != 0) return nullptr;
+    if (S_ISDIR(status.st_mode)) {
+        errno = EISDIR;
+        return nullptr;
+    }
+    FILE* stream = fdopen(file.get(), "r");
+    if (stream != nullptr) file.Release();
+    return Stream(stream);
+}
+
+void Descriptor::Reset(int fd) {
+    if (fd_ >= 0) close(fd_);
+    fd_ = fd;
+}
+
+bool WriteAll(int fd, std::string_view bytes, size_t* written) {
+    size_t done = 0;
+    bool good = true;
+    while (good && done < bytes.size()) {
+        const ssize_t taken = write(fd, bytes.data() + done, bytes.size() - done);
+        if (taken > 0) {
+            done += static_cast<size_t>(taken);
+        } else if (taken == 0 || errno != EINTR) {
+            if (taken == 0) errno = EIO;
+            good = false;
+        }
+    }
+    if (written != nullptr) *written = done;
+    return good;
+}
+
+}  // namespace patrol

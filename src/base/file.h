@@ -1,0 +1,45 @@
+// Handles that close themselves. Everything opened here is close-on-exec.
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+namespace patrol {
+
+struct StreamCloser {
+    void operator()(FILE* stream) const { std::fclose(stream); }
+};
+using Stream = std::unique_ptr<FILE, StreamCloser>;
+
+// Opens `path` for reading; null with errno set on failure, a directory being one. A named pipe
+// does not block: without a writer it reads as empty.
+Stream OpenForReading(const char* path);
+
+// A descriptor that is closed when its holder goes. -1 is none.
+class Descriptor {
+ public:
+    Descriptor() = default;
+    explicit Descriptor(int fd) : fd_(fd) {}
+    Descriptor(Descriptor&& other) noexcept : fd_(other.Release()) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        Reset(other.Release());
+        return *this;
+    }
+    ~Descriptor() { Reset(-1); }
+
+    int get() const { return fd_; }
+    bool ok() const { return fd_ >= 0; }
+    int Release() { return std::exchange(fd_, -1); }
+    void Reset(int fd);
+
+ private:
+    int fd_ = -1;
+};
+
+// Writes all of `bytes`, going on after a short or interrupted write. False with errno set when
+// that fails; `*written`, if given, is how many bytes were taken either way.
+bool WriteAll(int fd, std::string_view bytes, size_t* written = nullptr);
+
+}  // namespace patrol

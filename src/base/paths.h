@@ -1,0 +1,67 @@
+// The directories and files of this run.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+#include "base/text.h"
+
+namespace patrol {
+
+using Path = Text<512>;
+using LongPath = Text<1024>;
+
+// Values of "KVX_log" and "KVX_data"; null until the run environment is set up.
+extern const char* trc_name;
+extern const char* path_name;
+
+extern Path env_path;            // patrol settings
+extern Path para_path;           // patrol test parameters
+extern Path dev_path;            // device list of the test side
+extern Path sche_path;           // patrol Schedule file
+extern Path tmp_path;            // saved pipe data
+extern Path hddt_path;           // disk table of the test side
+extern LongPath xml_path;        // device configuration
+extern Path env_path2;           // padiag settings
+extern Path sche_path2;          // padiag Schedule file
+extern Path para_path2;          // padiag test parameters
+extern Path lba_path;            // disk progress of the padiag run
+extern LongPath nontarget_path;  // devices that are never diagnosed
+extern Path lba_bup_path;        // saved copy of the disk progress
+
+// Selection bits of the file table. The padiag files share bits with the patrol files, so that a
+// mask of one bit may take in several entries; what uses the masks depends on it.
+enum : uint32_t {
+    kFileEnv = 0x01,
+    kFilePara = 0x02,
+    kFileDev = 0x04,
+    kFileSche = 0x08,
+    kFileTmp = 0x10,
+    kFileHddt = 0x20,
+    kFileEnv2 = 0x30,
+    kFileSche2 = 0x50,
+    kFilePara2 = 0x40,
+    kFileLba = 0x60,
+    kFileLbaBup = 0x80,
+    kFileTableEnd = 0xffffffff,
+};
+
+struct FileEntry {
+    uint32_t identifier;
+    const char* path;
+    uint32_t open;  // 1 while the file is open through ptl_file_cntl
+    FILE* stream;
+};
+
+// Ends at the entry whose identifier is kFileTableEnd. That end must be tested before any mask:
+// it has every bit set.
+extern FileEntry f_cntl[];
+
+// The entry with exactly this identifier; null when there is none.
+FileEntry* FindFile(uint32_t identifier);
+
+// Fills every path from `data_directory` ("directory/name", cut to its size) and hands the paths to
+// f_cntl. Returns the length that the last path would have uncut.
+int BuildPaths(const char* data_directory);
+
+}  // namespace patrol

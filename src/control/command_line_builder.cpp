@@ -1,0 +1,45 @@
+#include "control/command_line_builder.h"
+
+namespace patrol {
+namespace {
+
+using Item = Text<64>;
+using DeviceItem = Text<512>;
+
+}  // namespace
+
+void CommandLineBuilder::AddDevice(const char* device) {
+    DeviceItem item("-dev ");
+    item.Append(device);
+    AddItem(item.c_str());
+}
+
+void CommandLineBuilder::AddText(const char* option, const ProfileReader& from, const char* section,
+                                 const char* key, const char* default_value) {
+    Text<513> value;
+    from.String(section, key, default_value, &value);
+    Item item;
+    if (option != nullptr) {
+        item.Assign(option);
+        item.Append(" ");
+    }
+    item.Append(value.view());
+    AddItem(item.c_str());
+}
+
+void CommandLineBuilder::AddNumber(const char* option, const ProfileReader& from,
+                                   const char* section, const char* key, int default_value) {
+    Item item;
+    item.Format("%s %d", option, from.Int(section, key, default_value));
+    AddItem(item.c_str());
+}
+
+void CommandLineBuilder::AddWord(const char* word) { AddItem(word); }
+
+void CommandLineBuilder::AddItem(const char* item) {
+    if (!first_) line_.Append(" ");
+    first_ = false;
+    line_.Append(item);
+}
+
+}  // namespace patrol

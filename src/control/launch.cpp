@@ -1,0 +1,144 @@
+#include "control/launch.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/clocks.h"
+#include "base/file.h"
+#include "base/kinds.h"
+#include "msg/call_failure.h"
+#include "msg/ptl_exit.h"
+#include "msg/ptl_printf.h"
+#include "msg/trace.h"
+#include "sys/child.h"
+
+namespace patrol {
+
+pid_t test_pid = 0;
+int pipe_rw_wk[2] = {-1, -1};
+pid_t ProcessIdCpu = 0;
+int PipeCpuRead = -1;
+int PipeCpuWrite = -1;
+pid_t ProcessIdMem = 0;
+int PipeMemRead = -1;
+int PipeMemWrite = -1;
+
+namespace {
+
+constexpr int kSignalMaskFailed = 1;
+constexpr int kNotExecuted = 4;
+
+int LaunchFailed(const char* caller, const char* call, int error) {
+    Ptltrprintf("[%s] System Call Error (%s), errno:%d\n", caller, call, error);
+    Ptltrprintf("[%s] cause     : %s\n", caller, std::strerror(error));
+    Ptltrprintf("[%s] Error End\n", caller);
+    return -1;
+}
+
+int MaskFailed(const char* call, int error, const char* operation) {
+    ReportCallFailure(CallFailure(call, error));
+    if (operation != nullptr) ptl_printf(kTraceDetail, nullptr, "L1010", 1, operation);
+    return -1;
+}
+
+}  // namespace
+
+int test_exec_init(int kind, int, const char* command, LaunchBlock* block) {
+    *block = LaunchBlock();
+    const char* directory = std::getenv("KVX_bin");
+    if (directory == nullptr) {
+        Ptltrprintf("[%s] Environment Variable %s Not Found.\n", __func__, "KVX_bin");
+        return -1;
+    }
+    const Kind* row = FindKind(kind);
+    if (row == nullptr) {
+        Ptltrprintf("Internal Interface Error , error value=0x%x.\n", static_cast<unsigned>(kind));
+        return -1;
+    }
+    block->kind_name.Assign(row->name);
+    block->path.Format("%s/%s", directory, row->program);
+    block->slot[0] = block->path;
+    std::string_view rest = command;
+    for (int i = 1; i < LaunchBlock::kSlots && !rest.empty(); ++i) {
+        const size_t word = std::min(rest.find(' '), rest.size());
+        block->slot[i].Assign(rest.substr(0, word));
+        rest.remove_prefix(std::min(word + 1, rest.size()));
+    }
+    Ptltrprintf("[%s] [exec] %s %s.\n", __func__, block->path.c_str(), command);
+    return 0;
+}
+
+int test_exec(int kind, int reserved, int timeout, const char* command, int32_t* read_fd,
+              int32_t* write_fd, pid_t* pid) {
+    Ptltrprintf("[%s] Start.\n", __func__);
+    LaunchBlock block;
+    if (test_exec_init(kind, reserved, command, &block) != 0) {
+        ptl_printf(kTraceDetail, nullptr, "T1112", __func__);
+        return -1;
+    }
+    if (pipe2(pipe_rw_wk, O_CLOEXEC) != 0) return LaunchFailed(__func__, "pipe", errno);
+    Descriptor read_end(pipe_rw_wk[0]);
+    Descriptor write_end(pipe_rw_wk[1]);
+
+    ChildStart start;
+    start.output = start.error = write_end.get();
+    start.run = [&] { child_proc(kind, block); };
+    test_pid = StartChild(start);
+    // A failed fork goes by the name of the pipe as well.
+    if (test_pid < 1) return LaunchFailed(__func__, "pipe", errno);
+
+    write_end.Reset(-1);
+    Ptltrprintf("[%s] Patrol Started(%s).\n", __func__, block.kind_name.c_str());
+    Ptltrprintf("[%s] End.\n", __func__);
+    *pid = test_pid;
+    *read_fd = read_end.Release();
+    *write_fd = pipe_rw_wk[1];
+    check_time(1, timeout);
+    return 0;
+}
+
+void child_proc(int kind, const LaunchBlock& block) {
+    if (kind == kKindCpu && cntl_sigfpe(1) != 0) ptl_exit(kSignalMaskFailed);
+    // execv takes its arguments as writable text, but leaves them alone.
+    LaunchBlock own = block;
+    char* arguments[LaunchBlock::kSlots + 1] = {};
+    for (int i = 0; i < LaunchBlock::kSlots && !own.slot[i].empty(); ++i) {
+        arguments[i] = own.slot[i].data();
+        Ptltrprintf("[%s] [%s:%d] %s\n", __func__, "execv(argv)", i, arguments[i]);
+    }
+    Ptltrprintf("[%s] [%s:%d] %s\n", __func__, "execv(path)", 1, own.path.c_str());
+    execv(own.path.c_str(), arguments);
+    const int error = errno;
+    Ptltrprintf("[%s] System Call Error (%s) , errno:%d\n", __func__, "execv", error);
+    Ptltrprintf("[%s] cause     : %s\n", __func__, std::strerror(error));
+    ptl_exit(kNotExecuted);
+}
+
+int cntl_sigfpe(int mode) {
+    static bool changed = false;
+    if (!changed && mode == 0) return 0;
+    sigset_t mask;
+    if (sigprocmask(SIG_SETMASK, nullptr, &mask) != 0) {
+        return MaskFailed("sigprocmask", errno, "SIG_SETMASK");
+    }
+    const int blocked = sigismember(&mask, SIGFPE);
+    if (blocked < 0) return MaskFailed("sigismember", errno, nullptr);
+    const bool open_it = mode != 0;
+    if ((blocked == 0) == open_it) return 0;
+
+    sigset_t only;
+    sigemptyset(&only);
+    sigaddset(&only, SIGFPE);
+    if (sigprocmask(open_it ? SIG_UNBLOCK : SIG_BLOCK, &only, nullptr) != 0) {
+        return MaskFailed("sigprocmask", errno, open_it ? "SIG_UNBLOCK" : "SIG_BLOCK");
+    }
+    changed = true;
+    return 0;
+}
+
+}  // namespace patrol

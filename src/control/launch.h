@@ -1,0 +1,49 @@
+// Starting a test program as a child of this process.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+
+#include "base/text.h"
+
+namespace patrol {
+
+// What a test program is started with.
+struct LaunchBlock {
+    static constexpr int kSlots = 32;
+    Text<64> kind_name;
+    Text<512> path;          // of the program, in the agent's binary directory
+    Text<512> slot[kSlots];  // slot 0 is the path; the first empty slot ends the arguments
+};
+
+// Of the last launch, and of the running processor and memory tests.
+extern pid_t test_pid;
+extern int pipe_rw_wk[2];
+extern pid_t ProcessIdCpu;
+extern int PipeCpuRead;
+extern int PipeCpuWrite;
+extern pid_t ProcessIdMem;
+extern int PipeMemRead;
+extern int PipeMemWrite;
+
+// Fills `block` for a test of `kind`: `command` is split at single blanks, so that two blanks in a
+// row give an empty argument, which ends them; words past slot 31 are dropped. `reserved` is not
+// used. 0, or -1 when "KVX_bin" is unset or the kind is unknown (traced).
+int test_exec_init(int kind, int reserved, const char* command, LaunchBlock* block);
+
+// Starts the test with its standard output and standard error on a pipe, and starts the pass clock
+// with `timeout` seconds. 0 with the read end, the number of the write end (closed here) and the
+// pid, or -1 (traced). A program that cannot be executed is seen as a pipe that ends at once.
+int test_exec(int kind, int reserved, int timeout, const char* command, int32_t* read_fd,
+              int32_t* write_fd, pid_t* pid);
+
+// The child's side: makes sure that a processor test gets SIGFPE, and executes the program. Ends
+// the child with status 1 or 4 where that fails.
+[[noreturn]] void child_proc(int kind, const LaunchBlock& block);
+
+// Mode 1 makes sure that SIGFPE is not blocked; mode 0 blocks it again where an earlier call had
+// opened it. 0, or -1 (reported).
+int cntl_sigfpe(int mode);
+
+}  // namespace patrol

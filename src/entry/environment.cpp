@@ -1,0 +1,87 @@
+#include "entry/environment.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/paths.h"
+#include "base/run_mode.h"
+#include "control/test_stop.h"
+#include "msg/catalogue.h"
+#include "msg/ptl_exit.h"
+#include "msg/ptl_printf.h"
+#include "msg/trace.h"
+#include "sys/signals.h"
+
+namespace patrol {
+namespace {
+
+constexpr size_t kHostNameSize = 62;
+constexpr uint32_t kTraceLineSize = 0x10000;
+constexpr int32_t kTraceLines = 5;
+
+// The value of a variable without which there is nothing to do. `flags` say where its absence is
+// reported.
+const char* RequiredVariable(const char* name, unsigned flags) {
+    const char* value = std::getenv(name);
+    if (value != nullptr) return value;
+    // The catalogue's place depends on these variables, so its first slot is filled by hand.
+    global_msg_list[0] = {"W2895", "Environment variable<<%s>> not found"};
+    ptl_printf(flags, nullptr, "W2895", name);
+    ptl_exit(1);
+}
+
+void Install(int signal, SignalHandler handler) {
+    if (InstallHandler(signal, handler) == 0) return;
+    const int error = errno;
+    ptl_printf(kTraceDetail, nullptr, "W2824");
+    // Both signals are reported under this name; the message's readers know it so.
+    ptl_printf(kTraceDetail, nullptr, "L1956", "SIGINT");
+    ptl_printf(kTraceDetail, nullptr, "L1950", std::strerror(error));
+}
+
+}  // namespace
+
+void EnsureStandardDescriptors() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        // The lowest free descriptor is taken, which is `fd`.
+        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) return;
+    }
+}
+
+int setup_hostname() {
+    host_buf.Clear();
+    char name[64] = "";
+    if (gethostname(name, kHostNameSize) != 0) return -1;
+    host_buf.Assign(name);
+    host_buf.Append(",");
+    const rlimit none = {0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+    return 0;
+}
+
+int set_filepath() {
+    trc_name = RequiredVariable("KVX_log", kAgentEvent);
+    path_name = RequiredVariable("KVX_data", kTraceDetail);
+
+    // A padiag run with the debug word traces where patrol does: the whole mode word is compared.
+    LongPath trace_path;
+    trace_path.Format("%s/%s", trc_name, entry_cmd == kModePadiag ? "padiag_log" : "pat_trc_log");
+    if (trinit(trace_path.c_str(), kTraceLineSize, kTraceLines) != 0) {
+        std::printf("[%s] trinit error.\n", __func__);
+        ptl_exit(1);
+    }
+    return BuildPaths(path_name);
+}
+
+void ptl_sigaction() {
+    Install(SIGINT, sigint_func);
+    Install(SIGHUP, sighup_func);
+}
+
+}  // namespace patrol

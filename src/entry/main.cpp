@@ -1,0 +1,44 @@
+// patrol.exe: decides which components are due for a background diagnosis, starts the test
+// programs, and turns what they report into the schedule, histories, logs and part reports.
+
+#include "base/run_mode.h"
+#include "control/patrol_run.h"
+#include "entry/command_line.h"
+#include "entry/environment.h"
+#include "msg/catalogue.h"
+#include "msg/log_files.h"
+#include "msg/ptl_exit.h"
+#include "msg/trace.h"
+#include "schedule/sched_main.h"
+#include "sys/signals.h"
+
+namespace {
+
+int RunMode() {
+    switch (patrol::RunMode()) {
+        case patrol::kModeStart:
+            return patrol::cntl_main();
+        case patrol::kModePadiag:
+            patrol::Ptltrprintf("[%s] The on-request diagnosis is not available.\n", "main");
+            return -1;
+        default:
+            return patrol::sched_main();
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    patrol::EnsureStandardDescriptors();
+    patrol::PrepareSignals();
+    patrol::ClearLogBuffers();
+    patrol::setup_hostname();
+    const patrol::CommandText command = patrol::JoinWords(argc, argv);
+    patrol::ParseCommandLine(argc, argv, command);
+
+    patrol::set_filepath();
+    patrol::Ptltrprintf("[%s] %s.\n", "main", command.c_str());
+    patrol::ptl_set_msglist();
+    patrol::ptl_sigaction();
+    patrol::ptl_exit(RunMode() == 0 ? 0 : 1);
+}

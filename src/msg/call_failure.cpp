@@ -1,0 +1,23 @@
+#include "msg/call_failure.h"
+
+#include <cstring>
+
+#include "msg/ptl_printf.h"
+
+namespace patrol {
+
+void ReportCallFailure(const CallFailure& failure) {
+    ptl_printf(kTraceDetail, nullptr, "E3895", failure.call, failure.error);
+    if (failure.event_text != nullptr) {
+        ptl_printf(kAgentEvent, nullptr, "E3899", failure.event_text);
+    }
+    if (failure.cause) ptl_printf(kTraceDetail, nullptr, "L1950", std::strerror(failure.error));
+    if (failure.file != nullptr) ReportFileName(failure.file, failure.file_note);
+    if (failure.mode != nullptr) ptl_printf(kTraceDetail, nullptr, "L1952", failure.mode);
+}
+
+void ReportFileName(const char* file, const char* note) {
+    ptl_printf(kTraceDetail, nullptr, "L1951", file, note);
+}
+
+}  // namespace patrol

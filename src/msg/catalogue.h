@@ -1,0 +1,36 @@
+// Message texts by number: "pat_msge.txt" for what users see (I, W, E), a built-in table for the
+// rest (L, T, D).
+#pragma once
+
+#include "base/text.h"
+
+namespace patrol {
+
+struct CatalogueEntry {
+    Text<6> number;  // a letter and four digits
+    Text<82> format;
+};
+
+inline constexpr int kCatalogueSize = 128;
+
+// The external catalogue; empty slots have an empty number.
+extern CatalogueEntry global_msg_list[kCatalogueSize];
+
+struct BuiltinMessage {
+    const char* number;
+    const char* format;
+};
+
+// Ends at the entry "X".
+extern const BuiltinMessage local_msg_list[];
+
+// Loads "pat_msge.txt" of the data directory. Lines that are not "NUMBER","TEXT"; with a number of
+// this program are passed over, as the file serves others too; a text of more than 81 characters,
+// its closing quote and ";" included, comes out empty. Returns 0. A file that cannot be opened ends
+// the program with status 1, after the usual messages about it.
+int ptl_set_msglist();
+
+// The text of `number`, compared over its five characters; null when it is unknown.
+const char* msgno_to_fmt(const char* number);
+
+}  // namespace patrol

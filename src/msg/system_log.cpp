@@ -1,0 +1,69 @@
+#include "msg/system_log.h"
+
+#include <syslog.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "base/file.h"
+#include "base/paths.h"
+#include "msg/call_failure.h"
+#include "msg/event.h"
+#include "msg/format.h"
+
+namespace patrol {
+namespace {
+
+using StagedLine = Text<2056>;
+
+StagedLine ComposeLine(const char* number, const char* text) {
+    StagedLine line;
+    if (number == nullptr || std::strcmp(number, "L1000") == 0) {
+        line.Format("%s\n", text);
+    } else if (std::strcmp(number, "E0809") == 0) {
+        line.Format("%s:ZQWNkvx %s\n", number, text);
+    } else {
+        line.Format("%s: %s\n", number, text);
+    }
+    return line;
+}
+
+int OpenFailed(const Path& path, const char* mode, int error) {
+    CallFailure failure("fopen", error);
+    failure.file = path.c_str();
+    failure.mode = mode;
+    ReportCallFailure(failure);
+    event("E3899:<<file name = %s>>", path.c_str());
+    return -1;
+}
+
+// Hands every staged line to the system log.
+int SendStaged(const Path& path) {
+    const Stream file = OpenForReading(path.c_str());
+    if (file == nullptr) return OpenFailed(path, "r", errno);
+    openlog("KVX", LOG_PID, LOG_USER);
+    char line[StagedLine::kSize];
+    while (std::fgets(line, sizeof line, file.get()) != nullptr) {
+        syslog(LOG_USER | LOG_ERR, "%s", FormatMessage(line, nullptr, 0).c_str());
+    }
+    return 0;
+}
+
+}  // namespace
+
+int ptl_system_logging(const char* number, const char* text) {
+    const bool starts_group = number != nullptr && std::strcmp(number, "I0807") == 0;
+    const bool ends_group = number != nullptr && std::strcmp(number, "E0809") == 0;
+    Path path;
+    path.Format("%s/%s", trc_name, "pat_sys.log");
+    {
+        const char* mode = starts_group ? "w" : "a";
+        const Stream file(std::fopen(path.c_str(), starts_group ? "we" : "ae"));
+        if (file == nullptr) return OpenFailed(path, mode, errno);
+        std::fputs(ComposeLine(number, text).c_str(), file.get());
+    }
+    return ends_group ? SendStaged(path) : 0;
+}
+
+}  // namespace patrol

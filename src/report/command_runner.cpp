@@ -1,0 +1,124 @@
+#include "report/command_runner.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "msg/trace.h"
+#include "sys/child.h"
+#include "sys/retry.h"
+#include "sys/signals.h"
+
+namespace patrol {
+namespace {
+
+constexpr int kAttempts = 5;
+
+pid_t kpid = 0;   // the running command, 0 when there is none
+int siginfo = 0;  // the signal that ended the wait
+
+// Handler for SIGTERM and SIGALRM. It only runs in the wait for the command, which it ends.
+void term_process(int signal) { NoteSignal(signal); }
+
+bool InstallTermProcess(int signal, const char* name) {
+    if (rsignal(signal, term_process, kAttempts) == 0) return true;
+    const int error = errno;
+    put_error_message(kErrorInternal, "signal()");
+    OutTracef("Registration of %s went wrong.(errno=%d)\n", name, error);
+    outtrace("ERROR END execute()");
+    return false;
+}
+
+// The child's side; comes back when the command cannot be executed.
+void Become(const char* path, char* const* arguments) {
+    const int result = rexecv(path, arguments, kAttempts);
+    put_error_message(kErrorCommand, path);
+    OutTracef("MSG [%s L%d]> child process recieve value:(%d) from rexecv", "execute()", 461,
+              result);
+    outtrace("ERROR END execute()");
+    _exit(static_cast<unsigned char>(-1));
+}
+
+void TraceWakeUp(int status) {
+    if (WIFEXITED(status)) {
+        OutTracef("(%s) parts-> exit_code=%d\n", "execute", WEXITSTATUS(status));
+    } else if (WIFSIGNALED(status)) {
+        OutTracef("(%s) parts-> killed by signal=%d\n", "execute", WTERMSIG(status));
+    } else if (WIFSTOPPED(status)) {
+        OutTracef("(%s) parts-> stopped by signal=%d\n", "execute", WSTOPSIG(status));
+    } else {
+        OutTracef("(%s) parts-> continued\n", "execute");
+    }
+}
+
+int ExitStatus(int status) { return (status >> 8) & 0xff; }
+
+// Waits until the command has ended. False when SIGTERM or the time limit ended the wait.
+bool WaitForCommand(int* status) {
+    while (true) {
+        if (WaitForChild(kpid, status, WUNTRACED) < 0) {
+            siginfo = errno == EINTR ? LastNotedSignal() : 0;
+            if (siginfo != 0) return false;
+            OutTracef("(%s) waitpid -> %s.\n", "execute", "Wait_failed");
+            return true;
+        }
+        TraceWakeUp(*status);
+        if (WIFEXITED(*status) || WIFSIGNALED(*status)) return true;
+    }
+}
+
+}  // namespace
+
+int execute(const char* path, char* const* arguments, int seconds) {
+    SignalScope scope;
+    scope.LetIn(SIGTERM);
+    scope.LetIn(SIGALRM);
+    scope.KeepOut(SIGINT);
+    scope.KeepOut(SIGHUP);
+    if (!InstallTermProcess(SIGTERM, "SIGTERM") || !InstallTermProcess(SIGALRM, "SIGALRM")) {
+        return -1;
+    }
+
+    ChildStart start;
+    start.run = [&] { Become(path, arguments); };
+    start.fork_call = [] { return rfork(kAttempts); };
+    kpid = StartChild(start);
+    if (kpid < 0) {
+        kpid = 0;
+        put_error_message(kErrorInternal, "fork()");
+        outtrace("ERROR END execute()");
+        return -1;
+    }
+    SignalScope::SetAlarm(seconds);
+    int status = 0;
+    if (!WaitForCommand(&status)) {
+        const int result = interproc(siginfo);
+        outtrace("INIT execute()");
+        return ExitStatus(result);
+    }
+    kpid = 0;
+    OutTracef("MSG [%s L%d]> parent process recieve status:(%d) return value:(%d)", "execute()",
+              447, status, ExitStatus(status));
+    return ExitStatus(status);
+}
+
+int interproc(int signal) {
+    outtrace("IN interproc()");
+    int status = 0;
+    if (kpid > 0) {
+        if (SignalChild(kpid, SIGTERM) != 0) {
+            put_error_message(kErrorInternal, "kill()");
+            outtrace("ERROR END interproc()");
+            return -1;
+        }
+        rwait(kpid, &status, kAttempts);
+        kpid = 0;
+    }
+    if (signal != SIGTERM) return status;
+    OutTracef("Recive SIGTERM.(pid:%d)\n", getpid());
+    outtrace("NORMAL END interproc()");
+    return 1;
+}
+
+}  // namespace patrol

@@ -1,0 +1,49 @@
+// The history files that an administrator reads: "patstat0.txt" for patrol, "pastat.txt" for
+// padiag, both in the log directory. Every line begins with a local time stamp.
+#pragma once
+
+#include "base/paths.h"
+#include "base/text.h"
+
+namespace patrol {
+
+// Result codes of a history line.
+enum : int {
+    kResultOk = 0,
+    kResultError = 1,
+    kResultAbort = 2,
+    kResultTimeout = 3,
+    kResultCancel = 4,
+};
+
+// Appends "TIME RESULT COMPONENT DEVICE [Ns]MESSAGE" to the patrol history, stamped with the start
+// time; the message follows the "]" directly. `kind` and `entry` choose the run clock, which is
+// sampled; a processor test always counts as 1 second, and its running time is set back to 1. A
+// null `message` is none. Ages the file first. 0, or -1 when it cannot be opened.
+int ptl_history(int result, int kind, const char* device, const char* message, int entry);
+
+// Appends the devices, or the test kinds, that a new or changed schedule is for. `mode` is the run
+// mode. 0, or -1 when the file cannot be opened.
+int ptl_change_hist(int mode, const char* devices);
+int ptl_change_hist2(int mode);
+int PadiagChangeHist(int mode, const char* devices);
+int PadiagChangeHist2(int mode);
+
+// Paths of the two files.
+Path PatrolHistoryPath();
+Path PadiagHistoryPath();
+
+// Ages a history file above 1,048,447 bytes. This does not shift generations as one would expect,
+// and must stay so: "patstat3.txt" is removed, `path` becomes its name, the renames that follow
+// find nothing to rename, and the caller appends to "patstat3.txt" from then on.
+void ptl_histfile_cntl(Path* path);
+
+// What follows the first "ERROR   :" of a result text, up to the line's end and at most 80
+// characters, in a static buffer; null when there is none.
+const char* get_error_msg(const char* text);
+
+// The word for a result code (empty when unknown), and for a run mode.
+const char* ptl_result_str(int result);
+const char* ptl_histentry_str(int mode);
+
+}  // namespace patrol

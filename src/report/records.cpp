@@ -1,0 +1,166 @@
+#include "report/records.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "base/clocks.h"
+#include "base/kinds.h"
+#include "msg/ptl_printf.h"
+#include "msg/trace.h"
+#include "report/record_fields.h"
+
+namespace patrol {
+namespace {
+
+constexpr size_t kMaxLogText = 106;
+constexpr size_t kLogStampAt = 11;
+constexpr size_t kLogStampSize = 26;
+
+void DebugNumber(const char* name, uint32_t number) {
+    ptl_printf(kDebugDetail, nullptr, "D1500", name, number);
+}
+
+template <size_t N>
+void DebugText(const char* name, const Text<N>& text) {
+    ptl_printf(kDebugDetail, nullptr, "D1501", name, text);
+}
+
+// The type word for a transmit type; 0 when there is no such type.
+uint32_t TypeWord(uint32_t transmit_type) {
+    if (transmit_type >= 1 && transmit_type <= 4) return transmit_type;
+    return transmit_type == 6 ? uint32_t{kTypeProcess} : 0;
+}
+
+// Where a log text goes, by its effective level and message id.
+unsigned LogDestination(uint32_t level, const char* id) {
+    if (level == 0) return kRelayed | kToTrace;
+    if (level == 2) return kRelayed | kToSystemLog;
+    if (id[0] == 'W' || id[0] == 'E') return kRelayed | kToEvent | kToSystemLog;
+    return kRelayed | kToEvent;
+}
+
+}  // namespace
+
+int check_testdata_head(const char* record, const char* device, RecordContext* context) {
+    const Text<5> type_field = Field<5>(record);
+    const uint32_t type = TypeWord(ParseUnsigned(type_field.c_str(), 0));
+    if (type == 0) {
+        Ptltrprintf("[%s] External Interface Error. data= %s , error value= 0x%x buff=%s.\n",
+                    __func__, "transmit type", context->type, type_field.c_str());
+        return -1;
+    }
+    context->type = type;
+    if (type != kTypeProgress) {
+        Ptltrprintf("[%s] transmit type= %d(%s).\n", __func__, static_cast<int>(type),
+                    type_field.c_str());
+    }
+    context->lines = ParseInt(Field<5>(record + 5).c_str(), 0);
+    if (context->lines == 0) {
+        Ptltrprintf("[%s] External Interface Error. data= %s , error value= 0x%x.\n", __func__,
+                    "transmit lines", 0);
+        return -1;
+    }
+    DebugNumber("transmit lines", static_cast<uint32_t>(context->lines));
+    context->program = NameField<17>(record + 10);
+    DebugText("test program", context->program);
+    context->device.Assign(device);
+    DebugText("device name", context->device);
+    return 0;
+}
+
+int check_testdata_log(const char* body, const RecordContext& context) {
+    const Text<5> level_field = Field<5>(body);
+    const uint32_t level = ParseUnsigned(level_field.c_str(), 0);
+    if (level != 1 && level != 2) {
+        Ptltrprintf("[%s] External Interface Error. data= %s , error value= 0x%x tmp_buf=%s.\n",
+                    __func__, "message output", level, level_field.c_str());
+        return -1;
+    }
+    DebugNumber("message output", level);
+    Text<6> id = Field<6>(body + 5);
+    uint32_t effective_level = level;
+    if (id.view() == "00000") {
+        id.Assign("L1000");
+        if (level == 1) effective_level = 0;
+    }
+    DebugText("message id", id);
+
+    std::string_view rest = body;
+    rest.remove_prefix(std::min(rest.size(), kLogStampAt));
+    const size_t comma = std::min(rest.find(','), rest.size());
+    Text<kLogStampSize + 1> stamp(rest.substr(0, comma));
+    stamp.TrimEnd(" ");
+    std::string text(rest.substr(std::min(comma + 1, rest.size())));
+    text.erase(std::min(text.find('\n'), text.size()));
+    text.erase(text.find_last_not_of(" ,\r\n") + 1);
+    text.erase(std::min(text.size(), kMaxLogText));
+
+    const RecordHeader header = {stamp.c_str(), context.device.c_str(), id.c_str(),
+                                 context.program.c_str()};
+    ptl_printf(LogDestination(effective_level, id.c_str()), &header, text.c_str());
+    Ptltrprintf("[%s] End.\n", __func__);
+    return 0;
+}
+
+int check_testdata_hddinfo(const char* body, const RecordContext&, uint32_t* capacity) {
+    constexpr char kBadField[] =
+        "[%s] External Interface Error. data= %s , error value= 0x%x tmp_buf=%s.\n";
+    *capacity = NumberField<13>(body);
+    if (*capacity == 0) {
+        Ptltrprintf(kBadField, __func__, "HDD capacity", 0, Field<13>(body).c_str());
+        return -1;
+    }
+    const uint32_t sector_size = NumberField<7>(body + 11);
+    if (sector_size == 0) {
+        Ptltrprintf(kBadField, __func__, "HDD byte/sector", 0, Field<7>(body + 11).c_str());
+        return -1;
+    }
+    DebugNumber("HDD capacity", *capacity);
+    DebugNumber("HDD byte/sector", sector_size);
+    DebugNumber("HDD bus type", NumberField<5>(body + 18));
+    DebugText("serial number", Field<17>(body + 23));
+    DebugText("firmware version", Field<5>(body + 40));
+    return 0;
+}
+
+int check_testdata_proc(const char* body) {
+    const Text<13> field = Field<13>(body);
+    const uint32_t content = ParseUnsigned(field.c_str(), 0);
+    if (content != 1 && content != 2) {
+        Ptltrprintf(
+            "[%s] External Interface Error(content not 1 or 2). data= %s , content= 0x%x "
+            "tmp_buf=%s.\n",
+            __func__, "process", content, field.c_str());
+        return -1;
+    }
+    DebugNumber("process", content);
+    return content == 1 ? 1 : 0;
+}
+
+void CheckTestdataProgress(const char* body, const RecordContext& context, int kind, int entry) {
+    const char* comma = std::strchr(body, ',');
+    if (comma == nullptr) return;
+    uint32_t* running = KindRunTime(kind, entry);
+    // The comma ends the number.
+    if (running != nullptr) *running = ParseUnsigned(body, 0);
+
+    constexpr std::string_view kMark = "Pass=";
+    const char* pass = std::strstr(comma, kMark.data());
+    if (pass == nullptr) return;
+    for (const Kind& row : kKinds) {
+        if (context.program.view().substr(0, std::strlen(row.program)) != row.program) continue;
+        int32_t* count = KindPassCount(row.code, entry);
+        if (count != nullptr) *count = std::max(ParseInt(pass + kMark.size(), 10), 0);
+    }
+}
+
+void cr_cutman(char* text, int length) {
+    char* end = text;
+    for (int i = 0; i < length; ++i) {
+        if (text[i] != '\r') *end++ = text[i];
+    }
+    *end = '\0';
+}
+
+}  // namespace patrol

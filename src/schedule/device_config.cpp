@@ -1,0 +1,193 @@
+#include "schedule/device_config.h"
+
+#include <cstring>
+#include <new>
+#include <string_view>
+
+#include "base/number.h"
+#include "base/paths.h"
+#include "msg/trace.h"
+#include "sys/profile.h"
+
+namespace patrol {
+
+Text<512> device_name;
+int f_ide_device = 0;
+Text<512> serial_number;
+Text<512> xml_vendor;
+Text<512> xml_model;
+int hdd_non_cnt = 0;
+NonTarget* hdd_non_tbl = nullptr;
+
+namespace {
+
+constexpr char kNoData[] = "NO DATA";
+constexpr int kLineSize = 4095;  // longer lines count as several
+
+bool Contains(const char* line, const char* part) { return std::strstr(line, part) != nullptr; }
+
+template <size_t N>
+bool ContainsAny(const char* line, const char* const (&parts)[N]) {
+    for (const char* part : parts) {
+        if (Contains(line, part)) return true;
+    }
+    return false;
+}
+
+// A text attribute that is kept from disk to disk.
+struct TextAttribute {
+    const char* mark;
+    const char* name;  // as the traces say it
+    Text<512>* value;
+    int result;
+};
+
+constexpr TextAttribute kTextAttributes[] = {
+    {"\"S/N\"", "S/N", &serial_number, 3},
+    {"\"vendor\"", "vendor", &xml_vendor, 4},
+    {"\"model\"", "model", &xml_model, 5},
+};
+
+int TakeText(const TextAttribute& attribute, const char* line) {
+    // These two lines have always borne the name of the type check.
+    constexpr char kTraceName[] = "GetAttrData";
+    Ptltrprintf("[%s] %s(%s)\n", kTraceName, attribute.name, line);
+    const char* open = std::strchr(line, '>');
+    const char* close = open != nullptr ? std::strchr(open, '<') : nullptr;
+    if (close == nullptr) {
+        Ptltrprintf("[%s] Failed to Get %s(%s)\n", kTraceName, attribute.name, line);
+        return 0;
+    }
+    attribute.value->Assign({open + 1, static_cast<size_t>(close - open - 1)});
+    return attribute.result;
+}
+
+// A non-target entry matches when both its texts begin with what the configuration says.
+bool IsNonTarget() {
+    const auto begins = [](const Text<512>& entry, const Text<512>& value) {
+        return std::strncmp(entry.c_str(), value.c_str(), value.size()) == 0;
+    };
+    for (int i = 0; i < hdd_non_cnt; ++i) {
+        if (begins(hdd_non_tbl[i].vendor, xml_vendor) && begins(hdd_non_tbl[i].model, xml_model)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+int HddTblAlloc2() {
+    Ptltrprintf("[%s] start.\n", __func__);
+    FreeNonTargets();
+    const ProfileReader list(nontarget_path.c_str());
+    const int count = list.Int("NON_TARGETLIST", "number", 1);
+    if (count <= kMaxCount) {
+        hdd_non_tbl = new (std::nothrow) NonTarget[static_cast<size_t>(BoundedCount(count))];
+    }
+    if (hdd_non_tbl == nullptr) {
+        Ptltrprintf("[%s] hdd_non Alloc Error.(size= %d byte)\n", __func__,
+                    ClampToInt(int64_t{count} * static_cast<int64_t>(sizeof(NonTarget))));
+        Ptltrprintf("[%s] end.( -1 )\n", __func__);
+        return -1;
+    }
+    hdd_non_cnt = BoundedCount(count);
+    for (int i = 0; i < hdd_non_cnt; ++i) {
+        Text<32> section;
+        section.Format("LIST%d", i);
+        list.String(section.c_str(), "vendor", "NO_DATA", &hdd_non_tbl[i].vendor);
+        list.String(section.c_str(), "model", "NO_DATA", &hdd_non_tbl[i].model);
+    }
+    Ptltrprintf("[%s] end.( 0 )\n", __func__);
+    return 0;
+}
+
+void FreeNonTargets() {
+    delete[] hdd_non_tbl;
+    hdd_non_tbl = nullptr;
+    hdd_non_cnt = 0;
+}
+
+int PhypathCheck(char* line) {
+    if (line == nullptr) {
+        Ptltrprintf("[%s] String is NULL\n", __func__);
+        return 0;
+    }
+    f_ide_device = 0;
+    char* path = std::strstr(line, "/dev/sd");
+    if (path == nullptr || !Contains(line, "<dev") || !Contains(line, "phypath")) return 0;
+    Ptltrprintf("[%s] String is Hit(%s)\n", __func__, line);
+    if (Contains(line, "/IDE")) f_ide_device = 1;
+    char* quote = std::strchr(path, '"');
+    if (quote != nullptr) *quote = '\0';
+    device_name.Assign(quote != nullptr ? path : kNoData);
+    // The quote that opens the value goes too.
+    *(path > line ? path - 1 : path) = '\0';
+    return Contains(line, "LogicalDrive") ? 2 : 1;
+}
+
+int GetAttrData(const char* line) {
+    static constexpr const char* kTypeNames[] = {"\"scsi_type\"", "\"ide_type\"", "\"type\""};
+    if (!Contains(line, "<attr") || !ContainsAny(line, kTypeNames)) return 0;
+    if (Contains(line, ">HDD<")) {
+        Ptltrprintf("[%s] Type is HDD(%s)\n", __func__, line);
+        return 1;
+    }
+    Ptltrprintf("[%s] Type not HDD(%s)\n", __func__, line);
+    return 2;
+}
+
+int GetAttrDataStatus(const char* line) {
+    static constexpr const char* kGoodStates[] = {">ok<", ">OK<", ">Ok<", ">Operational<",
+                                                  ">operational<"};
+    if (!Contains(line, "<attr")) return 0;
+    if (Contains(line, "\"status\"")) {
+        if (ContainsAny(line, kGoodStates)) {
+            Ptltrprintf("[%s] status is ok(%s)\n", __func__, line);
+            return 1;
+        }
+        Ptltrprintf("[%s] status not ok(%s)\n", __func__, line);
+        return 2;
+    }
+    for (const TextAttribute& attribute : kTextAttributes) {
+        if (Contains(line, attribute.mark)) return TakeText(attribute, line);
+    }
+    return 0;
+}
+
+void ScanDisks(const char* caller, FILE* configuration, bool device_line_ends,
+               const std::function<void()>& accept) {
+    bool inside = false;   // the lines belong to a disk device
+    bool is_disk = false;  // the device said that it is a disk; stays set past the device's end
+    char line[kLineSize];
+    while (std::fgets(line, sizeof line, configuration) != nullptr) {
+        if (Contains(line, "<dev") && Contains(line, "type") && Contains(line, "SOFTWARE")) {
+            Ptltrprintf("[%s] Read Skip because XML Line is %s.\n", caller, "SOFTWARE");
+            return;
+        }
+        if (!inside) {
+            const int hit = PhypathCheck(line);
+            inside = hit != 0;
+            if (hit == 2) is_disk = true;  // a logical drive has no type attribute
+        } else if (Contains(line, "</dev>") || (device_line_ends && Contains(line, "<dev"))) {
+            inside = false;
+        } else if (!is_disk) {
+            const int type = GetAttrData(line);
+            if (type == 1) is_disk = true;
+            if (type == 2) inside = false;
+        } else {
+            const int status = GetAttrDataStatus(line);
+            if (status == 2) is_disk = false;
+            if (status != 1) continue;
+            if (IsNonTarget()) {
+                Ptltrprintf("[%s] Non Target Match( xml_vendor=%s, xml_model=%s )\n", caller,
+                            xml_vendor.c_str(), xml_model.c_str());
+                continue;
+            }
+            accept();
+            is_disk = false;
+        }
+    }
+}
+
+}  // namespace patrol

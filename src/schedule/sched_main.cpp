@@ -1,0 +1,80 @@
+#include "schedule/sched_main.h"
+
+#include "base/clocks.h"
+#include "base/run_mode.h"
+#include "msg/ptl_printf.h"
+#include "msg/trace.h"
+#include "report/history.h"
+#include "schedule/builder.h"
+#include "schedule/update.h"
+#include "sys/file_control.h"
+
+namespace patrol {
+namespace {
+
+constexpr char kName[] = "sched_main";
+
+void CloseWorkFiles() { ptl_file_cntl(0, 255, nullptr); }
+
+int PatrolError() {
+    CloseWorkFiles();
+    ptl_printf(kAgentEvent, nullptr, "E3823");
+    Ptltrprintf("[%s] Error:Patrol Schedule Creation Error Ended.\n", kName);
+    return -1;
+}
+
+int Reload() {
+    if (UpdateSchedule() != 0 && CreateSchedule() != 0) return PatrolError();
+    if (PadiagCreateSchedule() != 0) {
+        CloseWorkFiles();
+        Ptltrprintf("[%s] Error:Padiag Schedule Creation Error Ended.\n", kName);
+        return -1;
+    }
+    return 0;
+}
+
+int ConfigChange() {
+    const int result = CompareSchedule();
+    if (result == 0) Ptltrprintf("[%s] Patrol Confchg Succedd.\n", kName);
+    const bool failed = result == -1 ? CreateSchedule() != 0 : result != 0;
+    return failed ? PatrolError() : 0;
+}
+
+int AgentStart() {
+    if (CompareSchedule() == 0) {
+        Ptltrprintf("[%s] Patrol KVXstart Create Schedule.\n", kName);
+    } else {
+        Ptltrprintf("[%s] Patrol KVXstart Not Create Schedule.\n", kName);
+    }
+    return 0;
+}
+
+int RunByMode() {
+    switch (RunMode()) {
+        case kModeReload:
+            return Reload();
+        case kModeConfigChange:
+            return ConfigChange();
+        case kModeAgentStart:
+            return AgentStart();
+        default:
+            Ptltrprintf("[%s] Not Create Schedule.\n", kName);
+            return 0;
+    }
+}
+
+}  // namespace
+
+int sched_main() {
+    Ptltrprintf("[%s] Patrol Schedule Creation Started.\n", kName);
+    check_time(1, 0);
+    Path patrol_history = PatrolHistoryPath();
+    ptl_histfile_cntl(&patrol_history);
+    Path padiag_history = PadiagHistoryPath();
+    ptl_histfile_cntl(&padiag_history);
+    if (RunByMode() != 0) return -1;
+    Ptltrprintf("[%s] Patrol Schedule Creation Ended.\n", kName);
+    return 0;
+}
+
+}  // namespace patrol

@@ -1,0 +1,33 @@
+// Bringing an existing patrol Schedule file up to date.
+#pragma once
+
+#include "base/text.h"
+
+namespace patrol {
+
+struct OldDisk {
+    Text<512> device_name;
+    Text<512> serial_number;
+    Text<512> address;
+};
+
+// The disks of the Schedule file before a rebuild.
+extern int hdd_type_cnt;
+extern OldDisk* hdd_type_tbl;
+
+// New settings: enable and due flags follow them in place; disks, addresses, time-outs and the disk
+// limit stay. 0, or -1 when there is no Schedule file.
+int UpdateSchedule();
+
+// New device configuration: the file is rebuilt, and a disk known by its serial number keeps the
+// address its next test starts at. 0; -1 when there is no Schedule file (nothing done); -2 when the
+// old disks cannot be kept in memory (the file is untouched) or the rebuild failed.
+int CompareSchedule();
+
+// The steps of these.
+void PatrolUpdateSchedule();
+int HddTblAlloc();  // 0, or -1 (traced)
+void HddSaveData();
+void HddCompareData();
+
+}  // namespace patrol

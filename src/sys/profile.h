@@ -1,0 +1,132 @@
+// Profile (INI) files: sections of key=value lines.
+//
+// Names are case-sensitive; there is no escaping, no inline comment, no continuation. A section is
+// opened by the first header line that contains "[name]" anywhere, and ends at the next header
+// line. Of several lines for one key in it the last one counts. Readers drop every CR and the white
+// space at both ends of a line and pass over lines that begin with ";"; "key = value" with a blank
+// before the "=" is not an entry. Reading and writing rules differ a little, and files depend on
+// both.
+//
+// No operation reports an error: what cannot be read yields the default, what cannot be written
+// leaves the file as it was. Only regular files are profiles.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "base/file.h"
+#include "base/text.h"
+
+namespace patrol {
+
+// The value of `key`, or `default_value` where there is none (null: nothing), in `result`, which
+// must hold size + 1 bytes: a value of exactly `size` characters is copied whole; a longer one is
+// cut to size - 1 characters and counted as one less than that. Returns the length so counted. A
+// key with an empty value gives an empty result and 0. A null section asks for the section names.
+int GetPrivateProfileString(const char* section, const char* key, const char* default_value,
+                            char* result, int size, const char* path);
+
+// The decimal number at the start of the value, clamped to an int; `default_value` where there is
+// no key or no number.
+int GetPrivateProfileInt(const char* section, const char* key, int default_value, const char* path);
+
+// The section names, each ended by NUL, in `size` bytes; a name that does not fit ends the list.
+// Returns the offset just past the last name.
+int GetPrivateProfileSectionNames(char* result, int size, const char* path);
+
+// Replaces the value of `key`, or adds the line at the end of its section; where the section does
+// not exist the bare line goes to the end of the file, into whatever section stands there: callers
+// create sections through the builders alone. A missing file is not created. What the file held
+// before stays as "<path>.old". Null or empty names or values write nothing.
+void WritePrivateProfileString(const char* section, const char* key, const char* value,
+                               const char* path);
+
+// A profile read once and asked many times, by the rules above.
+class ProfileReader {
+ public:
+    explicit ProfileReader(const char* path);
+
+    int String(const char* section, const char* key, const char* default_value, char* result,
+               int size) const;
+    int Int(const char* section, const char* key, int default_value) const;
+    int SectionNames(char* result, int size) const;
+
+    // String into a text: a value of up to N - 1 characters is copied whole.
+    template <size_t N>
+    int String(const char* section, const char* key, const char* default_value,
+               Text<N>* result) const {
+        return String(section, key, default_value, result->data(), static_cast<int>(N - 1));
+    }
+
+ private:
+    // The cleaned lines of the file, cut at one line size.
+    struct Lines {
+        std::vector<std::string> lines;
+        // "[name]" to the first header line that contains it.
+        std::unordered_map<std::string, size_t> first_header;
+    };
+    const Lines& CutAt(size_t line_size, std::optional<Lines>* cached) const;
+    std::optional<size_t> FirstLine(const Lines& lines, const char* section,
+                                    bool bracket_needed) const;
+
+    std::string bytes_;
+    mutable std::optional<Lines> string_lines_;
+    mutable std::optional<Lines> int_lines_;
+};
+
+// Many writes to one profile, put in place together. "<path>.old" then holds what the file would
+// have held before the last of them.
+class ProfileWriter {
+ public:
+    // Reads the file; where that fails all writes go nowhere.
+    explicit ProfileWriter(const char* path);
+
+    void Write(const char* section, const char* key, const char* value);
+
+    // Puts the writes in place. False when there is nothing to put or it failed; the file is then
+    // as it was.
+    bool Save();
+
+ private:
+    struct Entry {
+        std::string section;
+        std::string key;
+        std::string line;
+    };
+    void Apply(const Entry& entry);
+    void Insert(size_t at, const std::string& line);
+    void IndexHeaders();
+    size_t FindHeader(const std::string& section) const;
+    std::string Join() const;
+
+    std::string path_;
+    bool loaded_ = false;
+    int writes_ = 0;
+    std::optional<Entry> pending_;
+    std::vector<std::string> lines_;  // with their line feeds, cut at 511 characters
+    std::unordered_map<std::string, size_t> first_header_;
+};
+
+// The stream routines underneath. rf_fileopen tries four times; null when none succeeds.
+// rf_filegets takes the next line from `rest`, at most size - 1 characters, and cleans it; false at
+// the end. rf_fileclose returns 0, or 1 when the stream failed to close.
+Stream rf_fileopen(const char* path, const char* mode);
+bool rf_filegets(std::string* line, size_t size, std::string_view* rest);
+int rf_fileclose(Stream stream);
+
+// The whole of a regular file. False when it is none, cannot be opened or a read fails for good;
+// `bytes` then holds what was read.
+bool LoadProfile(const char* path, std::string* bytes);
+
+// The next line of `rest` with its line feed, at most `limit` characters of it; empty at the end.
+std::string_view TakePiece(std::string_view* rest, size_t limit);
+
+// Enters every "[name]" that `header` contains into `index`, where it is the first.
+void IndexHeader(const std::string& header, size_t line,
+                 std::unordered_map<std::string, size_t>* index);
+
+}  // namespace patrol

@@ -1,0 +1,77 @@
+// What reading and writing of profiles share: the stream routines and the cutting into lines.
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+#include "sys/profile.h"
+
+namespace patrol {
+namespace {
+
+constexpr int kAttempts = 4;
+constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
+
+}  // namespace
+
+Stream rf_fileopen(const char* path, const char* mode) {
+    Stream stream;
+    for (int i = 0; i < kAttempts && stream == nullptr; ++i) stream.reset(std::fopen(path, mode));
+    return stream;
+}
+
+bool rf_filegets(std::string* line, size_t size, std::string_view* rest) {
+    std::string_view piece = TakePiece(rest, size - 1);
+    if (piece.empty()) return false;
+    line->assign(piece.substr(0, piece.find('\0')));
+    const auto is_line_end = [](char c) { return c == '\r' || c == '\n'; };
+    line->erase(std::remove_if(line->begin(), line->end(), is_line_end), line->end());
+    line->erase(line->find_last_not_of(kWhiteSpace) + 1);
+    line->erase(0, std::min(line->find_first_not_of(kWhiteSpace), line->size()));
+    return true;
+}
+
+int rf_fileclose(Stream stream) { return std::fclose(stream.release()) == 0 ? 0 : 1; }
+
+bool LoadProfile(const char* path, std::string* bytes) {
+    bytes->clear();
+    struct stat status = {};
+    if (stat(path, &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    Stream stream = rf_fileopen(path, "re");
+    if (stream == nullptr) return false;
+    char piece[16384];
+    int failures = 0;
+    while (std::feof(stream.get()) == 0 && failures < kAttempts) {
+        bytes->append(piece, std::fread(piece, 1, sizeof piece, stream.get()));
+        if (std::ferror(stream.get()) != 0) {
+            ++failures;
+            std::clearerr(stream.get());
+        }
+    }
+    const bool whole = std::feof(stream.get()) != 0;
+    rf_fileclose(std::move(stream));
+    return whole;
+}
+
+std::string_view TakePiece(std::string_view* rest, size_t limit) {
+    std::string_view piece = rest->substr(0, limit);
+    const size_t line_feed = piece.find('\n');
+    if (line_feed != std::string_view::npos) piece = piece.substr(0, line_feed + 1);
+    rest->remove_prefix(piece.size());
+    return piece;
+}
+
+void IndexHeader(const std::string& header, size_t line,
+                 std::unordered_map<std::string, size_t>* index) {
+    size_t open = header.find('[');
+    while (open != std::string::npos) {
+        const size_t next = header.find_first_of("[]", open + 1);
+        if (next == std::string::npos) return;
+        if (header[next] == ']') index->emplace(header.substr(open, next - open + 1), line);
+        open = header.find('[', open + 1);
+    }
+}
+
+}  // namespace patrol

@@ -1,0 +1,159 @@
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/number.h"
+#include "sys/profile.h"
+
+namespace patrol {
+namespace {
+
+constexpr size_t kStringLine = 2048;
+constexpr size_t kIntLine = 512;
+constexpr size_t kNamesLine = 1024;
+constexpr size_t kMaxSectionPattern = 514;
+constexpr size_t kMaxKeyPattern = 513;
+
+std::string SectionPattern(const char* section) {
+    return ("[" + std::string(section) + "]").substr(0, kMaxSectionPattern);
+}
+
+std::string KeyPattern(const char* key) {
+    return (std::string(key) + "=").substr(0, kMaxKeyPattern);
+}
+
+bool StartsWith(std::string_view text, std::string_view start) {
+    return text.substr(0, start.size()) == start;
+}
+
+bool IsHeader(const std::string& line, bool bracket_needed) {
+    return !line.empty() && line[0] == '[' &&
+           (!bracket_needed || line.find(']') != std::string::npos);
+}
+
+int CopyValue(std::string_view value, char* result, int size) {
+    const auto room = static_cast<size_t>(size);
+    if (value.size() <= room) {
+        std::memcpy(result, value.data(), value.size());
+        result[value.size()] = '\0';
+        return static_cast<int>(value.size());
+    }
+    std::memcpy(result, value.data(), room - 1);
+    result[room - 1] = '\0';
+    return size - 2;
+}
+
+}  // namespace
+
+ProfileReader::ProfileReader(const char* path) { LoadProfile(path, &bytes_); }
+
+const ProfileReader::Lines& ProfileReader::CutAt(size_t line_size,
+                                                 std::optional<Lines>* cached) const {
+    if (!cached->has_value()) {
+        Lines& cut = cached->emplace();
+        std::string_view rest = bytes_;
+        std::string line;
+        while (rf_filegets(&line, line_size, &rest)) {
+            if (IsHeader(line, true)) IndexHeader(line, cut.lines.size(), &cut.first_header);
+            cut.lines.push_back(line);
+        }
+    }
+    return **cached;
+}
+
+// The line after the header that opens `section`.
+std::optional<size_t> ProfileReader::FirstLine(const Lines& lines, const char* section,
+                                               bool bracket_needed) const {
+    const std::string pattern = SectionPattern(section);
+    if (pattern.find_first_of("[]", 1) == pattern.size() - 1) {
+        const auto found = lines.first_header.find(pattern);
+        if (found == lines.first_header.end()) return std::nullopt;
+        return found->second + 1;
+    }
+    for (size_t i = 0; i < lines.lines.size(); ++i) {
+        const std::string& line = lines.lines[i];
+        if (IsHeader(line, bracket_needed) && line.find(pattern) != std::string::npos) return i + 1;
+    }
+    return std::nullopt;
+}
+
+int ProfileReader::String(const char* section, const char* key, const char* default_value,
+                          char* result, int size) const {
+    if (section == nullptr) return SectionNames(result, size);
+    if (size < 1) return 0;
+    std::memset(result, 0, static_cast<size_t>(size));
+    int count = 0;
+    if (default_value != nullptr) {
+        const std::string_view text = default_value;
+        count = CopyValue(text.substr(0, static_cast<size_t>(size)), result, size);
+    }
+    const Lines& lines = CutAt(kStringLine, &string_lines_);
+    const std::optional<size_t> first = FirstLine(lines, section, true);
+    if (!first.has_value()) return count;
+    const std::string pattern = KeyPattern(key);
+    for (size_t i = *first; i < lines.lines.size(); ++i) {
+        const std::string& line = lines.lines[i];
+        if (IsHeader(line, true)) break;
+        if (line.empty() || line[0] == ';' || line[0] == '[') continue;
+        if (StartsWith(line, pattern)) {
+            std::memset(result, 0, static_cast<size_t>(size));
+            count = CopyValue(std::string_view(line).substr(pattern.size()), result, size);
+        }
+    }
+    return count;
+}
+
+int ProfileReader::Int(const char* section, const char* key, int default_value) const {
+    const Lines& lines = CutAt(kIntLine, &int_lines_);
+    const std::optional<size_t> first = FirstLine(lines, section, false);
+    int value = default_value;
+    if (!first.has_value()) return value;
+    const std::string pattern = KeyPattern(key);
+    for (size_t i = *first; i < lines.lines.size(); ++i) {
+        const std::string& line = lines.lines[i];
+        if (IsHeader(line, false)) break;
+        if (!StartsWith(line, pattern)) continue;
+        const char* digits = line.c_str() + pattern.size();
+        char* end = nullptr;
+        const long long number = std::strtoll(digits, &end, 10);
+        if (end != digits) value = ClampToInt(number);
+    }
+    return value;
+}
+
+int ProfileReader::SectionNames(char* result, int size) const {
+    if (size < 1) return 0;
+    const auto room = static_cast<size_t>(size);
+    std::memset(result, 0, room);
+    std::string_view rest = bytes_;
+    std::string line;
+    size_t total = 0;
+    bool first = true;
+    while (rf_filegets(&line, kNamesLine, &rest)) {
+        if (line.empty() || line[0] != '[') continue;
+        const std::string name = line.substr(1, line.find(']') - 1);
+        const size_t needed = total + name.size() + 1;
+        if (room <= needed) break;
+        std::memcpy(result + (first ? 0 : total + 1), name.data(), name.size());
+        total = first ? name.size() : needed;
+        first = false;
+    }
+    return static_cast<int>(total);
+}
+
+int GetPrivateProfileString(const char* section, const char* key, const char* default_value,
+                            char* result, int size, const char* path) {
+    return ProfileReader(path).String(section, key, default_value, result, size);
+}
+
+int GetPrivateProfileInt(const char* section, const char* key, int default_value,
+                         const char* path) {
+    return ProfileReader(path).Int(section, key, default_value);
+}
+
+int GetPrivateProfileSectionNames(char* result, int size, const char* path) {
+    return ProfileReader(path).SectionNames(result, size);
+}
+
+}  // namespace patrol

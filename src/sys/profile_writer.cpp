@@ -1,0 +1,130 @@
+#include <unistd.h>
+
+#include <cstring>
+
+#include "sys/profile.h"
+#include "sys/replace_file.h"
+
+namespace patrol {
+namespace {
+
+constexpr size_t kMaxPiece = 511;
+constexpr size_t kMaxPattern = 511;
+
+bool Empty(const char* text) { return text == nullptr || text[0] == '\0'; }
+
+// The piece as the text functions see it: up to its first NUL.
+std::string BeforeNul(const std::string& piece) { return piece.substr(0, piece.find('\0')); }
+
+bool IsHeader(const std::string& piece) {
+    return piece[0] == '[' && BeforeNul(piece).find(']') != std::string::npos;
+}
+
+// Makes `old_path` a second name of the file at `path`. False where links are refused.
+bool LinkAs(const std::string& path, const std::string& old_path) {
+    const std::string temporary = SideName(old_path.c_str(), ".new");
+    unlink(temporary.c_str());
+    if (link(path.c_str(), temporary.c_str()) != 0) return false;
+    const bool renamed = std::rename(temporary.c_str(), old_path.c_str()) == 0;
+    // Still there where both names meant the same file already.
+    unlink(temporary.c_str());
+    return renamed;
+}
+
+}  // namespace
+
+ProfileWriter::ProfileWriter(const char* path) : path_(path) {
+    std::string bytes;
+    loaded_ = LoadProfile(path, &bytes);
+    if (!loaded_) return;
+    std::string_view rest = bytes;
+    while (!rest.empty()) lines_.emplace_back(TakePiece(&rest, kMaxPiece));
+    IndexHeaders();
+}
+
+void ProfileWriter::Write(const char* section, const char* key, const char* value) {
+    if (!loaded_ || Empty(section) || Empty(key) || Empty(value)) return;
+    if (pending_.has_value()) Apply(*pending_);
+    pending_ = Entry{("[" + std::string(section) + "]").substr(0, kMaxPattern),
+                     (std::string(key) + "=").substr(0, kMaxPattern),
+                     std::string(key) + "=" + value + "\n"};
+    ++writes_;
+}
+
+bool ProfileWriter::Save() {
+    if (!pending_.has_value()) return false;
+    const std::string before = Join();
+    Apply(*pending_);
+    pending_.reset();
+
+    FileReplacement fresh(path_.c_str());
+    if (!fresh.Write(Join())) return false;
+    const std::string old_path = SideName(path_.c_str(), ".old");
+    // After a single write what must be kept is the very file that stands there.
+    if (writes_ > 1 || !LinkAs(path_, old_path)) {
+        FileReplacement kept(old_path.c_str());
+        if (!kept.Write(before) || !kept.Commit()) return false;
+    }
+    return fresh.Commit();
+}
+
+void ProfileWriter::Apply(const Entry& entry) {
+    const size_t header = FindHeader(entry.section);
+    bool written = false;
+    size_t end = header;
+    if (header < lines_.size()) {
+        for (end = header + 1; end < lines_.size() && !IsHeader(lines_[end]); ++end) {
+            if (std::strchr("; \n\r#[", lines_[end][0]) != nullptr) continue;
+            if (lines_[end].compare(0, entry.key.size(), entry.key) != 0) continue;
+            lines_[end] = entry.line;
+            written = true;
+        }
+    }
+    if (!written) Insert(end, entry.line);
+}
+
+void ProfileWriter::Insert(size_t at, const std::string& line) {
+    if (at < lines_.size()) {
+        lines_.insert(lines_.begin() + static_cast<std::ptrdiff_t>(at), line);
+        IndexHeaders();
+        return;
+    }
+    // A last line without a line feed is a line of its own all the same.
+    if (!lines_.empty() && lines_.back().back() != '\n') lines_.back() += '\n';
+    lines_.push_back(line);
+}
+
+void ProfileWriter::IndexHeaders() {
+    first_header_.clear();
+    for (size_t i = 0; i < lines_.size(); ++i) {
+        if (IsHeader(lines_[i])) IndexHeader(BeforeNul(lines_[i]), i, &first_header_);
+    }
+}
+
+// The index of the header that opens the section; the number of lines when there is none.
+size_t ProfileWriter::FindHeader(const std::string& section) const {
+    if (section.find_first_of("[]", 1) == section.size() - 1) {
+        const auto found = first_header_.find(section);
+        return found != first_header_.end() ? found->second : lines_.size();
+    }
+    for (size_t i = 0; i < lines_.size(); ++i) {
+        if (IsHeader(lines_[i]) && BeforeNul(lines_[i]).find(section) != std::string::npos)
+            return i;
+    }
+    return lines_.size();
+}
+
+std::string ProfileWriter::Join() const {
+    std::string bytes;
+    for (const std::string& line : lines_) bytes += line;
+    return bytes;
+}
+
+void WritePrivateProfileString(const char* section, const char* key, const char* value,
+                               const char* path) {
+    ProfileWriter writer(path);
+    writer.Write(section, key, value);
+    writer.Save();
+}
+
+}  // namespace patrol

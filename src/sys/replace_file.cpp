@@ -1,0 +1,61 @@
+#include "sys/replace_file.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace patrol {
+namespace {
+
+constexpr size_t kMaxName = 4095;
+
+bool Replaceable(const char* path) {
+    struct stat status = {};
+    if (stat(path, &status) != 0) return errno == ENOENT;
+    if (!S_ISREG(status.st_mode)) {
+        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+        return false;
+    }
+    return access(path, W_OK) == 0;
+}
+
+}  // namespace
+
+std::string SideName(const char* path, const char* suffix) {
+    return (std::string(path) + suffix).substr(0, kMaxName);
+}
+
+FileReplacement::FileReplacement(const char* path)
+    : path_(path), temporary_(SideName(path, ".new")) {
+    if (!Replaceable(path)) return;
+    stream_.reset(std::fopen(temporary_.c_str(), "we"));
+    created_ = stream_ != nullptr;
+}
+
+FileReplacement::~FileReplacement() {
+    stream_.reset();
+    if (created_) unlink(temporary_.c_str());
+}
+
+bool FileReplacement::Write(std::string_view bytes) {
+    if (stream_ == nullptr) return false;
+    std::fwrite(bytes.data(), 1, bytes.size(), stream_.get());
+    return Finish();
+}
+
+bool FileReplacement::Commit() {
+    if (!Finish() || std::rename(temporary_.c_str(), path_.c_str()) != 0) return false;
+    created_ = false;
+    return true;
+}
+
+bool FileReplacement::Finish() {
+    if (stream_ != nullptr) {
+        const bool written = std::ferror(stream_.get()) == 0;
+        finished_ = std::fclose(stream_.release()) == 0 && written;
+    }
+    return finished_;
+}
+
+}  // namespace patrol

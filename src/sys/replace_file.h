@@ -1,0 +1,45 @@
+// A file that takes another's place only when it is complete.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "base/file.h"
+
+namespace patrol {
+
+// Writes "<path>.new" and renames it to `path` at the end. Whatever fails, `path` keeps what it
+// held and "<path>.new" is removed. Names are cut at 4095 characters.
+class FileReplacement {
+ public:
+    // Creates "<path>.new". It fails, with errno set, for a `path` that exists and is no regular
+    // file or may not be written.
+    explicit FileReplacement(const char* path);
+    ~FileReplacement();
+    FileReplacement(const FileReplacement&) = delete;
+    FileReplacement& operator=(const FileReplacement&) = delete;
+
+    // The stream to write to; null when the file could not be created.
+    FILE* stream() const { return stream_.get(); }
+
+    // Writes `bytes` as the whole file. False when they did not all reach the system.
+    bool Write(std::string_view bytes);
+
+    // Puts the file in place. False when that, or anything written before, failed.
+    bool Commit();
+
+ private:
+    bool Finish();
+
+    std::string path_;
+    std::string temporary_;
+    Stream stream_;
+    bool created_ = false;
+    bool finished_ = false;
+};
+
+// "<path><suffix>" cut at 4095 characters.
+std::string SideName(const char* path, const char* suffix);
+
+}  // namespace patrol

@@ -1,0 +1,142 @@
+#include "sys/signals.h"
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace patrol {
+namespace {
+
+sigset_t start_mask;
+sigset_t wait_mask;  // what is blocked inside the waits
+volatile sig_atomic_t noted_signal = 0;
+std::vector<pid_t> collected;
+
+void DoNothing(int) {}
+
+sigset_t With(sigset_t mask, int signal) {
+    sigaddset(&mask, signal);
+    return mask;
+}
+
+sigset_t Without(sigset_t mask, int signal) {
+    sigdelset(&mask, signal);
+    return mask;
+}
+
+// ppoll that comes back for a noted signal only: -1 with EINTR then.
+int PollNoting(pollfd* polled, nfds_t count, const timespec* limit, const sigset_t& mask) {
+    noted_signal = 0;
+    int result = 0;
+    do {
+        result = ppoll(polled, count, limit, &mask);
+    } while (result < 0 && errno == EINTR && noted_signal == 0);
+    return result;
+}
+
+}  // namespace
+
+void PrepareSignals() {
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGINT);
+    sigaddset(&blocked, SIGHUP);
+    sigaddset(&blocked, SIGCHLD);
+    sigprocmask(SIG_BLOCK, &blocked, &start_mask);
+    wait_mask = start_mask;
+    InstallHandler(SIGCHLD, DoNothing);
+    InstallHandler(SIGPIPE, DoNothing);
+}
+
+int InstallHandler(int signal, SignalHandler handler) {
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    return sigaction(signal, &action, nullptr);
+}
+
+void NoteSignal(int signal) { noted_signal = signal; }
+
+int LastNotedSignal() { return noted_signal; }
+
+int WaitReadable(int fd) {
+    const sigset_t mask = With(wait_mask, SIGCHLD);
+    // A poll that finds data does not look for signals, so pending ones are let in first.
+    const timespec no_time = {0, 0};
+    if (PollNoting(nullptr, 0, &no_time, mask) < 0) return -1;
+    pollfd polled = {fd, POLLIN, 0};
+    return PollNoting(&polled, 1, nullptr, mask) < 0 ? -1 : 0;
+}
+
+pid_t WaitForChild(pid_t pid, int* status, int options) {
+    const sigset_t mask = Without(wait_mask, SIGCHLD);
+    while (true) {
+        const pid_t ended = waitpid(pid, status, options | WNOHANG);
+        if (ended > 0 && (WIFEXITED(*status) || WIFSIGNALED(*status))) collected.push_back(ended);
+        if (ended != 0) return ended;
+        noted_signal = 0;
+        // SIGCHLD ends this pause unnoted: look again.
+        ppoll(nullptr, 0, nullptr, &mask);
+        if (noted_signal != 0) {
+            errno = EINTR;
+            return -1;
+        }
+    }
+}
+
+bool WasCollected(pid_t pid) {
+    return std::find(collected.begin(), collected.end(), pid) != collected.end();
+}
+
+int SignalChild(pid_t pid, int signal) {
+    if (!WasCollected(pid)) return kill(pid, signal);
+    errno = ESRCH;
+    return -1;
+}
+
+void RestoreSignalsInChild() {
+    for (const int signal : {SIGINT, SIGHUP, SIGTERM, SIGALRM, SIGPIPE, SIGCHLD}) {
+        InstallHandler(signal, SIG_DFL);
+    }
+    sigprocmask(SIG_SETMASK, &start_mask, nullptr);
+}
+
+void NoteNewChild(pid_t pid) {
+    collected.erase(std::remove(collected.begin(), collected.end(), pid), collected.end());
+}
+
+SignalScope::SignalScope() : wait_mask_(wait_mask) {
+    sigprocmask(SIG_BLOCK, nullptr, &process_mask_);
+}
+
+SignalScope::~SignalScope() {
+    alarm(0);
+    for (const Saved& saved : saved_) {
+        // An alarm that rang on the way out would meet the old disposition.
+        if (saved.signal == SIGALRM) InstallHandler(SIGALRM, SIG_IGN);
+        sigaction(saved.signal, &saved.action, nullptr);
+    }
+    wait_mask = wait_mask_;
+    sigprocmask(SIG_SETMASK, &process_mask_, nullptr);
+}
+
+void SignalScope::LetIn(int signal) {
+    Saved saved = {signal, {}};
+    sigaction(signal, nullptr, &saved.action);
+    saved_.push_back(saved);
+    sigset_t only;
+    sigemptyset(&only);
+    sigaddset(&only, signal);
+    sigprocmask(SIG_BLOCK, &only, nullptr);
+    wait_mask = Without(wait_mask, signal);
+}
+
+void SignalScope::KeepOut(int signal) { wait_mask = With(wait_mask, signal); }
+
+void SignalScope::SetAlarm(int seconds) {
+    if (seconds > 0) alarm(static_cast<unsigned>(seconds));
+}
+
+}  // namespace patrol

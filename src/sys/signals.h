@@ -1,0 +1,81 @@
+// Signals, and the one place where they are let in.
+//
+// SIGINT, SIGHUP and SIGCHLD are blocked for the whole run. They are delivered only inside the
+// waits below, atomically with the wait (ppoll), so a handler never interrupts stdio, allocation or
+// time calls and a signal that came just before a wait is not lost. A handler that is meant to end
+// the wait under way calls NoteSignal; it may do anything else a routine may do.
+#pragma once
+
+#include <signal.h>
+#include <sys/types.h>
+
+#include <vector>
+
+namespace patrol {
+
+using SignalHandler = void (*)(int);
+
+// To be called before anything else: remembers the signal mask of the start, blocks the three
+// signals above, and gives SIGCHLD and SIGPIPE handlers that do nothing (a reader that went away is
+// a failed write; children still get the default).
+void PrepareSignals();
+
+// sigaction with an empty mask and no flags, so that the wait under way is not restarted. 0, or -1
+// with errno set.
+int InstallHandler(int signal, SignalHandler handler);
+
+// Marks that a handler ran for `signal`: the wait under way ends. Safe in a handler.
+void NoteSignal(int signal);
+
+// The signal last noted in a wait.
+int LastNotedSignal();
+
+// Waits until `fd` can be read or its other end is closed. 0, or -1 with errno set: EINTR when a
+// signal was noted, which goes before data that is there already.
+int WaitReadable(int fd);
+
+// waitpid for `pid` (-1: any child) with `options`, waiting without limit. The child's pid, or -1
+// with errno set: EINTR when a signal was noted, ECHILD when there is no such child.
+pid_t WaitForChild(pid_t pid, int* status, int options);
+
+// Whether WaitForChild has seen the end of `pid`; its number may meanwhile belong to a stranger.
+bool WasCollected(pid_t pid);
+
+// kill() for a child of this process. -1 with errno ESRCH, nothing sent, when it was collected.
+int SignalChild(pid_t pid, int signal);
+
+// In a new child: default dispositions and the mask of the start.
+void RestoreSignalsInChild();
+
+// In the parent: `pid` is a living child again, whatever child had the number before.
+void NoteNewChild(pid_t pid);
+
+// For the length of a scope, other signals are let into the waits or kept out of them. On the way
+// out the alarm is cancelled and dispositions and masks are as they were before.
+class SignalScope {
+ public:
+    SignalScope();
+    ~SignalScope();
+    SignalScope(const SignalScope&) = delete;
+    SignalScope& operator=(const SignalScope&) = delete;
+
+    // Blocks `signal` outside the waits and lets it into them. Its handler may then be installed.
+    void LetIn(int signal);
+
+    // Keeps `signal` out of the waits; it is delivered in a later wait.
+    void KeepOut(int signal);
+
+    // SIGALRM after `seconds`; none for 0 or below.
+    static void SetAlarm(int seconds);
+
+ private:
+    struct Saved {
+        int signal;
+        struct sigaction action;
+    };
+    sigset_t process_mask_;
+    sigset_t wait_mask_;
+    std::vector<Saved> saved_;
+};
+
+}  // namespace patrol
