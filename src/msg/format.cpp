@@ -6,6 +6,7 @@ namespace patrol {
 namespace {
 
 constexpr size_t kMaxField = 4096;
+constexpr std::string_view kLetters = "diuoxXcs";
 
 struct Conversion {
     bool left = false;
@@ -71,7 +72,7 @@ std::string Digits(uint64_t value, unsigned base, bool upper) {
 }
 
 // Fills up to the width; zeros go between `prefix` (sign or "0x") and the body.
-std::string Pad(const Conversion& conversion, const std::string& prefix, std::string body,
+std::string Pad(const Conversion& conversion, const std::string& prefix, const std::string& body,
                 bool zeros) {
     const size_t size = prefix.size() + body.size();
     const size_t fill = conversion.width > size ? conversion.width - size : 0;
@@ -145,17 +146,14 @@ std::string FormatMessage(std::string_view format, const FormatArg* arguments, s
 
         Conversion conversion;
         size_t taken = 1;
-        if (!ReadConversion(format, &conversion)) {
-            result += '%';
-        } else if (conversion.letter == '%' && conversion.length == 2) {
-            result += '%';
-            taken = 2;
-        } else if (std::string_view("diuoxXcs").find(conversion.letter) == std::string_view::npos ||
-                   used >= count) {
-            result += '%';
-        } else {
+        const bool whole = ReadConversion(format, &conversion);
+        if (whole && used < count && kLetters.find(conversion.letter) != std::string_view::npos) {
             result += FormatOne(conversion, arguments[used++]);
             taken = conversion.length;
+        } else {
+            // "%%", or a "%" that stands for itself.
+            result += '%';
+            if (whole && conversion.letter == '%' && conversion.length == 2) taken = 2;
         }
         format.remove_prefix(taken);
     }

@@ -26,28 +26,30 @@ struct Setting {
     const char* section;
     Form form;
     int* number;
-    TestName* name;
-    const char* param_section;  // of the test parameter file, for a test name
+    TestName* name = nullptr;
+    const char* param_section = nullptr;  // of the test parameter file, for a test name
+    const char* default_name = nullptr;
 };
 
 constexpr Setting kPatrolSettings[] = {
-    {"CPUDIAG_EXE", Form::kSwitch, &f_cpu_exe, nullptr, nullptr},
-    {"CPUDIAG_TEST", Form::kTestName, nullptr, &cpu_test_name, "CPUDIAG_PARAM"},
-    {"CPUDIAG_TIMEOUT", Form::kTimeout, &cpu_timeout_data, nullptr, nullptr},
-    {"MEMDIAG_EXE", Form::kSwitch, &f_mem_exe, nullptr, nullptr},
-    {"MEMDIAG_TEST", Form::kTestName, nullptr, &mem_test_name, "MEMDIAG_PARAM"},
-    {"MEMDIAG_TIMEOUT", Form::kTimeout, &mem_timeout_data, nullptr, nullptr},
-    {"HDDDIAG_EXE", Form::kSwitch, &f_hdd_exe, nullptr, nullptr},
-    {"HDDDIAG_TEST", Form::kTestName, nullptr, &hdd_test_name, "HDDDIAG_PARAM"},
-    {"HDDDIAG_TIMEOUT", Form::kTimeout, &hdd_timeout_data, nullptr, nullptr},
+    {"CPUDIAG_EXE", Form::kSwitch, &f_cpu_exe},
+    {"CPUDIAG_TEST", Form::kTestName, nullptr, &cpu_test_name, "CPUDIAG_PARAM",
+     "Instruction+Register"},
+    {"CPUDIAG_TIMEOUT", Form::kTimeout, &cpu_timeout_data},
+    {"MEMDIAG_EXE", Form::kSwitch, &f_mem_exe},
+    {"MEMDIAG_TEST", Form::kTestName, nullptr, &mem_test_name, "MEMDIAG_PARAM", "BMOVE"},
+    {"MEMDIAG_TIMEOUT", Form::kTimeout, &mem_timeout_data},
+    {"HDDDIAG_EXE", Form::kSwitch, &f_hdd_exe},
+    {"HDDDIAG_TEST", Form::kTestName, nullptr, &hdd_test_name, "HDDDIAG_PARAM", "sector"},
+    {"HDDDIAG_TIMEOUT", Form::kTimeout, &hdd_timeout_data},
 };
 
 constexpr Setting kPadiagSettings[] = {
-    {"cpu", Form::kSwitchEitherCase, &f_padiag_cpu, nullptr, nullptr},
-    {"mem", Form::kSwitchEitherCase, &f_padiag_mem, nullptr, nullptr},
-    {"hdd", Form::kSwitchEitherCase, &f_padiag_hdd, nullptr, nullptr},
-    {"level", Form::kNumber, &padiag_level, nullptr, nullptr},
-    {"time", Form::kNumber, &padiag_time, nullptr, nullptr},
+    {"cpu", Form::kSwitchEitherCase, &f_padiag_cpu},
+    {"mem", Form::kSwitchEitherCase, &f_padiag_mem},
+    {"hdd", Form::kSwitchEitherCase, &f_padiag_hdd},
+    {"level", Form::kNumber, &padiag_level},
+    {"time", Form::kNumber, &padiag_time},
 };
 
 bool StartsWith(std::string_view line, std::string_view start) {
@@ -124,10 +126,8 @@ Stream OpenSettings(const char* caller, const Path& path) {
 
 void SetPatrolDefaults() {
     cpu_timeout_data = mem_timeout_data = hdd_timeout_data = kDefaultTimeout;
-    static constexpr const char* kDefaultNames[] = {"Instruction+Register", "BMOVE", "sector"};
-    const char* const* name = kDefaultNames;
     for (const Setting& setting : kPatrolSettings) {
-        if (setting.form == Form::kTestName) StoreTestName(setting, *name++);
+        if (setting.form == Form::kTestName) StoreTestName(setting, setting.default_name);
     }
 }
 

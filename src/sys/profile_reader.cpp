@@ -135,7 +135,7 @@ int ProfileReader::SectionNames(char* result, int size) const {
         const std::string name = line.substr(1, line.find(']') - 1);
         const size_t needed = total + name.size() + 1;
         if (room <= needed) break;
-        std::memcpy(result + (first ? 0 : total + 1), name.data(), name.size());
+        std::copy(name.begin(), name.end(), result + (first ? 0 : total + 1));
         total = first ? name.size() : needed;
         first = false;
     }
