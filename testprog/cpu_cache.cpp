@@ -1,0 +1,75 @@
+#include <algorithm>
+#include <memory>
+#include <new>
+
+#include "cpu_check.h"
+#include "record.h"
+
+namespace testprog {
+
+namespace {
+
+using Area = std::shared_ptr<std::uint64_t>;
+
+constexpr std::size_t kSizes[] = {16 << 10, 128 << 10, 1 << 20, 4 << 20, 16 << 20};
+// One word, one cache line, and a page with a line, which visits every set in turn.
+constexpr std::size_t kStrides[] = {8, 64, 4160};
+constexpr std::size_t kWord = sizeof(std::uint64_t);
+constexpr std::size_t kWordsBetweenStops = 16384;
+
+// Calls `visit` for the index of every word once, `stride` bytes on each time; ends early when
+// `visit` returns false.
+template <typename Visit>
+void Walk(std::size_t size, std::size_t stride, const Visit& visit) {
+    for (std::size_t first = 0; first < stride; first += kWord) {
+        for (std::size_t at = first; at < size; at += stride) {
+            if (!visit(at / kWord)) return;
+        }
+    }
+}
+
+Answer WalkArea(std::uint64_t* words, std::size_t size, std::size_t stride, std::uint64_t variant,
+                const std::function<bool()>& stop) {
+    volatile std::uint64_t* cells = words;
+    const auto datum = [words, variant](std::size_t i) {
+        return reinterpret_cast<std::uintptr_t>(words + i) ^ variant;
+    };
+    std::size_t visited = 0;
+    const auto going_on = [&visited, &stop] {
+        return ++visited % kWordsBetweenStops != 0 || !stop();
+    };
+    bool whole = true;
+    Walk(size, stride, [&](std::size_t i) {
+        cells[i] = datum(i);
+        return whole = going_on();
+    });
+    Answer answer{0, 0};
+    if (!whole) return answer;
+    Walk(size, stride, [&](std::size_t i) {
+        answer = {datum(i), cells[i]};
+        return answer.expected == answer.got && going_on();
+    });
+    return answer;
+}
+
+}  // namespace
+
+std::vector<Check> CacheChecks(std::uint64_t level, const std::function<bool()>& stop) {
+    const std::size_t depth = 3 + static_cast<std::size_t>(std::min<std::uint64_t>(level, 4) / 2);
+    const Area area(new (std::nothrow) std::uint64_t[kSizes[depth - 1] / kWord],
+                    std::default_delete<std::uint64_t[]>());
+    std::vector<Check> checks;
+    if (!area) return checks;
+    for (std::size_t i = 0; i < depth; ++i) {
+        for (const std::size_t stride : kStrides) {
+            const std::size_t size = kSizes[i];
+            checks.push_back({Format("cache %zuK/%zu", size >> 10, stride), 1,
+                              [area, size, stride, stop](std::uint64_t variant) {
+                                  return WalkArea(area.get(), size, stride, variant, stop);
+                              }});
+        }
+    }
+    return checks;
+}
+
+}  // namespace testprog

@@ -1,0 +1,22 @@
+// How far each disk has been read, kept for the controller between on-request runs.
+
+#ifndef TESTPROG_HDD_PROGRESS_H_
+#define TESTPROG_HDD_PROGRESS_H_
+
+#include <cstdint>
+#include <string>
+
+namespace testprog {
+
+// Sets the disk's keys in "lba_outfile.ini" of that directory: its number of blocks in section
+// [HDD_MAX_LBA], the next block to be read in [HDD_NEXT_LBA], both as "0x" and 16 digits under
+// the device's name. Everything else in the file stays. The file is replaced whole, so that a
+// reader, or the backup link that the controller holds, never sees half of it; processes for
+// several disks take turns by a lock on "lba_outfile.lock". False when it cannot be written; the
+// old file is then as it was.
+bool SaveProgress(const std::string& directory, const std::string& device, std::uint64_t blocks,
+                  std::uint64_t next);
+
+}  // namespace testprog
+
+#endif  // TESTPROG_HDD_PROGRESS_H_

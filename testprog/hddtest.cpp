@@ -1,0 +1,173 @@
+// hddtest: diagnosis of one disk. Reads only; nothing here can write to a disk.
+//
+// "sector" reads on from where the last test left off, "iorandom" reads at random places.
+// "-debug2" lets one block fail, so that the way of a failure can be seen on a healthy disk.
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <random>
+
+#include "hdd_device.h"
+#include "hdd_progress.h"
+#include "run.h"
+
+namespace {
+
+using testprog::Disk;
+using testprog::EndCode;
+using testprog::Format;
+using testprog::Outcome;
+using testprog::ReadFailure;
+
+// What a record can say: the next address has 32 bits. The rest of a larger disk is left out.
+constexpr std::uint64_t kMaxBlocks = std::uint64_t{1} << 32;
+// Steps of one "sector" round by level; the last level reads to the end of the disk.
+constexpr std::uint64_t kSteps[] = {2048, 8192, 32768, UINT64_MAX};
+constexpr std::uint64_t kLastLevel = 3;
+constexpr auto kSaveInterval = std::chrono::seconds(5);
+
+struct Options {
+    testprog::CommonOptions common;
+    std::uint64_t lba = 0;        // "-lba", first block
+    std::uint64_t step = 0x40;    // "-sc", blocks of one read
+    std::uint64_t retries = 0;    // "-retry"
+    std::uint64_t wide = 204800;  // "-wide", blocks that "iorandom" ranges over
+    std::uint64_t count = 1000;   // "-count", reads of one round of it
+    bool ide = false;             // "-ide": the disk is on an IDE bus
+    bool debug = false;           // "-debug2"
+};
+
+std::uint64_t Level(const Options& options) { return std::min(options.common.level, kLastLevel); }
+
+Outcome Failed(const ReadFailure& failure) {
+    return {EndCode::kNg,
+            Format("read error at block 0x%08llx: %s",
+                   static_cast<unsigned long long>(failure.block), failure.reason.c_str())};
+}
+
+// Reads on through the disk, over as many rounds as the run has.
+class SectorTest {
+ public:
+    SectorTest(const Options& options, Disk& disk, testprog::Run& run)
+        : options_(options),
+          disk_(disk),
+          run_(run),
+          end_(std::min(disk.blocks(), kMaxBlocks)),
+          next_(options.lba < end_ ? options.lba : 0) {
+        Keep(next_);
+        if (options.debug) disk.PretendBad(next_ + std::min(options.step, end_ - next_) / 2);
+    }
+
+    Outcome Round() {
+        const std::uint64_t steps = kSteps[Level(options_)];
+        for (std::uint64_t i = 0; i < steps; ++i) {
+            const std::uint64_t count = std::min(options_.step, end_ - next_);
+            const auto failure = disk_.Read(next_, count, options_.retries);
+            next_ += count;
+            const bool completed = next_ == end_;
+            // The last level shows how far it came, up to the whole; the others are ready to
+            // begin again. A start at the end begins again too.
+            Keep(completed && Level(options_) < kLastLevel ? 0 : next_);
+            run_.SetDone(next_, end_);
+            if (failure) return Failed(*failure);
+            if (completed) return {EndCode::kCompleted, {}};
+            if (run_.Pause()) break;
+        }
+        return {};
+    }
+
+    // Writes the progress of the last level; now and then while the test runs, and at its end.
+    void Save() {
+        const char* directory = std::getenv("KVX_data");
+        if (Level(options_) < kLastLevel || directory == nullptr) return;
+        saved_ = std::chrono::steady_clock::now();
+        if (!testprog::SaveProgress(directory, options_.common.device, end_, kept_)) {
+            run_.Note(Format("the progress of %s is not saved", options_.common.device.c_str()));
+        }
+    }
+
+ private:
+    void Keep(std::uint64_t next) {
+        kept_ = next;
+        run_.SetNextAddress(next);
+        if (std::chrono::steady_clock::now() - saved_ >= kSaveInterval) Save();
+    }
+
+    const Options& options_;
+    Disk& disk_;
+    testprog::Run& run_;
+    const std::uint64_t end_;
+    std::uint64_t next_;
+    std::uint64_t kept_ = 0;
+    std::chrono::steady_clock::time_point saved_ = std::chrono::steady_clock::now();
+};
+
+// One round of reads at random places within "-wide" blocks from "-lba" on. From level 2 on each
+// is followed by one at the mirrored place, which makes the longest seeks.
+Outcome RandomRound(const Options& options, Disk& disk, testprog::Run& run,
+                    std::mt19937_64& random) {
+    const std::uint64_t first = options.lba < disk.blocks() ? options.lba : 0;
+    const std::uint64_t range = std::min(options.wide, disk.blocks() - first);
+    const std::uint64_t count = std::min(options.step, range);
+    std::uniform_int_distribution<std::uint64_t> place(0, range - count);
+    for (std::uint64_t i = 0; i < options.count; ++i) {
+        const std::uint64_t at = place(random);
+        if (options.debug) disk.PretendBad(first + at + count / 2);
+        auto failure = disk.Read(first + at, count, options.retries);
+        if (!failure && Level(options) >= 2) {
+            failure = disk.Read(first + (range - count - at), count, options.retries);
+        }
+        if (failure) return Failed(*failure);
+        run.SetDone(i + 1, options.count);
+        if (run.Pause()) break;
+    }
+    return {};
+}
+
+Outcome TestDisk(const Options& options, testprog::Run& run) {
+    const std::vector<std::string> tests = testprog::SplitList(options.common.pattern);
+    const bool sector = tests == std::vector<std::string>{"sector"};
+    if (!sector && tests != std::vector<std::string>{"iorandom"}) {
+        return {EndCode::kSkip, Format("option \"-tp\" with an unknown test \"%s\"",
+                                       options.common.pattern.c_str())};
+    }
+    if (options.common.device.empty()) return {EndCode::kSkip, "option \"-dev\" is missing"};
+    Disk disk;
+    const std::string complaint = disk.Open(options.common.device);
+    if (!complaint.empty()) return {EndCode::kSkip, complaint};
+    run.writer().SendDiskInfo(disk.Info(options.ide));
+
+    if (sector) {
+        SectorTest test(options, disk, run);
+        Outcome outcome = run.Rounds([&test] { return test.Round(); });
+        test.Save();
+        return outcome;
+    }
+    const auto now = std::chrono::system_clock::now().time_since_epoch().count();
+    std::mt19937_64 random{static_cast<std::uint64_t>(now)};
+    return run.Rounds([&] { return RandomRound(options, disk, run, random); });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    testprog::EnterBackground();
+    Options options;
+    options.common.pattern = "sector";
+    std::vector<testprog::Option> table = testprog::CommonOptionTable(&options.common);
+    using testprog::NumberOption;
+    table.push_back(NumberOption("lba", &options.lba, 0, UINT64_MAX));
+    table.push_back(NumberOption("sc", &options.step, 1, testprog::kMaxStep));
+    table.push_back(NumberOption("retry", &options.retries, 0, 100));
+    table.push_back(NumberOption("wide", &options.wide, 1, UINT64_MAX));
+    table.push_back(NumberOption("count", &options.count, 1, UINT32_MAX));
+    table.push_back(testprog::SwitchOption("ide", &options.ide));
+    table.push_back(testprog::SwitchOption("debug2", &options.debug));
+    const std::string complaint = testprog::ParseOptions(argc, argv, table);
+    testprog::Run run("hddtest", "Disk diagnosis", options.common, true);
+    // The schedule keeps its place even where the test is skipped.
+    run.SetNextAddress(options.lba);
+    return run.Finish(complaint.empty() ? TestDisk(options, run)
+                                        : Outcome{EndCode::kSkip, complaint});
+}

@@ -1,0 +1,174 @@
+#include "mem_patterns.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+namespace testprog {
+
+namespace {
+
+constexpr std::size_t kWord = sizeof(std::uint64_t);
+// What is swept between two looks for a cancel, in bytes.
+constexpr std::size_t kSlice = 64 << 10;
+constexpr std::size_t kBlock = 512;
+
+// A part of the area, in words.
+struct Range {
+    std::size_t first;
+    std::size_t count;
+};
+
+Range Lower(const Area& area) { return {0, area.count / 2}; }
+Range Upper(const Area& area) { return {area.count / 2, area.count / 2}; }
+Range All(const Area& area) { return {0, area.count}; }
+
+// Calls `step`, which is good for `size` bytes, for every i below count, upwards; ends early when
+// it is told to stop or `step` returns a mismatch, which it returns.
+template <typename Step>
+Finding Sweep(const Area& area, std::size_t count, std::size_t size, const Step& step) {
+    for (std::size_t slice = 0; slice < count; slice += kSlice / size) {
+        const std::size_t end = std::min(count, slice + kSlice / size);
+        for (std::size_t i = slice; i < end; ++i) {
+            if (Finding finding = step(i)) return finding;
+        }
+        if (area.stop()) break;
+    }
+    return std::nullopt;
+}
+
+// `value` gives the word at a place counted from the start of the range.
+template <typename Value>
+void Fill(const Area& area, Range range, const Value& value) {
+    Sweep(area, range.count, kWord, [&](std::size_t i) {
+        area.words[range.first + i] = value(i);
+        return Finding();
+    });
+}
+
+Finding Compare(const Area& area, std::size_t i, std::uint64_t expected) {
+    const std::uint64_t got = area.words[i];
+    if (got == expected) return std::nullopt;
+    return Mismatch{i * kWord, expected, got};
+}
+
+template <typename Value>
+Finding Verify(const Area& area, Range range, const Value& value) {
+    return Sweep(area, range.count, kWord,
+                 [&](std::size_t i) { return Compare(area, range.first + i, value(i)); });
+}
+
+// Stands where memory is first read back after it was written.
+void SpoilIfAsked(const Area& area, Range range) {
+    if (!area.spoil) return;
+    const std::size_t i = range.first + range.count / 3;
+    area.words[i] = area.words[i] ^ 0x10U;
+}
+
+unsigned char* Bytes(const Area& area, Range range) {
+    return reinterpret_cast<unsigned char*>(const_cast<std::uint64_t*>(area.words + range.first));
+}
+
+// Moves the whole of one half to the other in pieces of `size` bytes, each of them for itself.
+void Move(const Area& area, Range to, Range from, std::size_t size) {
+    unsigned char* target = Bytes(area, to);
+    const unsigned char* source = Bytes(area, from);
+    Sweep(area, (from.count * kWord + size - 1) / size, size, [&](std::size_t i) {
+        const std::size_t at = i * size;
+        std::memcpy(target + at, source + at, std::min(size, from.count * kWord - at));
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        return Finding();
+    });
+}
+
+}  // namespace
+
+Finding BlockMoves(const Area& area, std::uint64_t pattern) {
+    // The first word of a block is its place, so that a block in a wrong place shows.
+    const auto value = [pattern](std::size_t i) {
+        return i % kBlock == 0 ? std::uint64_t{i} : pattern;
+    };
+    Fill(area, Lower(area), value);
+    Move(area, Upper(area), Lower(area), kBlock * kWord);
+    if (area.stop()) return std::nullopt;
+    SpoilIfAsked(area, Upper(area));
+    if (Finding finding = Verify(area, Upper(area), value)) return finding;
+    Fill(area, Lower(area), [pattern](std::size_t) { return ~pattern; });
+    Move(area, Lower(area), Upper(area), kBlock * kWord);
+    if (area.stop()) return std::nullopt;
+    return Verify(area, Lower(area), value);
+}
+
+Finding ElementMoves(const Area& area, std::uint64_t pattern) {
+    const auto value = [pattern](std::size_t i) {
+        return pattern ^ (std::uint64_t{i} * 0x0101010101010101);
+    };
+    Fill(area, Lower(area), value);
+    for (const std::size_t size : {1, 2, 4, 8}) {
+        Fill(area, Upper(area), [pattern](std::size_t) { return ~pattern; });
+        switch (size) {  // a constant size makes the move one instruction
+            case 1:
+                Move(area, Upper(area), Lower(area), 1);
+                break;
+            case 2:
+                Move(area, Upper(area), Lower(area), 2);
+                break;
+            case 4:
+                Move(area, Upper(area), Lower(area), 4);
+                break;
+            default:
+                Move(area, Upper(area), Lower(area), 8);
+        }
+        if (area.stop()) return std::nullopt;
+        SpoilIfAsked(area, Upper(area));
+        if (Finding finding = Verify(area, Upper(area), value)) return finding;
+    }
+    return std::nullopt;
+}
+
+Finding WalkingBits(const Area& area, unsigned positions) {
+    const std::uint64_t one = positions == 8 ? 0x0101010101010101 : 1;
+    for (unsigned position = 0; position < 2 * positions; ++position) {
+        const std::uint64_t ones = one << (position / 2);
+        const std::uint64_t word = position % 2 == 0 ? ones : ~ones;
+        const auto value = [word](std::size_t) { return word; };
+        Fill(area, All(area), value);
+        if (area.stop()) return std::nullopt;
+        SpoilIfAsked(area, All(area));
+        if (Finding finding = Verify(area, All(area), value)) return finding;
+    }
+    return std::nullopt;
+}
+
+Finding AddressInAddress(const Area& area) {
+    for (const std::uint64_t flip : {std::uint64_t{0}, ~std::uint64_t{0}}) {
+        const auto value = [&area, flip](std::size_t i) {
+            return reinterpret_cast<std::uintptr_t>(area.words + i) ^ flip;
+        };
+        Fill(area, All(area), value);
+        if (area.stop()) return std::nullopt;
+        SpoilIfAsked(area, All(area));
+        if (Finding finding = Verify(area, All(area), value)) return finding;
+    }
+    return std::nullopt;
+}
+
+Finding MovingInversions(const Area& area, std::uint64_t pattern) {
+    Fill(area, All(area), [pattern](std::size_t) { return pattern; });
+    if (area.stop()) return std::nullopt;
+    SpoilIfAsked(area, All(area));
+    const auto turn = [&area](std::size_t i, std::uint64_t expected) {
+        Finding finding = Compare(area, i, expected);
+        area.words[i] = ~expected;
+        return finding;
+    };
+    Finding finding =
+        Sweep(area, area.count, kWord, [&](std::size_t i) { return turn(i, pattern); });
+    if (finding || area.stop()) return finding;
+    finding = Sweep(area, area.count, kWord,
+                    [&](std::size_t i) { return turn(area.count - 1 - i, ~pattern); });
+    if (finding || area.stop()) return finding;
+    return Verify(area, All(area), [pattern](std::size_t) { return pattern; });
+}
+
+}  // namespace testprog

@@ -1,0 +1,183 @@
+// memtest: diagnosis of the memory.
+//
+// Takes an area of the size that "-size" says, locks it where it may, and runs the tests that
+// "-tp" names over it with the patterns of "-data". A test name that ends in X spoils one bit, so
+// that the way of a failure can be seen on healthy memory.
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "mem_patterns.h"
+#include "run.h"
+
+namespace {
+
+using testprog::Area;
+using testprog::EndCode;
+using testprog::Finding;
+using testprog::Format;
+using testprog::Outcome;
+
+constexpr std::uint64_t kPatterns[] = {0x5555555555555555, 0xaaaaaaaaaaaaaaaa, 0x0000000000000000,
+                                       0xffffffffffffffff, 0x3333333333333333, 0xcccccccccccccccc,
+                                       0x0f0f0f0f0f0f0f0f, 0xf0f0f0f0f0f0f0f0, 0x00ff00ff00ff00ff,
+                                       0xff00ff00ff00ff00};
+constexpr std::uint64_t kSmallestSize = 64 << 10;
+
+struct Options {
+    testprog::CommonOptions common;
+    std::uint64_t size = 16 << 20;        // "-size", bytes
+    std::vector<std::uint64_t> patterns;  // "-data"; empty leaves the choice to the level
+};
+
+// "16MB": a number with KB, MB or GB.
+bool TakeSize(const std::string& text, std::uint64_t* size) {
+    constexpr const char* kUnits[] = {"KB", "MB", "GB"};
+    if (text.size() < 3) return false;
+    std::string unit = text.substr(text.size() - 2);
+    for (char& c : unit) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    const auto* found = std::find(std::begin(kUnits), std::end(kUnits), unit);
+    const auto number = testprog::ParseNumber(std::string_view(text).substr(0, text.size() - 2));
+    if (found == std::end(kUnits) || !number || *number > (std::uint64_t{1} << 32)) return false;
+    *size = *number << (10 * (found - kUnits + 1));
+    return *size >= kSmallestSize;
+}
+
+// "all", or pattern words joined by "+".
+bool TakePatterns(const std::string& text, std::vector<std::uint64_t>* patterns) {
+    patterns->clear();
+    const std::vector<std::string> words = testprog::SplitList(text);
+    if (words.size() == 1 && words[0] == "all") {
+        patterns->assign(std::begin(kPatterns), std::end(kPatterns));
+        return true;
+    }
+    for (const std::string& word : words) {
+        const auto number = testprog::ParseNumber(word);
+        if (!number) return false;
+        patterns->push_back(*number);
+    }
+    return true;
+}
+
+// One sweep of a test, after which the program pauses.
+struct Step {
+    std::string test;
+    bool spoil;
+    std::function<Finding(const Area&)> run;
+};
+
+// The steps of one test, in upper case and without its X; none for an unknown one.
+std::vector<Step> StepsOf(const std::string& test, bool spoil, const Options& options) {
+    std::vector<Step> steps;
+    const bool whole = test == "WHOLE";
+    if (whole) {
+        const unsigned positions = options.common.level < 2 ? 8 : 64;
+        steps.push_back({test, spoil, [positions](const Area& area) {
+                             return testprog::WalkingBits(area, positions);
+                         }});
+        steps.push_back({test, spoil, testprog::AddressInAddress});
+    }
+    const auto sweep = test == "BMOVE"   ? testprog::BlockMoves
+                       : test == "IMOVE" ? testprog::ElementMoves
+                       : whole           ? testprog::MovingInversions
+                                         : nullptr;
+    if (sweep == nullptr) return steps;
+    for (const std::uint64_t pattern : options.patterns) {
+        steps.push_back(
+            {test, spoil, [sweep, pattern](const Area& area) { return sweep(area, pattern); }});
+    }
+    return steps;
+}
+
+// Collects the steps that "-tp" names; a complaint otherwise.
+std::string Prepare(Options options, std::vector<Step>* steps) {
+    if (options.patterns.empty()) {
+        const std::size_t count = options.common.level == 0   ? 2
+                                  : options.common.level == 1 ? 4
+                                                              : std::size(kPatterns);
+        options.patterns.assign(kPatterns, kPatterns + count);
+    }
+    for (std::string test : testprog::SplitList(options.common.pattern)) {
+        const std::string given = test;
+        for (char& c : test) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        const bool spoil = !test.empty() && test.back() == 'X';
+        if (spoil) test.pop_back();
+        const std::vector<Step> more = StepsOf(test, spoil, options);
+        if (more.empty()) {
+            return Format("option \"-tp\" with an unknown test \"%s\"", given.c_str());
+        }
+        steps->insert(steps->end(), more.begin(), more.end());
+    }
+    return {};
+}
+
+Outcome Round(const std::vector<Step>& steps, Area* area, testprog::Run& run) {
+    std::uint64_t done = 0;
+    for (const Step& step : steps) {
+        area->spoil = step.spoil;
+        if (const Finding finding = step.run(*area)) {
+            return {EndCode::kNg,
+                    Format("%s offset 0x%zx: expected 0x%016llx got 0x%016llx", step.test.c_str(),
+                           finding->offset, static_cast<unsigned long long>(finding->expected),
+                           static_cast<unsigned long long>(finding->got))};
+        }
+        run.SetDone(++done, steps.size());
+        if (run.Pause()) break;
+    }
+    return {};
+}
+
+struct Unmap {
+    std::size_t size;
+    void operator()(void* memory) const { munmap(memory, size); }
+};
+
+Outcome TestMemory(const Options& options, testprog::Run& run) {
+    std::vector<Step> steps;
+    const std::string complaint = Prepare(options, &steps);
+    if (!complaint.empty()) return {EndCode::kSkip, complaint};
+
+    const auto pages = static_cast<std::uint64_t>(std::max(0L, sysconf(_SC_PHYS_PAGES)));
+    const auto page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+    if (options.size / page > pages / 2) {
+        return {EndCode::kSkip, "option \"-size\" is more than half of the machine's memory"};
+    }
+    void* memory =
+        mmap(nullptr, options.size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) {
+        return {EndCode::kAbort, Format("no memory area: %s", std::strerror(errno))};
+    }
+    const std::unique_ptr<void, Unmap> owner(memory, Unmap{options.size});
+    if (mlock(memory, options.size) != 0) {
+        run.Note(Format("the memory area is not locked: %s", std::strerror(errno)));
+    }
+    const std::size_t count = options.size / sizeof(std::uint64_t) & ~std::size_t{1};
+    Area area{static_cast<std::uint64_t*>(memory), count, [&run] { return run.Stop(); }, false};
+    return run.Rounds([&] { return Round(steps, &area, run); });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    testprog::EnterBackground();
+    Options options;
+    options.common.device = "mem";
+    options.common.pattern = "BMOVE";
+    std::vector<testprog::Option> table = testprog::CommonOptionTable(&options.common);
+    table.push_back({"size", true, [&options](const std::string& value) {
+                         return TakeSize(value, &options.size);
+                     }});
+    table.push_back({"data", true, [&options](const std::string& value) {
+                         return TakePatterns(value, &options.patterns);
+                     }});
+    const std::string complaint = testprog::ParseOptions(argc, argv, table);
+    testprog::Run run("memtest", "Memory diagnosis", options.common);
+    return run.Finish(complaint.empty() ? TestMemory(options, run)
+                                        : Outcome{EndCode::kSkip, complaint});
+}

@@ -1,0 +1,193 @@
+#include "run.h"
+
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <utility>
+
+#include "result.h"
+
+namespace testprog {
+
+namespace {
+
+constexpr double kProgressInterval = 0.5;
+
+double Now() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+sigset_t CancelSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGTERM);
+    return set;
+}
+
+std::string LogDirectory() {
+    const char* directory = std::getenv("KVX_log");
+    return directory == nullptr ? "" : directory;
+}
+
+// "/dev/sda" as a part of a file name: "sda".
+std::string FileNamePart(const std::string& device) {
+    std::string part = device.substr(device.rfind('/') + 1);
+    const auto foreign = [](char c) {
+        return std::string_view("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_")
+                   .find(c) == std::string_view::npos;
+    };
+    std::replace_if(part.begin(), part.end(), foreign, '_');
+    return part.substr(0, 64);
+}
+
+Extent ExtentOf(const CommonOptions& common) {
+    if (common.runtime == 0) return {};
+    return {Extent::Kind::kMinutes, static_cast<long>((common.runtime + 59) / 60)};
+}
+
+int ExitStatus(EndCode code) {
+    switch (code) {
+        case EndCode::kNg:
+            return kExitNg;
+        case EndCode::kSkip:
+            return kExitSkip;
+        case EndCode::kAbort:
+            return kExitAbort;
+        default:
+            return kExitOk;
+    }
+}
+
+}  // namespace
+
+void EnterBackground() {
+    const sigset_t set = CancelSignals();
+    struct sigaction action {};
+    sigemptyset(&action.sa_mask);
+    // A shell starts its background jobs with SIGINT ignored, and what is ignored never comes.
+    action.sa_handler = SIG_DFL;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    action.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &action, nullptr);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+
+    // Where the system refuses any of this the test runs all the same, only less politely.
+    static_cast<void>(setpriority(PRIO_PROCESS, 0, 19));
+#ifdef SYS_ioprio_set
+    constexpr int kWhoProcess = 1;
+    constexpr int kIdleClass = 3 << 13;
+    static_cast<void>(syscall(SYS_ioprio_set, kWhoProcess, 0, kIdleClass));
+#endif
+}
+
+Run::Run(std::string program, std::string title, const CommonOptions& common, bool log_per_device)
+    : program_(std::move(program)),
+      title_(std::move(title)),
+      common_(common),
+      writer_(STDOUT_FILENO, program_, common.device),
+      log_(LogDirectory(),
+           log_per_device && !common.device.empty() ? program_ + "_" + FileNamePart(common.device)
+                                                    : program_,
+           common.log_kib, common.generations),
+      start_(Now()) {
+    AppendLog(Format("start: device %s, level %ld, pattern %s", common.device.c_str(),
+                     static_cast<long>(common.level), common.pattern.c_str()));
+    SendProgress();
+}
+
+void Run::SendProgress() {
+    const double now = Now();
+    const Progress progress{static_cast<std::uint32_t>(now - start_),
+                            static_cast<std::uint32_t>(common_.runtime),
+                            static_cast<unsigned>(common_.level), percent_, passes_};
+    unheard_ = !writer_.SendProgress(progress) || unheard_;
+    next_progress_ = now + kProgressInterval;
+}
+
+void Run::AwaitCancel(double seconds) {
+    const sigset_t set = CancelSignals();
+    timespec limit{};
+    limit.tv_sec = static_cast<time_t>(seconds);
+    limit.tv_nsec = static_cast<long>((seconds - static_cast<double>(limit.tv_sec)) * 1e9);
+    if (sigtimedwait(&set, nullptr, &limit) > 0) cancelled_ = true;
+}
+
+bool Run::Stop() {
+    if (stopped_) return true;
+    AwaitCancel(0);
+    const double now = Now();
+    if (now >= next_progress_) SendProgress();
+    const bool over = common_.runtime != 0 && now - start_ >= static_cast<double>(common_.runtime);
+    stopped_ = cancelled_ || over || unheard_;
+    return stopped_;
+}
+
+bool Run::Pause() {
+    const double end = Now() + static_cast<double>(common_.wait_sec) +
+                       static_cast<double>(common_.wait_usec) / 1e6;
+    double left = 0;
+    while (!Stop() && (left = end - Now()) > 0) AwaitCancel(std::min(left, kProgressInterval / 2));
+    return stopped_;
+}
+
+Outcome Run::Rounds(const std::function<Outcome()>& round) {
+    Outcome outcome;
+    do {
+        outcome = round();
+        const bool whole = outcome.code == EndCode::kOk && !stopped_;
+        if (whole || outcome.code == EndCode::kCompleted) ++passes_;
+    } while (outcome.code == EndCode::kOk && common_.runtime != 0 && !Stop());
+    return outcome;
+}
+
+void Run::SetDone(std::uint64_t done, std::uint64_t whole) {
+    percent_ =
+        whole == 0
+            ? 0
+            : static_cast<unsigned>(static_cast<double>(done) * 100.0 / static_cast<double>(whole));
+}
+
+void Run::SetNextAddress(std::uint64_t address) {
+    next_address_ = address > UINT32_MAX ? 0 : static_cast<std::uint32_t>(address);
+}
+
+void Run::AppendLog(std::string_view text) {
+    if (log_.Append(text)) unheard_ = !writer_.LogRotated() || unheard_;
+}
+
+void Run::Note(std::string_view text) {
+    AppendLog(text);
+    unheard_ = !writer_.Log(LogLevel::kAgent, kNoMessageId, text) || unheard_;
+}
+
+int Run::Finish(Outcome outcome) {
+    if (outcome.code == EndCode::kOk && cancelled_) outcome.code = EndCode::kCancel;
+    SendProgress();
+    const Result result{
+        common_.patrol,    program_,     title_,  common_.device, static_cast<long>(common_.level),
+        ExtentOf(common_), outcome.code, passes_, outcome.error};
+    unsigned flags = kFlagResultText;
+    if (outcome.code == EndCode::kNg) {
+        flags |= kFlagFaulty;
+        // The controller gathers what lies between these two numbers into one system log entry.
+        writer_.Log(LogLevel::kSystem, "I0807", program_ + " of " + common_.device + " failed");
+        writer_.Log(LogLevel::kSystem, kNoMessageId, outcome.error);
+        writer_.Log(LogLevel::kAgent, "E0809",
+                    program_ + " of " + common_.device + " ended with NG");
+    }
+    AppendLog(Format("end: code %d, passes %ld %s", static_cast<int>(outcome.code), passes_,
+                     outcome.error.c_str()));
+    const bool heard = writer_.Status(outcome.code, flags, next_address_, ResultBlock(result));
+    return heard ? ExitStatus(outcome.code) : kExitUnheard;
+}
+
+}  // namespace testprog

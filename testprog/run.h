@@ -1,0 +1,108 @@
+// One run of a test program, from its options to its closing record: what all of them share.
+//
+// A program's main reads
+//
+//     testprog::EnterBackground();
+//     (options)
+//     testprog::Run run("cputest", "Processor diagnosis", options.common);
+//     outcome = complaint.empty() ? (the test) : Outcome{EndCode::kSkip, complaint};
+//     return run.Finish(outcome);
+//
+// and the test is built of steps short enough (a millisecond of work, or one read of a disk) that
+// asking Stop() after each of them keeps the promises below.
+
+#ifndef TESTPROG_RUN_H_
+#define TESTPROG_RUN_H_
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "log_file.h"
+#include "options.h"
+#include "record.h"
+
+namespace testprog {
+
+// Exit statuses.
+constexpr int kExitOk = 0;       // OK, COMPLETED, CANCEL
+constexpr int kExitNg = 1;       // NG
+constexpr int kExitSkip = 2;     // SKIP
+constexpr int kExitAbort = 3;    // ABORT
+constexpr int kExitUnheard = 4;  // the closing record could not be written
+
+// How a test, or one round of it, ended. kOk, kCompleted, kNg, kSkip or kAbort; a round that
+// Stop() cut short ends with kOk and Run makes of it what is due.
+struct Outcome {
+    EndCode code = EndCode::kOk;
+    std::string error;  // one line; for kNg, kSkip and kAbort
+};
+
+// To be called first in main. Gives the process the lowest CPU and I/O priority, keeps SIGPIPE
+// from killing it, and holds SIGINT and SIGTERM back for Run, which looks for them between steps
+// and while it waits; so no handler ever interrupts anything.
+void EnterBackground();
+
+class Run {
+ public:
+    // `program` and `title` are shown in the result; `common` is kept by reference. Sends the
+    // first progress record. The log is named after the program, or after program and device
+    // where `log_per_device` says so (several disks are tested at once).
+    Run(std::string program, std::string title, const CommonOptions& common,
+        bool log_per_device = false);
+
+    // To be asked between steps. Sends a progress record twice a second. True when the test is
+    // to come to its end: cancelled, out of time, or nobody listens any more.
+    bool Stop();
+
+    // The pause that "-waitusec" and "-waitsec" ask for after a step; Stop() goes on meanwhile,
+    // and its result is returned.
+    bool Pause();
+
+    // Repeats `round` until the time given by "/runtime" is over, once without it, and counts
+    // the rounds that were completed. A round with a result other than kOk is the last; of these
+    // kCompleted counts.
+    Outcome Rounds(const std::function<Outcome()>& round);
+
+    // What part of the round is done; for the progress records.
+    void SetDone(std::uint64_t done, std::uint64_t whole);
+
+    // For disks: the block at which the next test is to start, sent with the closing record
+    // whatever it says. The record has 32 bits for it; an address beyond them is sent as 0.
+    void SetNextAddress(std::uint64_t address);
+
+    // Writes a line into the program's own log and into the controller's trace log.
+    void Note(std::string_view text);
+
+    // Sends the closing status record with its result block and returns the exit status. A
+    // failure (kNg) is first announced to the system log and the agent. kOk becomes kCancel
+    // where the run was cancelled.
+    int Finish(Outcome outcome);
+
+    const RecordWriter& writer() const { return writer_; }
+
+ private:
+    void SendProgress();
+    void AppendLog(std::string_view text);
+    // Waits up to `seconds` for a signal that ends the run; 0 only looks.
+    void AwaitCancel(double seconds);
+
+    std::string program_;
+    std::string title_;
+    const CommonOptions& common_;
+    RecordWriter writer_;
+    LogFile log_;
+    double start_;
+    double next_progress_ = 0;
+    bool cancelled_ = false;
+    bool stopped_ = false;
+    bool unheard_ = false;
+    long passes_ = 0;
+    unsigned percent_ = 0;
+    std::uint32_t next_address_ = 0;
+};
+
+}  // namespace testprog
+
+#endif  // TESTPROG_RUN_H_
