@@ -224,26 +224,31 @@ int wait_for_testdata(const TestWait& wait) {
     return next == Next::kSuccess ? 0 : -1;
 }
 
-int WaitCpuTest() {
-    Ptltrprintf("[%s] Start.\n", __func__);
-    Ptltrprintf("[%s] PipeCpuRead=0x%x PipeCpuWrite=0x%x\n", __func__,
-                static_cast<unsigned>(PipeCpuRead), static_cast<unsigned>(PipeCpuWrite));
-    Ptltrprintf("[%s] ProcessIdCpu =%d\n", __func__, ProcessIdCpu);
-    const int result = wait_for_testdata({kKindCpu, cpu_tout_watch, "CPU", kPatrolMask, 0, 0,
-                                          PipeCpuRead, ProcessIdCpu, 0, kRunPatrol});
-    Ptltrprintf("[%s] %s.\n", __func__, result != 0 ? "Error End" : "End");
+namespace {
+
+// The wait for a processor or memory test; `name` is that of the kind in the traces.
+int WaitSingle(const char* caller, int kind, const char* name, int timeout, int read_fd,
+               int write_fd, pid_t pid) {
+    Ptltrprintf("[%s] Start.\n", caller);
+    Ptltrprintf("[%s] Pipe%sRead=0x%x Pipe%sWrite=0x%x\n", caller, name,
+                static_cast<unsigned>(read_fd), name, static_cast<unsigned>(write_fd));
+    Ptltrprintf("[%s] ProcessId%s =%d\n", caller, name, pid);
+    const int result = wait_for_testdata(
+        {kind, timeout, FindKind(kind)->name, kPatrolMask, 0, 0, read_fd, pid, 0, kRunPatrol});
+    Ptltrprintf("[%s] %s.\n", caller, result != 0 ? "Error End" : "End");
     return result;
 }
 
+}  // namespace
+
+int WaitCpuTest() {
+    return WaitSingle(__func__, kKindCpu, "Cpu", cpu_tout_watch, PipeCpuRead, PipeCpuWrite,
+                      ProcessIdCpu);
+}
+
 int WaitMemTest() {
-    Ptltrprintf("[%s] Start.\n", __func__);
-    Ptltrprintf("[%s] PipeMemRead=0x%x PipeMemWrite=0x%x\n", __func__,
-                static_cast<unsigned>(PipeMemRead), static_cast<unsigned>(PipeMemWrite));
-    Ptltrprintf("[%s] ProcessIdMem =%d\n", __func__, ProcessIdMem);
-    const int result = wait_for_testdata({kKindMemory, mem_tout_watch, "Memory", kPatrolMask, 0, 0,
-                                          PipeMemRead, ProcessIdMem, 0, kRunPatrol});
-    Ptltrprintf("[%s] %s.\n", __func__, result != 0 ? "Error End" : "End");
-    return result;
+    return WaitSingle(__func__, kKindMemory, "Mem", mem_tout_watch, PipeMemRead, PipeMemWrite,
+                      ProcessIdMem);
 }
 
 int WaitHddTest() {

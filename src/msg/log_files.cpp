@@ -25,6 +25,7 @@ constexpr int max_log_size = 512;  // KiB
 constexpr int log_gen = 4;
 constexpr size_t kFieldsEstimate = 68;  // the padded fields and the separators of a line
 constexpr size_t kOverlongSize = 4;     // what an over-long line is formatted into
+constexpr size_t kCopiedPiece = 511;
 constexpr int kMaxCopiedLines = 0x70000000;
 
 struct LogStream {
@@ -78,6 +79,18 @@ int Rotate(const char* stream, int generations, LogBuffer* buffer) {
     }
     buffer->Clear();
     return 0;
+}
+
+// Reads a line with its line feed, at most kCopiedPiece bytes of it. Unlike fgets it tells how many
+// came, so that a NUL is copied like any other byte. 0 at the end.
+size_t TakeLine(FILE* from, char (&line)[kCopiedPiece + 1]) {
+    size_t size = 0;
+    int c = 0;
+    while (size < kCopiedPiece && c != '\n' && (c = std::getc(from)) != EOF) {
+        line[size++] = static_cast<char>(c);
+    }
+    line[size] = '\0';
+    return size;
 }
 
 bool StartsWith(const char* line, const char* start) {
@@ -174,17 +187,17 @@ int ptl_log_backup() {
 }
 
 int copy_part_of_file(FILE* to, FILE* from, const char* start, const char* end) {
-    char line[512];
+    char line[kCopiedPiece + 1];
     bool copying = start == nullptr;
     int copied = 0;
-    while (std::fgets(line, sizeof line, from) != nullptr) {
+    for (size_t size = TakeLine(from, line); size > 0; size = TakeLine(from, line)) {
         if (!copying) {
             copying = StartsWith(line, start);
             if (!copying) continue;
         } else if (end != nullptr && StartsWith(line, end)) {
             break;
         }
-        std::fputs(line, to);
+        std::fwrite(line, 1, size, to);
         if (copied < kMaxCopiedLines) ++copied;
     }
     return copying ? copied : -1;

@@ -1,5 +1,7 @@
 #include "schedule/builder_steps.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 
 #include "base/file.h"
@@ -35,7 +37,8 @@ int WriteHddSections(const HddSections& sections) {
 
 int WriteScheduleFile(const ScheduleFile& file) {
     FileReplacement schedule(file.path);
-    if (schedule.stream() == nullptr) {
+    const bool writable = access(file.path, W_OK) == 0 || errno == ENOENT;
+    if (!writable || schedule.stream() == nullptr) {
         Ptltrprintf("[%s] Can't open %s.\n", file.caller, file.path);
         Ptltrprintf("[%s] end.( -1 )\n", file.caller);
         return -1;

@@ -98,11 +98,12 @@ int CompareSchedule() {
         return -2;
     }
     HddSaveData();
-    if (CreateSchedule() != 0) {
+    // The addresses come back in a second step; until then they must not exist in memory alone.
+    KeepProfileAsOld(sche_path.c_str());
+    if (CreateSchedule() != 0 || HddCompareData() != 0) {
         Ptltrprintf("[%s] end.( -1 )\n", __func__);
         return -2;
     }
-    HddCompareData();
     Ptltrprintf("[%s] end.( 0 )\n", __func__);
     return 0;
 }
@@ -138,7 +139,7 @@ void HddSaveData() {
     Ptltrprintf("[%s] End.\n", __func__);
 }
 
-void HddCompareData() {
+int HddCompareData() {
     Ptltrprintf("[%s] Start.\n", __func__);
     const ProfileReader built(sche_path.c_str());
     ProfileWriter schedule(sche_path.c_str());
@@ -155,9 +156,10 @@ void HddCompareData() {
             break;
         }
     }
-    schedule.Save();
+    const bool saved = schedule.Save();
     FreeOldDisks();
     Ptltrprintf("[%s] End.\n", __func__);
+    return saved ? 0 : -1;
 }
 
 }  // namespace patrol

@@ -20,14 +20,15 @@ extern OldDisk* hdd_type_tbl;
 int UpdateSchedule();
 
 // New device configuration: the file is rebuilt, and a disk known by its serial number keeps the
-// address its next test starts at. 0; -1 when there is no Schedule file (nothing done); -2 when the
-// old disks cannot be kept in memory (the file is untouched) or the rebuild failed.
+// address its next test starts at. The old file stays as "<path>.old" until it has. 0; -1 when
+// there is no Schedule file (nothing done); -2 when the old disks cannot be kept in memory (the
+// file is untouched) or the rebuild failed.
 int CompareSchedule();
 
 // The steps of these.
 void PatrolUpdateSchedule();
 int HddTblAlloc();  // 0, or -1 (traced)
 void HddSaveData();
-void HddCompareData();
+int HddCompareData();  // 0, or -1 when the addresses could not be written
 
 }  // namespace patrol

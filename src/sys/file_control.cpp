@@ -89,8 +89,9 @@ int ptl_fseek(int index, long offset, int whence) {
 
 Stream rfopen(const char* path, int tries, const char* mode) {
     if (path == nullptr) return nullptr;
+    const std::string closing_mode = std::string(mode) + "e";
     for (; tries >= 1; --tries) {
-        Stream stream(std::fopen(path, mode));
+        Stream stream(std::fopen(path, closing_mode.c_str()));
         if (stream != nullptr || errno != EINTR) return stream;
         RetryPause(kFilePauseDivisor);
     }

@@ -87,8 +87,8 @@ class ProfileWriter {
 
     void Write(const char* section, const char* key, const char* value);
 
-    // Puts the writes in place. False when there is nothing to put or it failed; the file is then
-    // as it was.
+    // Puts the writes, if there are any, in place. False when that failed; the file is then as it
+    // was.
     bool Save();
 
  private:
@@ -110,6 +110,10 @@ class ProfileWriter {
     std::vector<std::string> lines_;  // with their line feeds, cut at 511 characters
     std::unordered_map<std::string, size_t> first_header_;
 };
+
+// Makes "<path>.old" hold what the profile holds now, for a rebuild to come. False, with
+// "<path>.old" as it was, when that fails.
+bool KeepProfileAsOld(const char* path);
 
 // The stream routines underneath. rf_fileopen tries four times; null when none succeeds.
 // rf_filegets takes the next line from `rest`, at most size - 1 characters, and cleans it; false at

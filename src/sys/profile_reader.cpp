@@ -113,7 +113,7 @@ int ProfileReader::Int(const char* section, const char* key, int default_value) 
     for (size_t i = *first; i < lines.lines.size(); ++i) {
         const std::string& line = lines.lines[i];
         if (IsHeader(line, false)) break;
-        if (!StartsWith(line, pattern)) continue;
+        if (StartsWith(line, ";") || !StartsWith(line, pattern)) continue;
         const char* digits = line.c_str() + pattern.size();
         char* end = nullptr;
         const long long number = std::strtoll(digits, &end, 10);

@@ -52,7 +52,7 @@ void ProfileWriter::Write(const char* section, const char* key, const char* valu
 }
 
 bool ProfileWriter::Save() {
-    if (!pending_.has_value()) return false;
+    if (!pending_.has_value()) return true;
     const std::string before = Join();
     Apply(*pending_);
     pending_.reset();
@@ -60,12 +60,10 @@ bool ProfileWriter::Save() {
     FileReplacement fresh(path_.c_str());
     if (!fresh.Write(Join())) return false;
     const std::string old_path = SideName(path_.c_str(), ".old");
-    // After a single write what must be kept is the very file that stands there.
-    if (writes_ > 1 || !LinkAs(path_, old_path)) {
-        FileReplacement kept(old_path.c_str());
-        if (!kept.Write(before) || !kept.Commit()) return false;
-    }
-    return fresh.Commit();
+    // Before a single write, what must be kept is the very file that stands there.
+    if (writes_ == 1 && LinkAs(path_, old_path)) return fresh.Commit();
+    FileReplacement kept(old_path.c_str());
+    return kept.Write(before) && fresh.Commit() && kept.Commit();
 }
 
 void ProfileWriter::Apply(const Entry& entry) {
@@ -118,6 +116,14 @@ std::string ProfileWriter::Join() const {
     std::string bytes;
     for (const std::string& line : lines_) bytes += line;
     return bytes;
+}
+
+bool KeepProfileAsOld(const char* path) {
+    const std::string old_path = SideName(path, ".old");
+    if (LinkAs(path, old_path)) return true;
+    std::string bytes;
+    FileReplacement kept(old_path.c_str());
+    return LoadProfile(path, &bytes) && kept.Write(bytes) && kept.Commit();
 }
 
 void WritePrivateProfileString(const char* section, const char* key, const char* value,

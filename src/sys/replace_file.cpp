@@ -17,7 +17,7 @@ bool Replaceable(const char* path) {
         errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
         return false;
     }
-    return access(path, W_OK) == 0;
+    return true;
 }
 
 }  // namespace

@@ -14,7 +14,7 @@ namespace patrol {
 class FileReplacement {
  public:
     // Creates "<path>.new". It fails, with errno set, for a `path` that exists and is no regular
-    // file or may not be written.
+    // file.
     explicit FileReplacement(const char* path);
     ~FileReplacement();
     FileReplacement(const FileReplacement&) = delete;
