@@ -13,7 +13,7 @@ int32_t hdd_exec_use = 0;
 
 bool AllocateDiskTable(int count) {
     FreeDiskTable();
-    if (count > kMaxCount) return false;
+    if (AbsurdTable(count, sizeof(HddExec))) return false;
     hdd_exec_tbl = new (std::nothrow) HddExec[static_cast<size_t>(BoundedCount(count))];
     return hdd_exec_tbl != nullptr;
 }

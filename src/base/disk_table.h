@@ -25,7 +25,8 @@ struct HddExec {
 extern HddExec* hdd_exec_tbl;
 extern int32_t hdd_exec_use;
 
-// Allocates `count` cleared entries in place of any earlier table and sets hdd_exec_use to 0.
+// Allocates `count` cleared entries, at most kMaxCount, in place of any earlier table and sets
+// hdd_exec_use to 0.
 // False, with no table, when they cannot be had. A count of 0 is a table without entries.
 bool AllocateDiskTable(int count);
 

@@ -1,7 +1,6 @@
 #include "control/agent_status.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -68,13 +67,9 @@ int GetMasterStatus() {
     PipeReader answer(shell.output.get());
     const bool ready = AnswersReady(&answer);
     shell.output.Reset(-1);
-    if (answer.interrupted()) {
-        // This run is ending, so the command is not waited for.
-        SignalChild(shell.pid, SIGTERM);
-    } else {
-        int status = 0;
-        WaitForChild(shell.pid, &status, 0);
-    }
+    int status = 0;
+    // A signal ends the wait that it comes in; the command may live on.
+    if (answer.interrupted() || WaitForChild(shell.pid, &status, 0) < 0) AbandonChild(shell.pid);
     Ptltrprintf("[%s] (%s) %s End.\n", __func__, command.c_str(), ready ? "OK" : "Not OK");
     return ready ? 0 : -1;
 }

@@ -16,6 +16,7 @@
 #include "msg/ptl_printf.h"
 #include "msg/trace.h"
 #include "sys/child.h"
+#include "sys/signals.h"
 
 namespace patrol {
 
@@ -114,6 +115,7 @@ void child_proc(int kind, const LaunchBlock& block) {
     Ptltrprintf("[%s] [%s:%d] %s\n", __func__, "execv(path)", 1, own.path.c_str());
     execv(own.path.c_str(), arguments);
     const int error = errno;
+    CatchBrokenPipes();
     Ptltrprintf("[%s] System Call Error (%s) , errno:%d\n", __func__, "execv", error);
     Ptltrprintf("[%s] cause     : %s\n", __func__, std::strerror(error));
     ptl_exit(kNotExecuted);

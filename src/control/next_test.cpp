@@ -40,7 +40,7 @@ void AdvanceProcessorsAndMemory(const ProfileReader& schedule, ProfileWriter* wr
 
 struct DiskSelection {
     int count;
-    int limit;  // most disks turned on; below 0 none
+    int limit;  // most disks turned on; below 0: no limit
     int phase;
     int start;  // first disk of the phase to consider
 };

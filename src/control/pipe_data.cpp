@@ -14,6 +14,7 @@ namespace patrol {
 int check_pipedata(long* offset) {
     constexpr size_t kMarkSize = sizeof kRecordMagic - 1;
     const FileEntry* file = FindFile(kFileTmp);
+    if (file->stream != nullptr) std::clearerr(file->stream);
     if (file->stream == nullptr || std::fseek(file->stream, *offset, SEEK_SET) != 0) return -1;
     char line[512];
     long line_start = *offset;

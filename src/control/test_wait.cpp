@@ -254,12 +254,12 @@ int WaitMemTest() {
 int WaitHddTest() {
     Ptltrprintf("[%s] Start.\n", __func__);
     int all = 0;
-    // The waits below change no other disk's section, so one reading serves them all.
-    const ProfileReader schedule(sche_path.c_str());
     for (int i = 0; i < hdd_exec_use; ++i) {
         const HddExec& disk = hdd_exec_tbl[i];
         Text<64> section;
         section.Format("HDD_SCHEDULE %d", disk.schedule_index);
+        // Read anew for each disk: the waits before it may have been long.
+        const ProfileReader schedule(sche_path.c_str());
         Text<65> device;
         schedule.String(section.c_str(), "device_name", "NO DATA", &device);
         Text<65> address;

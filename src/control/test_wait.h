@@ -22,8 +22,9 @@ struct TestWait {
 };
 
 // Reads the records of one test until its status record or the end of its pipe. A test that has
-// said its last is given `timeout` seconds to end; a pipe that ends without a status record is a
-// time-out when the test has run longer than that, and is entered in the history as one. A test
+// said its last is given `timeout` seconds (0 or below: no limit) until it, or any other child,
+// ends; after that it is stopped and its result stands; a pipe that ends without a status record is
+// a time-out when the test has run longer than that, and is entered in the history as one. A test
 // program that neither writes nor closes its pipe is waited for without limit, SIGINT and SIGHUP
 // apart. 0, or -1 for a test that failed, was skipped or aborted, or did not report.
 int wait_for_testdata(const TestWait& wait);

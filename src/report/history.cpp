@@ -167,7 +167,7 @@ const char* ptl_result_str(int result) {
 }
 
 const char* ptl_histentry_str(int mode) {
-    switch (mode) {
+    switch (mode & kModeMask) {
         case kModeAgentStart:
             return "KVX Start";
         case kModeStart:

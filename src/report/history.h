@@ -42,7 +42,7 @@ void ptl_histfile_cntl(Path* path);
 // characters, in a static buffer; null when there is none.
 const char* get_error_msg(const char* text);
 
-// The word for a result code (empty when unknown), and for a run mode.
+// The word for a result code (empty when unknown), and for the run mode in a mode word.
 const char* ptl_result_str(int result);
 const char* ptl_histentry_str(int mode);
 

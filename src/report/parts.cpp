@@ -70,7 +70,7 @@ Block ComposeReport(const FaultRecord& record, int run_mode) {
     snprintfx(text.get(), size,
               "%s%s\nLEVEL=1st\nTYPE=error\nMODE=SB\nREFLOG=NONE\nFRU_NUM=1\nFRU1=%s;%s\n"
               "FLAG=%s\nSUMMARY=%s\nOPERATION=E%d\nDETAIL=%s\n",
-              time_line, date_tm_tz().c_str(), record.fru_name.c_str(), location.c_str(),
+              time_line, date_tm_tz(now).c_str(), record.fru_name.c_str(), location.c_str(),
               run_mode == kRunPatrol ? "patrol" : "diag", record.summary.c_str(), kOperation,
               record.detail.c_str());
     return text;
@@ -198,8 +198,7 @@ int remove_char(char* text, char unwanted) {
     return 0;
 }
 
-Text<64> date_tm_tz() {
-    const std::time_t now = std::time(nullptr);
+Text<64> date_tm_tz(std::time_t now) {
     std::tm local = {};
     localtime_r(&now, &local);
     const long minutes = std::labs(local.tm_gmtoff) / 60;

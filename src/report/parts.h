@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <ctime>
 
 #include "base/text.h"
 
@@ -25,7 +26,7 @@ void set_parts_errinf(FaultRecord* record, const char* status, size_t length);
 
 // Writes the report of a patrol (kRunPatrol) or padiag (kRunPadiag) run for `device` into the
 // agent's temporary directory, with a backup copy, hands it to the parts command, and removes both.
-// 0, or 1 when any step failed; what was written then stays.
+// 0, or 1 when any step failed; a report that the command did not take stays.
 int patrol_parts_proc(const FaultRecord& record, int run_mode, const char* device);
 
 // The steps of it.
@@ -52,7 +53,7 @@ int check_parts_cmd_value(int exit_status, int* counter);
 // Removes every `unwanted` from `text` in place. 0, or -1 for an empty text.
 int remove_char(char* text, char unwanted);
 
-// Local time as "TIME=yyyy-mm-ddThh:mm:ss+hh:mm".
-Text<64> date_tm_tz();
+// `now` as local time, "TIME=yyyy-mm-ddThh:mm:ss+hh:mm".
+Text<64> date_tm_tz(std::time_t now);
 
 }  // namespace patrol

@@ -55,8 +55,9 @@ int check_testdata_log(const char* body, const RecordContext& context);
 // Takes the final status of a test: for a disk the next address goes to the Schedule section
 // `schedule_index`, a result text goes to the trace-detail log (its carriage returns are removed in
 // place), the result to the history. Returns the end code for the caller, or -1 for a bad field
-// (traced; nothing was entered). An NG that brings a result text returns kEndOk: the text has said
-// it. The flag for a faulty part returns kEndNg whatever the end code was.
+// (traced; nothing was entered); a next address without digits is one. An NG that brings a result
+// text returns kEndOk: the text has said it. The flag for a faulty part returns kEndNg whatever the
+// end code was.
 int check_testdata_status(char* body, const RecordContext& context, int schedule_index, int kind,
                           const char* device, int entry, int run_mode);
 

@@ -82,7 +82,7 @@ int HddTblAlloc2() {
     FreeNonTargets();
     const ProfileReader list(nontarget_path.c_str());
     const int count = list.Int("NON_TARGETLIST", "number", 1);
-    if (count <= kMaxCount) {
+    if (!AbsurdTable(count, sizeof(NonTarget))) {
         hdd_non_tbl = new (std::nothrow) NonTarget[static_cast<size_t>(BoundedCount(count))];
     }
     if (hdd_non_tbl == nullptr) {

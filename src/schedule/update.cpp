@@ -112,7 +112,7 @@ int HddTblAlloc() {
     Ptltrprintf("[%s] start.\n", __func__);
     FreeOldDisks();
     const int count = GetPrivateProfileInt("TEST_SCHEDULE", "hdd_all_num", 0, sche_path.c_str());
-    if (count <= kMaxCount) {
+    if (!AbsurdTable(count, sizeof(OldDisk))) {
         hdd_type_tbl = new (std::nothrow) OldDisk[static_cast<size_t>(BoundedCount(count))];
     }
     if (hdd_type_tbl == nullptr) {

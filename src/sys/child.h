@@ -19,8 +19,9 @@ struct ChildStart {
 
 // Flushes the log buffers and stdio, so that the child repeats none of it, and forks. The child has
 // default signal dispositions, the signal mask the controller was started with, no line of the
-// parent in its trace ring or log buffers, and, once it executes a program, no descriptor but 0, 1
-// and 2. Returns the child's pid, or what fork returned, with errno set.
+// parent in its trace ring or log buffers, and, once it executes a program, no descriptor that
+// this process opened but 0, 1 and 2. Returns the child's pid, or what fork returned, with errno
+// set.
 pid_t StartChild(const ChildStart& start);
 
 }  // namespace patrol

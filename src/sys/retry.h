@@ -2,8 +2,8 @@
 //
 // All take the arguments of the call and then how many attempts they may make; below 1 they fail
 // without a call. Each retry and each final failure leaves a line "[for parts], RETRY NAME()" or
-// "[for parts], ERROR  END NAME()" in the trace, except where noted. errno is that of the last
-// call.
+// "[for parts], ERROR  END NAME()" in the trace, except where noted. errno is that of
+// the last call, 0 without one.
 #pragma once
 
 #include <sys/stat.h>

@@ -14,8 +14,13 @@ sigset_t start_mask;
 sigset_t wait_mask;  // what is blocked inside the waits
 volatile sig_atomic_t noted_signal = 0;
 std::vector<pid_t> collected;
+std::vector<pid_t> abandoned;
 
 void DoNothing(int) {}
+
+bool Holds(const std::vector<pid_t>& pids, pid_t pid) {
+    return std::find(pids.begin(), pids.end(), pid) != pids.end();
+}
 
 sigset_t With(sigset_t mask, int signal) {
     sigaddset(&mask, signal);
@@ -48,8 +53,10 @@ void PrepareSignals() {
     sigprocmask(SIG_BLOCK, &blocked, &start_mask);
     wait_mask = start_mask;
     InstallHandler(SIGCHLD, DoNothing);
-    InstallHandler(SIGPIPE, DoNothing);
+    CatchBrokenPipes();
 }
+
+void CatchBrokenPipes() { InstallHandler(SIGPIPE, DoNothing); }
 
 int InstallHandler(int signal, SignalHandler handler) {
     struct sigaction action = {};
@@ -75,6 +82,7 @@ pid_t WaitForChild(pid_t pid, int* status, int options) {
     while (true) {
         const pid_t ended = waitpid(pid, status, options | WNOHANG);
         if (ended > 0 && (WIFEXITED(*status) || WIFSIGNALED(*status))) collected.push_back(ended);
+        if (pid < 0 && Holds(abandoned, ended)) continue;
         if (ended != 0) return ended;
         noted_signal = 0;
         // SIGCHLD ends this pause unnoted: look again.
@@ -86,9 +94,9 @@ pid_t WaitForChild(pid_t pid, int* status, int options) {
     }
 }
 
-bool WasCollected(pid_t pid) {
-    return std::find(collected.begin(), collected.end(), pid) != collected.end();
-}
+void AbandonChild(pid_t pid) { abandoned.push_back(pid); }
+
+bool WasCollected(pid_t pid) { return Holds(collected, pid); }
 
 int SignalChild(pid_t pid, int signal) {
     if (!WasCollected(pid)) return kill(pid, signal);
@@ -97,14 +105,14 @@ int SignalChild(pid_t pid, int signal) {
 }
 
 void RestoreSignalsInChild() {
-    for (const int signal : {SIGINT, SIGHUP, SIGTERM, SIGALRM, SIGPIPE, SIGCHLD}) {
-        InstallHandler(signal, SIG_DFL);
-    }
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) InstallHandler(signal, SIG_DFL);
     sigprocmask(SIG_SETMASK, &start_mask, nullptr);
 }
 
 void NoteNewChild(pid_t pid) {
-    collected.erase(std::remove(collected.begin(), collected.end(), pid), collected.end());
+    for (std::vector<pid_t>* pids : {&collected, &abandoned}) {
+        pids->erase(std::remove(pids->begin(), pids->end(), pid), pids->end());
+    }
 }
 
 SignalScope::SignalScope() : wait_mask_(wait_mask) {

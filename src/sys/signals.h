@@ -20,6 +20,9 @@ using SignalHandler = void (*)(int);
 // a failed write; children still get the default).
 void PrepareSignals();
 
+// Makes a reader that went away a failed write: SIGPIPE is caught by a handler that does nothing.
+void CatchBrokenPipes();
+
 // sigaction with an empty mask and no flags, so that the wait under way is not restarted. 0, or -1
 // with errno set.
 int InstallHandler(int signal, SignalHandler handler);
@@ -38,13 +41,17 @@ int WaitReadable(int fd);
 // with errno set: EINTR when a signal was noted, ECHILD when there is no such child.
 pid_t WaitForChild(pid_t pid, int* status, int options);
 
+// Gives up waiting for `pid`: its end is not taken for that of any child.
+void AbandonChild(pid_t pid);
+
 // Whether WaitForChild has seen the end of `pid`; its number may meanwhile belong to a stranger.
 bool WasCollected(pid_t pid);
 
 // kill() for a child of this process. -1 with errno ESRCH, nothing sent, when it was collected.
 int SignalChild(pid_t pid, int signal);
 
-// In a new child: default dispositions and the mask of the start.
+// In a new child: default dispositions of all signals, whatever this process was started with, and
+// the mask of the start.
 void RestoreSignalsInChild();
 
 // In the parent: `pid` is a living child again, whatever child had the number before.
