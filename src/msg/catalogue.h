@@ -25,9 +25,10 @@ struct BuiltinMessage {
 extern const BuiltinMessage local_msg_list[];
 
 // Loads "pat_msge.txt" of the data directory. Lines that are not "NUMBER","TEXT"; with a number of
-// this program are passed over, as the file serves others too; a text of more than 81 characters,
-// its closing quote and ";" included, comes out empty. Returns 0. A file that cannot be opened ends
-// the program with status 1, after the usual messages about it.
+// this program are passed over, as the file serves others too; of a text, all before
+// the character (the closing quote) that precedes the last ";" among its first 81 characters
+// counts; a text without one comes out empty. Returns 0. A file that cannot be opened ends the
+// program with status 1, after the usual messages about it.
 int ptl_set_msglist();
 
 // The text of `number`, compared over its five characters; null when it is unknown.

@@ -77,13 +77,9 @@ void PutLine(const char* text) {
 // The trace file ready for appending, rotated first when it has grown too large.
 Descriptor OpenForAppending() {
     constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-    Descriptor file(open(ring.path.c_str(), kFlags, 0666));
     struct stat status = {};
-    if (file.ok() && fstat(file.get(), &status) == 0 && status.st_size > kMaxFileSize) {
-        tr_rotate();
-        file.Reset(open(ring.path.c_str(), kFlags, 0666));
-    }
-    return file;
+    if (stat(ring.path.c_str(), &status) == 0 && status.st_size > kMaxFileSize) tr_rotate();
+    return Descriptor(open(ring.path.c_str(), kFlags, 0666));
 }
 
 }  // namespace

@@ -95,8 +95,8 @@ int HddTblAlloc2() {
     for (int i = 0; i < hdd_non_cnt; ++i) {
         Text<32> section;
         section.Format("LIST%d", i);
-        list.String(section.c_str(), "vendor", "NO_DATA", &hdd_non_tbl[i].vendor);
-        list.String(section.c_str(), "model", "NO_DATA", &hdd_non_tbl[i].model);
+        list.Field(section.c_str(), "vendor", "NO_DATA", &hdd_non_tbl[i].vendor);
+        list.Field(section.c_str(), "model", "NO_DATA", &hdd_non_tbl[i].model);
     }
     Ptltrprintf("[%s] end.( 0 )\n", __func__);
     return 0;

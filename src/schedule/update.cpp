@@ -44,10 +44,18 @@ bool ScheduleExists(const char* caller) {
 
 // Sets the flags of every disk. Returns where the even group goes on.
 int UpdateDisks(ProfileWriter* schedule, int count, int limit) {
-    const bool enabled = f_hdd_exe == 1;
+    for (int i = 0; i < count; ++i) WriteFlags(schedule, DiskSection(i), "hdd", false, false);
     DueRule rule(limit);
     for (int i = 0; i < count; ++i) {
-        WriteFlags(schedule, DiskSection(i), "hdd", enabled, enabled && rule.Due(i));
+        const std::string section = DiskSection(i);
+        if (f_hdd_exe != 1) {
+            WriteFlags(schedule, section, "hdd", false, false);
+            continue;
+        }
+        schedule->Write(section.c_str(), "hdd_exe", "ON");
+        // Odd disks keep the flag that was cleared above.
+        const bool due = rule.Due(i);
+        if (i % 2 == 0) schedule->Write(section.c_str(), "hdd_next_go", due ? "ON" : "OFF");
     }
     return rule.resume();
 }
@@ -131,10 +139,10 @@ void HddSaveData() {
     for (int i = 0; i < hdd_type_cnt; ++i) {
         const std::string section = DiskSection(i);
         OldDisk& disk = hdd_type_tbl[i];
-        schedule.String(section.c_str(), "device_name", "NO DATA", &disk.device_name);
-        schedule.String(section.c_str(), "serial_number", "NO DATA", &disk.serial_number);
+        schedule.Field(section.c_str(), "device_name", "NO DATA", &disk.device_name);
+        schedule.Field(section.c_str(), "serial_number", "NO DATA", &disk.serial_number);
         // The default is shorter than what the builder writes; it has always been.
-        schedule.String(section.c_str(), "address", "0x00000000", &disk.address);
+        schedule.Field(section.c_str(), "address", "0x00000000", &disk.address);
     }
     Ptltrprintf("[%s] End.\n", __func__);
 }
@@ -147,7 +155,7 @@ int HddCompareData() {
     for (int i = 0; i < count; ++i) {
         const std::string section = DiskSection(i);
         Text<512> serial;
-        built.String(section.c_str(), "serial_number", "NO DATA", &serial);
+        built.Field(section.c_str(), "serial_number", "NO DATA", &serial);
         for (int k = 0; k < hdd_type_cnt; ++k) {
             const Text<512>& known = hdd_type_tbl[k].serial_number;
             if (std::strncmp(serial.c_str(), known.c_str(), known.size()) != 0) continue;

@@ -63,7 +63,7 @@ int ptl_file_cntl(int operation, uint32_t mask, const char* mode) {
                 ptl_printf(kTraceDetail, nullptr, "E3825", "ptl_file_cntl", 0);
                 return -1;
             }
-            if (entry->open == 0 && !OpenEntry(entry, mode)) return -1;
+            if (entry->stream == nullptr && !OpenEntry(entry, mode)) return -1;
         } else if (entry->open == 1 && !CloseEntry(entry)) {
             ++failures;
         }

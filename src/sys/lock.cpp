@@ -41,10 +41,16 @@ int lock(const char* path, int seconds) {
     struct sigaction before = {};
     sigaction(SIGALRM, nullptr, &before);
     InstallHandler(SIGALRM, lock_timeout);
+    sigset_t only;
+    sigset_t mask_before;
+    sigemptyset(&only);
+    sigaddset(&only, SIGALRM);
+    sigprocmask(SIG_UNBLOCK, &only, &mask_before);
     SetRepeatingAlarm(seconds);
     const int result = lockf(lock_fd.get(), F_LOCK, 0);
     const int error = errno;
     SetRepeatingAlarm(0);
+    sigprocmask(SIG_SETMASK, &mask_before, nullptr);
     sigaction(SIGALRM, &before, nullptr);
     if (result == 0) return 0;
     return error == EINTR ? -2 : -1;

@@ -55,6 +55,15 @@ class ProfileReader {
     int Int(const char* section, const char* key, int default_value) const;
     int SectionNames(char* result, int size) const;
 
+    // Into a field of N bytes, read with that size: N - 1 characters are kept.
+    template <size_t N>
+    void Field(const char* section, const char* key, const char* default_value,
+               Text<N>* result) const {
+        Text<N + 1> value;
+        String(section, key, default_value, &value);
+        result->Assign(value.view());
+    }
+
     // String into a text: a value of up to N - 1 characters is copied whole.
     template <size_t N>
     int String(const char* section, const char* key, const char* default_value,
@@ -88,7 +97,7 @@ class ProfileWriter {
     void Write(const char* section, const char* key, const char* value);
 
     // Puts the writes, if there are any, in place. False when that failed; the file is then as it
-    // was.
+    // was. A "<path>.old" that cannot be had does not keep the writes out.
     bool Save();
 
  private:
@@ -117,13 +126,14 @@ bool KeepProfileAsOld(const char* path);
 
 // The stream routines underneath. rf_fileopen tries four times; null when none succeeds.
 // rf_filegets takes the next line from `rest`, at most size - 1 characters, and cleans it; false at
-// the end. rf_fileclose returns 0, or 1 when the stream failed to close.
+// the end. rf_fileclose returns 0, or 1 when the stream failed to close; it is gone either way, so
+// there is no second attempt.
 Stream rf_fileopen(const char* path, const char* mode);
 bool rf_filegets(std::string* line, size_t size, std::string_view* rest);
 int rf_fileclose(Stream stream);
 
-// The whole of a regular file. False when it is none, cannot be opened or a read fails for good;
-// `bytes` then holds what was read.
+// The whole of a regular file. False when it is none, is larger than 64 MiB, cannot be opened or a
+// read fails for good; `bytes` then holds what was read.
 bool LoadProfile(const char* path, std::string* bytes);
 
 // The next line of `rest` with its line feed, at most `limit` characters of it; empty at the end.

@@ -12,13 +12,17 @@ namespace patrol {
 namespace {
 
 constexpr int kAttempts = 4;
+constexpr off_t kMaxSize = off_t{64} << 20;
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
 }  // namespace
 
 Stream rf_fileopen(const char* path, const char* mode) {
+    const std::string closing_mode = std::string(mode) + "e";
     Stream stream;
-    for (int i = 0; i < kAttempts && stream == nullptr; ++i) stream.reset(std::fopen(path, mode));
+    for (int i = 0; i < kAttempts && stream == nullptr; ++i) {
+        stream.reset(std::fopen(path, closing_mode.c_str()));
+    }
     return stream;
 }
 
@@ -39,7 +43,8 @@ bool LoadProfile(const char* path, std::string* bytes) {
     bytes->clear();
     struct stat status = {};
     if (stat(path, &status) != 0 || !S_ISREG(status.st_mode)) return false;
-    Stream stream = rf_fileopen(path, "re");
+    if (status.st_size > kMaxSize) return false;
+    Stream stream = rf_fileopen(path, "r");
     if (stream == nullptr) return false;
     char piece[16384];
     int failures = 0;

@@ -63,7 +63,11 @@ bool ProfileWriter::Save() {
     // Before a single write, what must be kept is the very file that stands there.
     if (writes_ == 1 && LinkAs(path_, old_path)) return fresh.Commit();
     FileReplacement kept(old_path.c_str());
-    return kept.Write(before) && fresh.Commit() && kept.Commit();
+    // Where there is no room for what stood there before the last write, the file as it is will do.
+    if (!kept.Write(before)) LinkAs(path_, old_path);
+    if (!fresh.Commit()) return false;
+    kept.Commit();
+    return true;
 }
 
 void ProfileWriter::Apply(const Entry& entry) {
