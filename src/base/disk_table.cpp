@@ -2,9 +2,7 @@
 
 #include <unistd.h>
 
-#include <new>
-
-#include "base/number.h"
+#include "base/table.h"
 
 namespace patrol {
 
@@ -13,8 +11,7 @@ int32_t hdd_exec_use = 0;
 
 bool AllocateDiskTable(int count) {
     FreeDiskTable();
-    if (AbsurdTable(count, sizeof(HddExec))) return false;
-    hdd_exec_tbl = new (std::nothrow) HddExec[static_cast<size_t>(BoundedCount(count))];
+    hdd_exec_tbl = AllocateTable<HddExec>(count);
     return hdd_exec_tbl != nullptr;
 }
 

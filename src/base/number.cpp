@@ -13,11 +13,6 @@ int ClampToInt(int64_t value) {
 
 int BoundedCount(int count) { return std::clamp(count, 0, kMaxCount); }
 
-bool AbsurdTable(int count, size_t entry_size) {
-    constexpr size_t kMaxBytes = size_t{1} << 30;
-    return count > 0 && static_cast<size_t>(count) > kMaxBytes / entry_size;
-}
-
 int ParseInt(const char* text, int base) { return ClampToInt(std::strtoll(text, nullptr, base)); }
 
 uint32_t ParseUnsigned(const char* text, int base) {

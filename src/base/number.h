@@ -1,7 +1,6 @@
 // Numbers that come as text from outside: never trapped, always clamped.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 namespace patrol {
@@ -15,10 +14,6 @@ int ClampToInt(int64_t value);
 
 // `count` from a file as a loop bound: below 0 is none, above kMaxCount is kMaxCount.
 int BoundedCount(int count);
-
-// Whether `count` table entries of `entry_size` bytes are more than any machine needs (1 GiB): such
-// a table counts as one that memory has no room for.
-bool AbsurdTable(int count, size_t entry_size);
 
 // The number at the start of `text` after blanks, in the given base (0: decimal, "0x", leading 0),
 // clamped to the range of the result; 0 when there is none.

@@ -8,11 +8,13 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "base/paths.h"
 #include "base/run_mode.h"
 #include "control/test_stop.h"
 #include "msg/catalogue.h"
+#include "msg/event.h"
 #include "msg/ptl_exit.h"
 #include "msg/ptl_printf.h"
 #include "msg/trace.h"
@@ -36,6 +38,15 @@ const char* RequiredVariable(const char* name, unsigned flags) {
     ptl_exit(1);
 }
 
+// There is no way on from here. Where not even the end finds memory, it is cut short.
+void EndWithoutMemory() {
+    static bool ending = false;
+    if (ending) _exit(1);
+    ending = true;
+    event("E3895:System call error <<%s>>, errno:<<%d>>\n", "malloc", ENOMEM);
+    ptl_exit(1);
+}
+
 void Install(int signal, SignalHandler handler) {
     if (InstallHandler(signal, handler) == 0) return;
     const int error = errno;
@@ -53,6 +64,8 @@ void EnsureStandardDescriptors() {
         if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) return;
     }
 }
+
+void CatchOutOfMemory() { std::set_new_handler(EndWithoutMemory); }
 
 int setup_hostname() {
     host_buf.Clear();

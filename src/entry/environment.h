@@ -7,6 +7,10 @@ namespace patrol {
 // this program lands there.
 void EnsureStandardDescriptors();
 
+// Makes running out of memory an orderly end with status 1, after an event to the agent, instead of
+// an abort.
+void CatchOutOfMemory();
+
 // Fills host_buf and sets the core-file size limit to 0. 0, or -1 with an empty host_buf, and the
 // limit as it was, when the host has no name.
 int setup_hostname();

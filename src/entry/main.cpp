@@ -37,6 +37,7 @@ int main(int argc, char** argv) {
     patrol::ParseCommandLine(argc, argv, command);
 
     patrol::set_filepath();
+    patrol::CatchOutOfMemory();
     patrol::Ptltrprintf("[%s] %s.\n", "main", command.c_str());
     patrol::ptl_set_msglist();
     patrol::ptl_sigaction();

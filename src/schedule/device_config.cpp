@@ -1,11 +1,11 @@
 #include "schedule/device_config.h"
 
 #include <cstring>
-#include <new>
 #include <string_view>
 
 #include "base/number.h"
 #include "base/paths.h"
+#include "base/table.h"
 #include "msg/trace.h"
 #include "sys/profile.h"
 
@@ -82,9 +82,7 @@ int HddTblAlloc2() {
     FreeNonTargets();
     const ProfileReader list(nontarget_path.c_str());
     const int count = list.Int("NON_TARGETLIST", "number", 1);
-    if (!AbsurdTable(count, sizeof(NonTarget))) {
-        hdd_non_tbl = new (std::nothrow) NonTarget[static_cast<size_t>(BoundedCount(count))];
-    }
+    hdd_non_tbl = AllocateTable<NonTarget>(count);
     if (hdd_non_tbl == nullptr) {
         Ptltrprintf("[%s] hdd_non Alloc Error.(size= %d byte)\n", __func__,
                     ClampToInt(int64_t{count} * static_cast<int64_t>(sizeof(NonTarget))));

@@ -3,13 +3,13 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <new>
 #include <string>
 
 #include "base/number.h"
 #include "base/paths.h"
 #include "base/run_mode.h"
 #include "base/settings.h"
+#include "base/table.h"
 #include "msg/trace.h"
 #include "report/history.h"
 #include "schedule/builder.h"
@@ -120,9 +120,7 @@ int HddTblAlloc() {
     Ptltrprintf("[%s] start.\n", __func__);
     FreeOldDisks();
     const int count = GetPrivateProfileInt("TEST_SCHEDULE", "hdd_all_num", 0, sche_path.c_str());
-    if (!AbsurdTable(count, sizeof(OldDisk))) {
-        hdd_type_tbl = new (std::nothrow) OldDisk[static_cast<size_t>(BoundedCount(count))];
-    }
+    hdd_type_tbl = AllocateTable<OldDisk>(count);
     if (hdd_type_tbl == nullptr) {
         Ptltrprintf("[%s] hdd_type Alloc Error.(size= %d byte)\n", __func__,
                     ClampToInt(int64_t{count} * static_cast<int64_t>(sizeof(OldDisk))));
