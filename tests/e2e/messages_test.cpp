@@ -1,0 +1,293 @@
+// The event pipe, the message catalogue, the log files with their generations, the trace file.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <regex>
+
+#include "agent_dir.h"
+
+namespace patrol_test {
+namespace {
+
+using EventTest = AgentTest;
+using CatalogueTest = AgentTest;
+using TraceTest = AgentTest;
+
+const char kParameterError[] = "W2896:Execution parameter error\n";
+
+std::string HostName() {
+    char name[65] = "";
+    gethostname(name, 62);
+    return name;
+}
+
+TEST_F(EventTest, OnlyAReaderGetsTheMessageAndNobodyWaits) {
+    EXPECT_EQ(agent_.Run({"bogus"}).status, 3);  // no pipe at all
+    {
+        EventPipe pipe(agent_);
+        const std::string wide(300, 't');
+        for (const auto& [type, prefix] :
+             {std::pair<std::string, std::string>{"", ""}, {"MB", "MB;"}, {wide, wide + ";"}}) {
+            Launch launch;
+            launch.env["KVX_SVTYPE"] = type;
+            agent_.Run({"bogus"}, launch);
+            EXPECT_EQ(Join(pipe.Lines()), prefix + kParameterError);
+        }
+        pipe.Leave();
+        EXPECT_EQ(agent_.Run({"bogus"}).status, 3);
+    }
+    agent_.Remove("event_pipe");
+    agent_.MakeDir("event_pipe");
+    EXPECT_EQ(agent_.Run({"bogus"}).status, 3);
+}
+
+TEST_F(EventTest, AReaderThatLeavesWhileTheProgramWritesDoesNoHarm) {
+    EventPipe pipe(agent_);
+    const auto path = std::filesystem::canonical(agent_.Path("event_pipe"));
+    const int filler = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(filler, 0);
+    const std::string block(4096, 'x');
+    while (write(filler, block.data(), block.size()) > 0) {
+    }
+    const auto process = agent_.Start({"bogus"});
+    // Once it has the pipe open it is about to write, or waits there for room.
+    const std::string fds = "/proc/" + std::to_string(process->pid()) + "/fd";
+    EXPECT_TRUE(Eventually([&] {
+        std::error_code error;
+        for (std::filesystem::directory_iterator entry(fds, error), end; !error && entry != end;
+             entry.increment(error)) {
+            std::error_code gone;
+            if (std::filesystem::read_symlink(entry->path(), gone) == path) return true;
+        }
+        return false;
+    }));
+    pipe.Leave();
+    EXPECT_EQ(process->Wait().status, 3);
+    close(filler);
+}
+
+TEST_F(CatalogueTest, OnlyLinesOfThisProgramsFormAreTaken) {
+    const std::string other = "\"E3895\",\"filler\";\n", foreign = "\"E3195\",\"f\";\n#\n\n\"\n";
+    std::string almost_full;
+    for (int i = 0; i < 127; ++i) almost_full += foreign + other;
+    const std::string own = "\"W2896\",\"text\";\n", widest(79, 'w'), none = "(none)";
+    const std::pair<std::string, std::string> cases[] = {
+        {own, "text"},
+        {"\"W2896\",\"text\";", "text"},
+        {"\"W2896\",\"text\";\r\n", "text"},
+        {own + "\"W2896\",\"later\";\n", "text"},
+        {" " + own, none},
+        {"\"W28960,\"text\";\n", none},
+        {"\"W2796\",\"text\";\n\"W2816\",\"text\";\n", none},  // numbers of other programs
+        {"\"W2896\",\"a;b\"; and so on\n", "a;b"},             // ends at the last semicolon
+        {"\"W2896\",\"text\"\n", ""},
+        {"\"W2896\"\n", ""},
+        {"\"W2896\",\"" + widest + "\";\n", widest},
+        {"\"W2896\",\"" + widest + "w\";\n", ""},  // its semicolon is the 82nd character
+        {"\"W2896\",\"100%% done\";\n", "100% done"},
+        {almost_full + own, "text"},
+        {almost_full + other + own, none},  // 128 entries are all there is room for
+    };
+    EventPipe pipe(agent_);
+    for (const auto& [catalogue, text] : cases) {
+        agent_.Write("data/pat_msge.txt", catalogue);
+        EXPECT_EQ(agent_.Run({"bogus"}).status, 3);
+        EXPECT_EQ(Join(pipe.Lines()), text == none ? "" : "W2896:" + text + "\n")
+            << catalogue.substr(0, 200);
+    }
+    for (const char* text : {"%n%n%n", "%s%s%s%s", "%99999999d %.9999999f", "%", "%*d", "%1$s"}) {
+        agent_.Write("data/pat_msge.txt", std::string("\"W2896\",\"") + text + "\";\n");
+        EXPECT_EQ(agent_.Run({"bogus"}).status, 3) << text;
+        const std::string event = Join(pipe.Lines());
+        EXPECT_EQ(event.substr(0, 6), "W2896:") << text;
+        EXPECT_LT(event.size(), 3000U) << text;
+    }
+}
+
+TEST_F(CatalogueTest, AMissingCatalogueEndsTheRunWithFiveMessages) {
+    agent_.Remove("data/pat_msge.txt");
+    EventPipe pipe(agent_);
+    EXPECT_EQ(agent_.Run({"reload"}).status, 1);
+    const std::string path = agent_.Path("data/pat_msge.txt");
+    EXPECT_EQ(Join(pipe.Lines()), "E3899:<<file name = " + path + ">>\n");
+    EXPECT_EQ(Join(agent_.Log()),
+              "E3895 System call error <<fopen>>, errno:<<2>>\n"
+              "L1950   cause     : No such file or directory\n"
+              "L1951   file name : " +
+                  path + "\nL1952   open mode : \"r\"\n");
+    EXPECT_EQ(agent_.Read("log/pat_trce.log"), agent_.Read("log/pat_trc0.log"));
+}
+
+// A run without KVX_data writes exactly one log line, always of the same length, and ends with 1.
+class LogFileTest : public AgentTest {
+ protected:
+    void WriteOneLine() {
+        Launch launch;
+        launch.env["KVX_data"] = std::nullopt;
+        EXPECT_EQ(agent_.Run({"reload"}, launch).status, 1);
+    }
+    static std::string Name(int n) { return "log/pat_trc" + std::to_string(n) + ".log"; }
+    // The generations that are there, each as its first character.
+    std::string Generations() const {
+        std::string all;
+        for (int n = 0; n < 5; ++n) all += agent_.Exists(Name(n)) ? agent_.Read(Name(n))[0] : '-';
+        return all;
+    }
+    static constexpr size_t kLimit = 512 * 1024;
+};
+
+TEST_F(LogFileTest, AFileIsFilledToExactlyItsLimit) {
+    WriteOneLine();
+    const std::string line = agent_.Read(Name(0));
+    const std::regex form(HostName() +
+                          R"(,\d\d/\d\d/\d\d \d\d:\d\d:\d\d \d{3}\.\d{3},patrol {14},W2895,)"
+                          R"(patrol {10},Environment variable<<KVX_data>> not found\n)");
+    EXPECT_TRUE(std::regex_match(line, form)) << line;
+    agent_.Write(Name(0), std::string(kLimit - line.size(), 'x'));
+    WriteOneLine();
+    EXPECT_EQ(agent_.Read(Name(0)).size(), kLimit);
+    EXPECT_EQ(Generations(), "x----");
+
+    agent_.Write(Name(0), std::string(kLimit - line.size() + 1, 'y'));
+    WriteOneLine();  // the line that does not fit is lost
+    EXPECT_EQ(Generations(), "-y---");
+    EXPECT_EQ(agent_.Read(Name(1)).size(), kLimit - line.size() + 1);
+    WriteOneLine();
+    EXPECT_EQ(agent_.Log().size(), 1U);
+}
+
+TEST_F(LogFileTest, FourGenerationsAreKept) {
+    agent_.Write(Name(0), std::string(kLimit, 'a'));
+    for (int n = 1; n < 4; ++n) agent_.Write(Name(n), std::string(1, static_cast<char>('a' + n)));
+    WriteOneLine();  // a full set first loses its oldest, and this line
+    EXPECT_EQ(Generations(), "abc--");
+    WriteOneLine();  // and moves with the next one, which is lost too
+    EXPECT_EQ(Generations(), "-abc-");
+    WriteOneLine();
+    EXPECT_EQ(agent_.Log().size(), 1U);
+    // Behind a gap nothing moves.
+    agent_.Remove(Name(1));
+    agent_.Write(Name(0), std::string(kLimit, 'A'));
+    WriteOneLine();
+    EXPECT_EQ(Generations(), "-Abc-");
+    // A debug run flushes each line, so of four lines the first two are lost.
+    agent_.Write(Name(0), std::string(kLimit, 'B'));
+    agent_.Remove("data/pat_msge.txt");
+    EXPECT_EQ(agent_.Run({"debug", "reload"}).status, 1);
+    EXPECT_EQ(First(agent_.Log()), "L1951   file name : " + agent_.Path("data/pat_msge.txt"));
+    agent_.Remove(Name(0));
+    // A file that cannot be opened is told to the agent.
+    agent_.MakeDir(Name(0));
+    EventPipe pipe(agent_);
+    WriteOneLine();
+    EXPECT_EQ(Join(pipe.Lines()),
+              "E3895:System call error <<fopen>>, errno:<<21>>\n"
+              "E3899:<<file name = " +
+                  agent_.Path(Name(0)) + ">>\n");
+}
+
+TEST_F(LogFileTest, OnlyStatusOneSavesExactCopies) {
+    const std::string odd = std::string(2000, 'l') + "\n\nlast line without its end";
+    const std::string older(9000, 'o');
+    const std::pair<const char*, const char*> copies[] = {{"log/pat_log0.log", "log/pat_loge.log"},
+                                                          {"log/pat_log1.log", "log/pat_logb.log"},
+                                                          {"log/pat_trc1.log", "log/pat_trcb.log"}};
+    for (const auto& [source, target] : copies) {
+        agent_.Write(source, source + odd);
+        agent_.Write(target, older);
+    }
+    EXPECT_EQ(agent_.Run({"KVXstart"}).status, 0);
+    EXPECT_EQ(agent_.Run({"bogus"}).status, 3);
+    for (const auto& [source, target] : copies) EXPECT_EQ(agent_.Read(target), older);
+    WriteOneLine();
+    for (const auto& [source, target] : copies) EXPECT_EQ(agent_.Read(target), source + odd);
+    // A missing source is passed over; a target that cannot be made ends the saving.
+    agent_.Remove("log/pat_log0.log");
+    for (const auto& [source, target] : copies) agent_.Remove(target);
+    agent_.MakeDir("log/pat_logb.log");
+    WriteOneLine();
+    EXPECT_FALSE(agent_.Exists("log/pat_loge.log"));
+    EXPECT_FALSE(agent_.Exists("log/pat_trcb.log"));
+}
+
+TEST_F(TraceTest, EachLineBearsLocalTimeProcessHostAndRemoteHost) {
+    for (const char* remote : {"", "10.0.0.1"}) {
+        Launch launch;
+        launch.env["TZ"] = "XXX+5";  // five hours west
+        if (*remote != '\0') launch.env["REMOTEHOST"] = remote;
+        const time_t before = time(nullptr);
+        const auto process = agent_.Start({"KVXstart"}, launch);
+        EXPECT_EQ(process->Wait().status, 0);
+        tm local = {};
+        const std::string line = First(agent_.Lines(kTrace));
+        const char* rest = strptime(line.c_str(), "%Y/%m/%d %H:%M:%S", &local);
+        ASSERT_NE(rest, nullptr) << line;
+        EXPECT_GE(timegm(&local) + 5 * 3600, before);
+        EXPECT_LE(timegm(&local) + 5 * 3600, time(nullptr));
+        EXPECT_EQ(rest, " " + std::to_string(process->pid()) + " " + HostName() + " (" + remote +
+                            "):[main] patrol.exe KVXstart .");
+        agent_.Remove(kTrace);
+    }
+}
+
+TEST_F(TraceTest, AFileAboveItsLimitMovesThroughSixGenerations) {
+    const auto name = [](int n) { return std::string(kTrace) + "." + std::to_string(n); };
+    for (int n : {0, 1, 3, 4, 5}) agent_.Write(name(n), std::to_string(n));
+    const std::string exact = std::string(65535, 'x') + "\n", above(65537, 'y');
+    agent_.Write(kTrace, exact);
+    EXPECT_EQ(agent_.Run({"KVXstart"}).status, 0);
+    // 65,536 bytes take one line more, the next one finds the limit passed.
+    EXPECT_EQ(Join(agent_.Trace(name(0))), exact + "[main] patrol.exe KVXstart .\n");
+    EXPECT_EQ(First(agent_.Trace()), "[sched_main] Patrol Schedule Creation Started.");
+    std::string generations;
+    for (int n = 1; n < 6; ++n) generations += agent_.Exists(name(n)) ? agent_.Read(name(n)) : "-";
+    EXPECT_EQ(generations, "01-34");  // 5 is lost, and 2 was not there to move
+
+    agent_.Write(kTrace, above);
+    EXPECT_EQ(agent_.Run({"KVXstart"}).status, 0);
+    EXPECT_EQ(agent_.Read(name(0)), above);
+    EXPECT_EQ(
+        Join(agent_.Trace()),
+        "[main] patrol.exe KVXstart .\n[sched_main] Patrol Schedule Creation Started.\n"
+        "[CompareSchedule] start.\n[CompareSchedule] Not Found " +
+            agent_.Path(kSchedule) +
+            ".\n[CompareSchedule] end.( -1 )\n[sched_main] Patrol KVXstart Not Create Schedule.\n"
+            "[sched_main] Patrol Schedule Creation Ended.\n");
+}
+
+TEST_F(TraceTest, AnUnusableTraceFileStopsNothing) {
+    agent_.MakeDir(kTrace);
+    agent_.Write("data/devconf_new.xml", DeviceXml({Disk{}}));
+    EXPECT_EQ(agent_.Run({"reload"}).status, 0);
+    Launch launch;
+    launch.env["KVX_log"] = agent_.Path("nowhere");
+    EXPECT_EQ(agent_.Run({"confchg"}, launch).status, 0);
+    EXPECT_EQ(agent_.Key("TEST_SCHEDULE", "hdd_all_num"), "1");
+}
+
+TEST_F(TraceTest, ALongTextKeeps4095CharactersAndALongHeadIsCutToTheLine) {
+    const std::string line = "<dev phypath=\"/dev/sda\" " + std::string(4200, 'p');
+    agent_.Write("data/devconf_new.xml", line + "\n");
+    EXPECT_EQ(agent_.Run({"reload"}).status, 0);
+    const std::string text = "[PhypathCheck] String is Hit(" + line;
+    EXPECT_NE(agent_.Read(kTrace).find(text.substr(0, 4095)), std::string::npos);
+
+    agent_.Write("data/devconf_new.xml", DeviceXml({Disk{}}));
+    Launch launch;
+    launch.env["REMOTEHOST"] = std::string(120000, 'r');
+    EXPECT_EQ(agent_.Run({"confchg"}, launch).status, 0);
+    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 0", "device_name"), "/dev/sda");
+    EXPECT_TRUE(agent_.Exists(std::string(kTrace) + ".5"));
+    for (const auto& entry : std::filesystem::directory_iterator(agent_.Path("log"))) {
+        // At most the limit that lets a file grow once more, and one line of one slot.
+        EXPECT_LE(entry.file_size(), 65536U + 65536U) << entry.path();
+    }
+}
+
+}  // namespace
+}  // namespace patrol_test

@@ -1,0 +1,268 @@
+// What the records of a test program do: verdicts, addresses, log lines; and records that are
+// wrong.
+
+#include "records.h"
+
+#include <regex>
+
+namespace patrol_test {
+namespace {
+
+TEST_F(PassTest, StatusRecordsDecideVerdictAndHistory) {
+    const std::string bad = "RESULT\nERROR   : E3820 bad\n", x80(80, 'x');
+    const struct {
+        int end_code, flag;
+        std::string text, history, verdict;
+        int returned;
+    } cases[] = {
+        {1, 0, bad, "OK      cputest CPU [1s]", "End", 1},
+        {2, 0, bad, "CANCEL  cputest CPU [1s]", "End", 2},
+        {3, 0, bad, "OK      cputest CPU [1s]", "End", 3},
+        {4, 0, bad, "ERROR   cputest CPU [1s]", "Error End", 4},
+        {5, 0, bad, "OK      cputest CPU [1s]", "Skipped", 5},
+        {6, 0, bad, "ABORT   cputest CPU [1s]", "Aborted", 6},
+        {4, 1, bad, "ERROR   cputest CPU [1s]", "Error End", 4},
+        {4, 2, bad, "ERROR   cputest CPU [1s] E3820 bad", "End", 1},
+        {6, 2, bad, "ABORT   cputest CPU [1s] E3820 bad", "Aborted", 6},
+        {4, 6, bad, "ERROR   cputest CPU [1s] E3820 bad", "Error End", 4},
+        {1, 4, bad, "OK      cputest CPU [1s]", "Error End", 4},
+        // The message: from the first mark to the end of its line, 80 characters at most.
+        {1, 2, "ERROR   :E1 cut\rno\nERROR   : no", "OK      cputest CPU [1s]E1 cut", "End", 1},
+        {1, 2, "ERROR   :" + x80 + "yy", "OK      cputest CPU [1s]" + x80, "End", 1},
+        {1, 2, "in ERROR   : middle %d", "OK      cputest CPU [1s] middle %d", "End", 1},
+        {1, 2, "ERROR   :\nnext", "OK      cputest CPU [1s]", "End", 1},
+        {1, 2, "ERROR  : two blanks", "OK      cputest CPU [1s]", "End", 1},
+    };
+    agent_.Script("parts", "echo $2 >> $KVX_data/calls");
+    const std::string wait = "[wait_for_testdata] ";
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.end_code) + ", flag " + std::to_string(c.flag) + c.text);
+        Forget();
+        Plan("ON", "OFF", {});
+        Stub("cputest", StatusRecord(c.end_code, c.flag, c.text, "0x00000777"));
+        Pass();
+        ExpectHistory({c.history});
+        ExpectSteps({wait + "diagnosis end. end code=" + std::to_string(c.returned),
+                     wait + "CPU Patrol " + c.verdict, wait + "End.",
+                     c.returned < 4 ? "[WaitCpuTest] End." : "[WaitCpuTest] Error End.",
+                     "[cntl_main] Patrol Diagnosis Ended."});
+        EXPECT_EQ(agent_.Exists("data/calls"), c.returned == 4);
+        EXPECT_EQ(agent_.Read(kSchedule).find("777"), std::string::npos) << "only disks resume";
+    }
+}
+
+TEST_F(PassTest, NextAddressGoesBackIntoTheSectionOfTheDisk) {
+    const std::string kept = "0x0000000000000000";
+    const struct {
+        int flag;
+        std::string sent, written;
+    } cases[] = {
+        {1, "0x12345678", "0x0000000012345678"},
+        {2, "0xffffffff", "0x00000000ffffffff"},
+        {3, "0x00000001", "0x0000000000000001"},
+        {3, "0000000202", "0x0000000000000082"},
+        {0, "0x12345678", kept},
+        {4, "0x12345678", kept},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.flag) + " " + c.sent);
+        Plan("OFF", "OFF", {"OFF", "OFF", "ON"});
+        Stub("hddtest", StatusRecord(1, c.flag, "", c.sent));
+        Pass();
+        EXPECT_EQ(agent_.Key("HDD_SCHEDULE 2", "address"), c.written);
+        EXPECT_EQ(agent_.Key("HDD_SCHEDULE 0", "address"), kept);
+        EXPECT_EQ(agent_.Key("HDD_SCHEDULE 1", "address"), kept);
+    }
+}
+
+TEST_F(PassTest, LogRecordsGoWhereTheirLevelSays) {
+    EventPipe pipe(agent_);
+    const std::string a106(106, 'a');
+    Plan("OFF", "OFF", {"ON"});
+    // A group of system log lines empties their file, and is marked at its end.
+    agent_.Write("log/pat_sys.log", "older\n");
+    Stub("hddtest", LogRecord(2, "I0807", "begin") + LogRecord(1, "E3820", "to, both, \r") +
+                        LogRecord(2, "E0809", "end") + LogRecord(1, "W2825", "warns %s%n%d") +
+                        LogRecord(1, "I0399", "event only") + LogRecord(1, "00000", "trace ,, ") +
+                        LogRecord(2, "00000", "no number") + LogRecord(2, "I0400", a106 + "bbb") +
+                        LogRecord(3, "E3820", "wrong level") + StatusRecord(1));
+    Pass();
+    EXPECT_EQ(Join(pipe.Lines()), "E3820:to, both\nW2825:warns %s%n%d\nI0399:event only\n");
+    EXPECT_EQ(agent_.Read("log/pat_sys.log"),
+              "I0807: begin\nE3820: to, both\nE0809:ZQWNkvx end\nW2825: warns %s%n%d\n"
+              "no number\nI0400: " +
+                  a106 + "\n");
+    const std::string line = agent_.Read("log/pat_trc0.log");
+    EXPECT_EQ(line.substr(line.find(',') + 1), Pad(kStamp, 25) + "," + Pad("/dev/sda", 20) +
+                                                   ",L1000," + Pad("hddtest", 16) + ",trace\n");
+    EXPECT_EQ(Count("[check_testdata_log] External Interface Error. data= message output"), 1U);
+    EXPECT_EQ(Count("[check_testdata_log] End."), 8U);
+}
+
+TEST_F(PassTest, AResultTextIsLoggedWholeWithoutCarriageReturns) {
+    const std::string line(3000, 'r');
+    Plan("ON", "OFF", {});
+    Stub("cputest", StatusRecord(1, 2, "one\r\ntwo %s\r\n" + line));
+    Pass();
+    const std::string log = agent_.Read("log/pat_trc0.log");
+    EXPECT_NE(log.find("L1000,"), std::string::npos);
+    EXPECT_NE(log.find(",one\ntwo %s\n" + line + "\n"), std::string::npos) << log;
+}
+
+TEST_F(PassTest, ProgressSetsTheRunTimeThatTheHistoryShows) {
+    Plan("OFF", "ON", {"ON"});
+    Stub("memtest", ProgressRecord(77, "memtest") + StatusRecord(1));
+    Stub("hddtest",
+         Framed(Head("0x03") + "no comma here\n") + ProgressRecord(500) + StatusRecord(1));
+    Pass();
+    std::smatch match;
+    const std::string lines = agent_.Read("log/patstat0.txt");
+    ASSERT_TRUE(std::regex_search(lines, match,
+                                  std::regex("Memory \\[([0-9]+)s\\]\n.*/dev/sda \\[([0-9]+)s\\]")))
+        << lines;
+    EXPECT_TRUE(std::stoi(match[1]) >= 77 && std::stoi(match[1]) < 177) << match[1];
+    EXPECT_TRUE(std::stoi(match[2]) >= 500 && std::stoi(match[2]) < 600) << match[2];
+    EXPECT_FALSE(Stepped("[wait_for_testdata] Data Research Start(type=3)."));
+}
+
+std::string LengthAs(const std::string& ten_characters) {
+    return "ONLPTL," + ten_characters + "," + Head("0x02") + StatusBody(1, 0, "");
+}
+
+TEST_F(PassTest, WrongAndRightRecordsAreToldApart) {
+    const std::string wait = "[wait_for_testdata] ";
+    const std::string foreign = wait + "Received data does not begin with ONLPTL. tp=CPU";
+    const std::string ok = StatusRecord(1), good = wait + "CPU Patrol End";
+    const std::string failed = wait + "read() failed. data_size= ", error = wait + "Error End.";
+    const std::string head = "[check_testdata_head] External Interface Error. data= ";
+    const size_t size = ok.size() - 18;
+    const auto type = [&](const std::string& field) { return Framed(Head(field) + "body\n"); };
+    const auto ends = [&](int code) { return StatusRecord(code, 0, "text"); };
+    const struct {
+        std::string what, records;
+        std::vector<std::string> steps;
+        char fate;  // 's' the program was stopped, 'l' it was left alone, ' ' it ended well
+    } cases[] = {
+        {"nothing", "", {failed + "0.", error}, 'l'},
+        {"prefix cut", ok.substr(0, 17), {failed + "0.", error}, 'l'},
+        {"body cut", ok.substr(0, 60), {failed + "42.", error}, 'l'},
+        {"body missing", ok.substr(0, 18), {failed + "0.", error}, 'l'},
+        {"cut after a record",
+         LogRecord(2, "I0001", std::string(40, 'x')) + "ONLPTL",
+         {wait + "data_size=123", "[check_testdata_log] End.", failed + "123.", error},
+         'l'},
+        {"foreign block", std::string(36, '?') + ok, {foreign, foreign, good}, ' '},
+        {"out of step", "1234567" + ok, {foreign, foreign, error}, 'l'},
+        {"binary", std::string(90, '\0') + ok, {foreign, foreign, foreign, foreign, good}, ' '},
+        {"lower case", "onlptl" + ok.substr(6, 12) + ok, {foreign, good}, ' '},
+        {"decimal length", LengthAs("        " + std::to_string(size)), {good}, ' '},
+        {"octal length", LengthAs("0000000103"), {good}, ' '},
+        {"short hexadecimal length", LengthAs("0x43      "), {good}, ' '},
+        {"zero length",
+         "ONLPTL,0x00000000,",
+         {head + "transmit type , error value= 0x0 buff=."},
+         's'},
+        {"length below a header", Framed("0x02,0x01"), {error}, 's'},
+        {"negative length", LengthAs("-000000067"), {failed + "0.", error}, 'l'},
+        {"smallest length", LengthAs("-999999999"), {failed + "0.", error}, 'l'},
+        {"length too large", LengthAs("0xffffffff"), {error}, 'l'},
+        {"largest length", LengthAs("0x7fffffff"), {error}, 'l'},
+        {"no length",
+         LengthAs("abcdefghij"),
+         {head + "transmit type , error value= 0x0 buff=."},
+         's'},
+        {"type 0",
+         type("0x00"),
+         {head + "transmit type , error value= 0x0 buff=0x00.", error},
+         's'},
+        {"type 5",
+         type("0x05"),
+         {head + "transmit type , error value= 0x0 buff=0x05.", error},
+         's'},
+        {"type 8",
+         type("0x08"),
+         {head + "transmit type , error value= 0x0 buff=0x08.", error},
+         's'},
+        {"no lines",
+         Framed(Head("0x02", "cputest", "0x00") + StatusBody(1, 0, "")),
+         {head + "transmit lines , error value= 0x0.", error},
+         's'},
+        {"end code 0", ends(0), {error}, 's'},
+        {"end code 7", ends(7), {error}, 's'},
+        {"disk information is dropped",
+         HddInfoRecord() + ok,
+         {"[check_testdata_head] transmit type= 4(0x04).",
+          "[check_testdata_head] transmit type= 2(0x02).", good},
+         ' '},
+        {"process records",
+         ProcessRecord(1) + ProcessRecord(2) + ProcessRecord(3) + ok,
+         {wait + "Data Research Start(type=8).",
+          wait + "Change-of-generation of log is executed in diagnosis parts.", good},
+         ' '},
+        {"decimal fields",
+         Framed("   2,   1," + Head("").substr(6) + StatusBody(1, 0, "")),
+         {good},
+         ' '},
+        {"after the status record", ok + "rubbish", {good}, ' '},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        Forget();
+        Plan("ON", "OFF", {});
+        if (c.fate != ' ') agent_.Write("data/hold", "");
+        Stub(
+            "cputest", c.records,
+            c.fate == 's' ? kHold : std::string(kClosePipe) + kHold + "echo lived > $KVX_data/up\n",
+            c.fate == ' ' ? "" : kListen);
+        Pass();
+        ExpectSteps(c.steps);
+        if (c.fate == 's') {
+            ASSERT_TRUE(Eventually([&] { return agent_.Exists("data/stopped"); }));
+        }
+        agent_.Remove("data/hold");
+        if (c.fate == 'l') {
+            ASSERT_TRUE(Eventually([&] { return agent_.Exists("data/up"); })) << "was stopped";
+        }
+        EXPECT_EQ(agent_.History().size(), c.fate == ' ' ? 1U : 0U);
+        EXPECT_EQ(Count("[WaitCpuTest] Error End."), c.fate == ' ' ? 0U : 1U);
+        EXPECT_FALSE(Stepped("[wait_for_testdata] Data Research Start(type=4)."));
+        EXPECT_TRUE(Stepped("[cntl_main] Patrol Diagnosis Ended."));
+    }
+}
+
+TEST_F(PassTest, AStreamLargerThanAPipeComesWholeAndInOrder) {
+    constexpr int kRecords = 1200;
+    std::string records;
+    for (int i = 0; i < kRecords; ++i) {
+        records += LogRecord(2, "00000", Hex(static_cast<unsigned>(i), 8) + std::string(90, '.'));
+    }
+    ASSERT_GT(records.size(), 2U * 65536U);
+    Plan("OFF", "ON", {"ON"});
+    agent_.Write("data/hold", "");
+    Stub("memtest", StatusRecord(1), "", kHold);  // meanwhile the disk's pipe fills up
+    Stub("hddtest", records + StatusRecord(1));
+    Process& process = Begin();
+    EXPECT_TRUE(Eventually([&] { return Stepped("[WaitMemTest] Start."); }));
+    agent_.Remove("data/hold");
+    EXPECT_EQ(process.Wait().status, 0);
+    const std::vector<std::string> lines = agent_.Lines("log/pat_sys.log");
+    ASSERT_EQ(lines.size(), static_cast<size_t>(kRecords));
+    for (int i = 0; i < kRecords; ++i) {
+        EXPECT_EQ(lines[static_cast<size_t>(i)].substr(0, 10), Hex(static_cast<unsigned>(i), 8));
+    }
+    ExpectHistory({"OK      memtest Memory [#s]", "OK      hddtest /dev/sda [#s]"});
+}
+
+TEST_F(PassTest, RecordsMayComeByteByByteWithPauses) {
+    Plan("ON", "OFF", {});
+    agent_.Write("data/bytes", LogRecord(2, "00000", "in pieces") + StatusRecord(2));
+    agent_.Script("cputest",
+                  "for at in 0 40 80; do dd if=$KVX_data/bytes bs=1 skip=$at count=40 2>/dev/null; "
+                  "sleep 0.1; done; dd if=$KVX_data/bytes bs=1 skip=120 2>/dev/null");
+    Pass();
+    ExpectHistory({"CANCEL  cputest CPU [1s]"});
+    EXPECT_EQ(agent_.Read("log/pat_sys.log"), "in pieces\n");
+}
+
+}  // namespace
+}  // namespace patrol_test

@@ -1,0 +1,282 @@
+#include "agent_dir.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+namespace patrol_test {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr char kCatalogue[] =
+    "\"E3820\",\"Patrol diagnosis error <<%s>>\";\n"
+    "\"E3823\",\"Patrol schedule could not be created\";\n"
+    "\"E3825\",\"Internal error <<%s>>, value:<<%d>>\";\n"
+    "\"E3826\",\"Test program could not be started <<%s>>\";\n"
+    "\"E3829\",\"Test program ended <<%s>>\";\n"
+    "\"E3830\",\"Memory shortage <<%s>>\";\n"
+    "\"E3895\",\"System call error <<%s>>, errno:<<%d>>\";\n"
+    "\"E3899\",\"<<file name = %s>>\";\n"
+    "\"W2824\",\"Signal set-up failed\";\n"
+    "\"W2825\",\"Test program warning <<%s>>\";\n"
+    "\"W2895\",\"Environment variable<<%s>> not found\";\n"
+    "\"W2896\",\"Execution parameter error\";\n";
+
+// Calls `visit` with each line of a profile text and whether it is the wanted key's; joins what
+// it returns.
+template <typename Visit>
+std::string MapProfile(const std::vector<std::string>& lines, const std::string& section,
+                       const std::string& key, Visit visit) {
+    std::string text;
+    bool inside = false;
+    for (const std::string& line : lines) {
+        if (line.compare(0, 1, "[") == 0) inside = line == "[" + section + "]";
+        text += visit(line, inside && line.compare(0, key.size() + 1, key + "=") == 0);
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string DiskXml(const Disk& disk) {
+    std::string text = "<dev type=\"disk\" phypath=\"" + disk.path + " " + disk.device + "\">\n";
+    const std::pair<const char*, const std::string*> attributes[] = {
+        {"type", &disk.type},   {"S/N", &disk.serial},    {"vendor", &disk.vendor},
+        {"model", &disk.model}, {"status", &disk.status},
+    };
+    for (const auto& [name, value] : attributes) {
+        if (value->empty()) continue;
+        text += std::string("<attr name=\"") + name + "\">" + *value + "</attr>\n";
+    }
+    return text + "</dev>\n";
+}
+
+std::string DeviceXml(const std::vector<Disk>& disks) {
+    std::string text = "<devconf>\n";
+    for (const Disk& disk : disks) text += DiskXml(disk);
+    return text + "</devconf>\n";
+}
+
+std::vector<Disk> NumberedDisks(int count) {
+    std::vector<Disk> disks(static_cast<size_t>(count));
+    for (size_t i = 0; i < disks.size(); ++i) {
+        const std::string number = std::to_string(i);
+        disks[i].device = "/dev/sd";
+        if (i >= 26) disks[i].device += static_cast<char>('a' + i / 26 - 1);
+        disks[i].device += static_cast<char>('a' + i % 26);
+        disks[i].serial = "SN-" + std::string(4 - std::min<size_t>(4, number.size()), '0') + number;
+    }
+    return disks;
+}
+
+std::string PatrolSettings(const std::string& cpu, const std::string& memory,
+                           const std::string& disks) {
+    return "[CPUDIAG_EXE]\n" + cpu +
+           "\n[CPUDIAG_TEST]\nInstruction+Register\n[CPUDIAG_TIMEOUT]\n45\n" + "[MEMDIAG_EXE]\n" +
+           memory + "\n[MEMDIAG_TEST]\nBMOVE\n[MEMDIAG_TIMEOUT]\n45\n" + "[HDDDIAG_EXE]\n" + disks +
+           "\n[HDDDIAG_TEST]\nsector\n[HDDDIAG_TIMEOUT]\n45\n";
+}
+
+std::vector<std::string> Split(const std::string& text, char separator) {
+    std::vector<std::string> pieces;
+    std::istringstream stream(text);
+    for (std::string piece; std::getline(stream, piece, separator);) pieces.push_back(piece);
+    return pieces;
+}
+
+std::string Join(const std::vector<std::string>& pieces, const std::string& separator) {
+    std::string text;
+    for (const std::string& piece : pieces) text += piece + separator;
+    return text;
+}
+
+std::string First(const std::vector<std::string>& lines) {
+    return lines.empty() ? "(none)" : lines.front();
+}
+
+std::string Last(const std::vector<std::string>& lines) {
+    return lines.empty() ? "(none)" : lines.back();
+}
+
+AgentDir::AgentDir() {
+    std::string name = (fs::temp_directory_path() / "patrol-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+        ADD_FAILURE() << "no temporary directory " << name;
+        return;
+    }
+    root_ = name;
+    for (const char* dir : {"log", "data", "bin", "temp", "config"}) MakeDir(dir);
+    Write("data/pat_msge.txt", kCatalogue);
+    Script("get", "echo 0");
+}
+
+AgentDir::~AgentDir() {
+    if (root_.empty()) return;
+    std::error_code ignored;
+    for (const char* dir : {"log", "data", "bin", "temp", "config"}) {
+        fs::permissions(Path(dir), fs::perms::owner_all, ignored);
+    }
+    fs::remove_all(root_, ignored);
+}
+
+std::string AgentDir::Path(const std::string& relative) const {
+    return relative.empty() ? root_ : root_ + "/" + relative;
+}
+
+bool AgentDir::Exists(const std::string& relative) const { return fs::exists(Path(relative)); }
+
+void AgentDir::Write(const std::string& relative, const std::string& text) const {
+    std::ofstream stream(Path(relative), std::ios::binary | std::ios::trunc);
+    stream << text << std::flush;
+    EXPECT_TRUE(stream.good()) << "cannot write " << relative;
+}
+
+std::string AgentDir::Read(const std::string& relative) const {
+    std::ostringstream text;
+    text << std::ifstream(Path(relative), std::ios::binary).rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> AgentDir::Lines(const std::string& relative) const {
+    return Split(Read(relative));
+}
+
+void AgentDir::MakeDir(const std::string& relative) const {
+    EXPECT_EQ(mkdir(Path(relative).c_str(), 0700), 0) << "cannot make " << relative;
+}
+
+void AgentDir::Remove(const std::string& relative) const { fs::remove_all(Path(relative)); }
+
+std::string AgentDir::Script(const std::string& name, const std::string& body) const {
+    const std::string relative = "bin/" + name;
+    // A new file each time: a script that is still running keeps its own text.
+    Remove(relative);
+    Write(relative, "#!/bin/sh\n" + body + "\n");
+    EXPECT_EQ(chmod(Path(relative).c_str(), 0700), 0);
+    return Path(relative);
+}
+
+std::string AgentDir::Key(const std::string& section, const std::string& key,
+                          const std::string& file) const {
+    std::string value = "(none)";
+    MapProfile(Lines(file), section, key, [&](const std::string& line, bool hit) {
+        if (hit) value = line.substr(key.size() + 1);
+        return std::string();
+    });
+    return value;
+}
+
+void AgentDir::SetKey(const std::string& section, const std::string& key, const std::string& value,
+                      const std::string& file) const {
+    bool found = false;
+    Write(file, MapProfile(Lines(file), section, key, [&](const std::string& line, bool hit) {
+              found = found || hit;
+              return (hit ? key + "=" + value : line) + "\n";
+          }));
+    EXPECT_TRUE(found) << "no " << key << " in [" << section << "] of " << file;
+}
+
+std::vector<std::string> AgentDir::Trace(const std::string& file) const {
+    std::vector<std::string> lines = Lines(file);
+    for (std::string& line : lines) {
+        const size_t end = line.find("):");
+        if (end != std::string::npos) line.erase(0, end + 2);
+    }
+    return lines;
+}
+
+bool AgentDir::Traced(const std::string& line, const std::string& file) const {
+    const std::vector<std::string> lines = Trace(file);
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+std::vector<std::string> AgentDir::History(const std::string& file) const {
+    static const std::regex stamp(R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d )");
+    std::vector<std::string> lines = Lines(file);
+    for (std::string& line : lines) {
+        std::smatch match;
+        const std::string head = line.substr(0, 20);
+        if (std::regex_match(head, match, stamp)) line.erase(0, 20);
+    }
+    return lines;
+}
+
+std::vector<std::string> AgentDir::Log(const std::string& file) const {
+    // host, time stamp, program, number, second name: none of these holds a comma.
+    static const std::regex head(
+        R"([^,]*,\d\d/\d\d/\d\d \d\d:\d\d:\d\d \d{3}\.\d{3},[^,]{20},([^,]*),[^,]{16},)");
+    std::vector<std::string> lines = Lines(file);
+    for (std::string& line : lines) {
+        std::smatch match;
+        const std::string start = line.substr(0, 300);  // far more than the fields before the text
+        if (!std::regex_search(start, match, head, std::regex_constants::match_continuous))
+            continue;
+        line = match[1].str() + " " + line.substr(static_cast<size_t>(match.length()));
+    }
+    return lines;
+}
+
+Env AgentDir::Environment() const {
+    Env env = {
+        {"KVX_log", Path("log")},
+        {"KVX_data", Path("data")},
+        {"KVX_bin", Path("bin")},
+        {"KVX_temp", Path("temp")},
+        {"KVX_config", Path("config")},
+        {"KVX_PIPE", Path("event_pipe")},
+        {"PATH", "/usr/bin:/bin"},
+        {"LC_ALL", "C"},
+        {"TZ", "UTC0"},
+    };
+    // A sanitizer's report must not look like one of the program's own exit statuses.
+    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
+        const char* value = getenv(name);
+        env[name] = std::string(value == nullptr ? "" : value) + ":exitcode=99";
+    }
+    return env;
+}
+
+std::unique_ptr<Process> AgentDir::Start(const std::vector<std::string>& words,
+                                         const Launch& launch) {
+    std::vector<std::string> arguments = {"patrol.exe"};
+    arguments.insert(arguments.end(), words.begin(), words.end());
+    Env env = Environment();
+    for (const auto& [name, value] : launch.env) env[name] = value;
+    return std::make_unique<Process>(PATROL_EXE, arguments, env,
+                                     Path("run" + std::to_string(runs_++)), launch);
+}
+
+Result AgentDir::Run(const std::vector<std::string>& words, const Launch& launch) {
+    return Start(words, launch)->Wait();
+}
+
+EventPipe::EventPipe(const AgentDir& agent) {
+    const std::string path = agent.Path("event_pipe");
+    EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+    fd_ = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_GE(fd_, 0);
+}
+
+EventPipe::~EventPipe() { Leave(); }
+
+std::vector<std::string> EventPipe::Lines() {
+    std::string text;
+    char piece[4096];
+    for (ssize_t n; (n = read(fd_, piece, sizeof piece)) > 0;)
+        text.append(piece, static_cast<size_t>(n));
+    return Split(text);
+}
+
+void EventPipe::Leave() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+}
+
+}  // namespace patrol_test

@@ -1,0 +1,120 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "process.h"
+
+namespace patrol_test {
+
+inline constexpr char kSchedule[] = "data/pat_new_sche.txt";
+inline constexpr char kPadiagSchedule[] = "data/pat_sche2.txt";
+inline constexpr char kTrace[] = "log/pat_trc_log";
+inline constexpr char kHistory[] = "log/patstat0.txt";
+
+// One disk of the device configuration. An empty field leaves its attribute line out.
+struct Disk {
+    std::string device = "/dev/sda";
+    std::string serial = "SN-A";
+    std::string vendor = "MAKER";
+    std::string model = "MODEL";
+    std::string status = "ok";
+    std::string type = "HDD";
+    std::string path = "/devices/scsi0";  // stands before the device name, with a blank between
+};
+
+// The lines of one disk, from its device line to the end line; and a whole device configuration.
+std::string DiskXml(const Disk& disk);
+std::string DeviceXml(const std::vector<Disk>& disks);
+
+// Disks /dev/sda, /dev/sdb, ... with the serial numbers SN-0000, SN-0001, ...
+std::vector<Disk> NumberedDisks(int count);
+
+// A patrol settings file; each switch is written as it stands ("ON", "OFF"), time-outs are 45.
+std::string PatrolSettings(const std::string& cpu, const std::string& memory,
+                           const std::string& disks);
+
+// The pieces of a text between separators (the last one may lack its separator), and back: each
+// piece followed by the separator.
+std::vector<std::string> Split(const std::string& text, char separator = '\n');
+std::string Join(const std::vector<std::string>& pieces, const std::string& separator = "\n");
+
+// The first and the last line; "(none)" when there is none.
+std::string First(const std::vector<std::string>& lines);
+std::string Last(const std::vector<std::string>& lines);
+
+// A private agent directory tree with log/, data/, bin/, temp/ and config/, removed at the end.
+// It starts with a message catalogue and a `bin/get` that answers "0"; the rest is the test's.
+// Every path argument is relative to the directory.
+class AgentDir {
+ public:
+    AgentDir();
+    ~AgentDir();
+    AgentDir(const AgentDir&) = delete;
+    AgentDir& operator=(const AgentDir&) = delete;
+
+    std::string Path(const std::string& relative = "") const;
+    bool Exists(const std::string& relative) const;
+    void Write(const std::string& relative, const std::string& text) const;
+    std::string Read(const std::string& relative) const;  // empty when there is no such file
+    std::vector<std::string> Lines(const std::string& relative) const;
+    void MakeDir(const std::string& relative) const;
+    void Remove(const std::string& relative) const;  // with everything below
+
+    // Puts an executable /bin/sh script into bin/; returns its full path.
+    std::string Script(const std::string& name, const std::string& body) const;
+
+    // Value of a key in a section of a file in profile form; "(none)" when it is not there.
+    std::string Key(const std::string& section, const std::string& key,
+                    const std::string& file = kSchedule) const;
+    // Replaces that value; the key must exist.
+    void SetKey(const std::string& section, const std::string& key, const std::string& value,
+                const std::string& file = kSchedule) const;
+
+    // Trace lines with everything up to the first "):" taken off; whether one equals `line`.
+    std::vector<std::string> Trace(const std::string& file = kTrace) const;
+    bool Traced(const std::string& line, const std::string& file = kTrace) const;
+
+    // Lines of a history file without their time stamp; of a log file as "number text".
+    // A line of another form comes whole.
+    std::vector<std::string> History(const std::string& file = kHistory) const;
+    std::vector<std::string> Log(const std::string& file = "log/pat_trc0.log") const;
+
+    // The clean environment that points the program at this directory.
+    Env Environment() const;
+    // Starts patrol.exe with these words; Run also waits for its end.
+    std::unique_ptr<Process> Start(const std::vector<std::string>& words,
+                                   const Launch& launch = {});
+    Result Run(const std::vector<std::string>& words, const Launch& launch = {});
+
+ private:
+    std::string root_;
+    int runs_ = 0;
+};
+
+// The agent's event pipe: a fifo at the place that KVX_PIPE names, with a reader held by the test.
+class EventPipe {
+ public:
+    explicit EventPipe(const AgentDir& agent);
+    ~EventPipe();
+    EventPipe(const EventPipe&) = delete;
+    EventPipe& operator=(const EventPipe&) = delete;
+
+    // All lines that came since the last call.
+    std::vector<std::string> Lines();
+    // The reader leaves; the fifo stays.
+    void Leave();
+
+ private:
+    int fd_ = -1;
+};
+
+class AgentTest : public ::testing::Test {
+ protected:
+    AgentDir agent_;
+};
+
+}  // namespace patrol_test

@@ -1,0 +1,76 @@
+#include "report/command_runner.h"
+
+#include "../support.h"
+
+namespace patrol_test {
+namespace {
+
+volatile int seen = 0;
+
+class CommandTest : public UnitTest {
+ protected:
+    // Runs a shell command through execute, and checks that it left the signals as they were.
+    static int Execute(std::string script, int seconds) {
+        char shell[] = "sh", option[] = "-c";
+        char* const arguments[] = {shell, option, script.data(), nullptr};
+        for (const int number : {SIGTERM, SIGALRM}) InstallHandler(number, [](int) { ++seen; });
+        const int result = execute("/bin/sh", arguments, seconds);
+        EXPECT_EQ(alarm(0), 0U);
+        seen = 0;
+        for (const int number : {SIGTERM, SIGALRM}) raise(number);
+        EXPECT_EQ(seen, 2);
+        return result;
+    }
+};
+
+TEST_F(CommandTest, TheResultIsTheExitStatusOfAnEndedCommand) {
+    const std::string reported = "grep -qs stopped " + agent_.Path(kTrace);
+    EXPECT_EQ(Execute("(i=0; until " + reported +
+                          " || [ $((i+=1)) -gt 999 ]; do sleep 0.01; done; "
+                          "kill -CONT $$) & kill -STOP $$; exit 200",
+                      60),
+              200);
+    EXPECT_EQ(TakePartsTrace().find("(execute) parts-> stopped by signal=19\n"), 0U);
+    EXPECT_EQ(Execute("kill -KILL $$", 60), 0);
+    EXPECT_EQ(TakePartsTrace().find("(execute) parts-> killed by signal=9\nMSG [execute() L447]> "),
+              0U);
+}
+
+TEST_F(CommandTest, TheTimeLimitAndTerminationEndTheCommandAlone) {
+    const std::string self = std::to_string(getpid()), wait = "while :; do sleep 0.01; done";
+    Fork other([] { return 4; });
+    EXPECT_EQ(Execute("exec sleep 60", 1), 0);
+    EXPECT_EQ(TakePartsTrace(), "IN interproc()\nINIT execute()\n");
+    EXPECT_EQ(Execute("trap 'exit 9' TERM; kill -TERM " + self + "; " + wait, 60), 0);
+    EXPECT_EQ(TakePartsTrace(), "IN interproc()\nRecive SIGTERM.(pid:" + self +
+                                    ")\nNORMAL END interproc()\nINIT execute()\n");
+    EXPECT_EQ(other.Wait(), 4) << "it belongs to another wait";
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "the command was not waited for";
+}
+
+TEST_F(CommandTest, ErrorMessagesAreFoundByTheirCode) {
+    const std::tuple<int, const char*, std::string, bool> cases[] = {
+        {33, "f", "21:The file opening error was detected.<<(File name:f>>", true},
+        {39, "parts", "27:It failed in the execution of the command.<<(parts>>", true},
+        {54, "f", "36:Internal contradiction was detected.<<(f>>", true},
+        {0x9999, "f", "36:Internal contradiction was detected.<<(f>>", true},
+        {0x27, nullptr, "27:It failed in the execution of the command.<<(---)>>", true},
+        {0x33, "f", "33:It failed in the area securing.<<>>", true},
+        {0x51, "f", "51:Analysis processing has already been started.<<>>", false},
+        {0x00, "%n", "00:(%n", false}};
+    EventPipe pipe(agent_);
+    for (const auto& [code, argument, text, to_agent] : cases) {
+        put_error_message(code, argument);
+        const std::string said = TakePartsTrace();
+        // What stands before the two digits depends on the command.
+        ASSERT_NE(said.find(text), kNone) << said;
+        EXPECT_EQ(said.substr(said.find(text)), text + "\n");
+        EXPECT_EQ(Join(pipe.Lines()), to_agent ? said : "") << code;
+    }
+    pipe.Leave();
+    put_error_message(39, "parts");
+    EXPECT_EQ(TakePartsTrace().find(":An error message cannot be outputted\n"), 0U);
+}
+
+}  // namespace
+}  // namespace patrol_test

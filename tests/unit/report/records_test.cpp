@@ -1,0 +1,81 @@
+#include "report/records.h"
+
+#include "../support.h"
+#include "base/clocks.h"
+#include "base/kinds.h"
+
+namespace patrol_test {
+namespace {
+
+// Bytes as a reader hands them over, in a block of their own so that a sanitizer sees its ends.
+std::unique_ptr<char[]> Body(const std::string& text) {
+    auto bytes = std::make_unique<char[]>(text.size() + kRecordSlack);
+    text.copy(bytes.get(), text.size());
+    return bytes;
+}
+
+class RecordsTest : public UnitTest {};
+
+TEST_F(RecordsTest, OddBytesAreJudgedWithinTheirBounds) {
+    const std::string tail = ",0x01,SERIAL          ,FW01\n", odd(22, '\xff');
+    const std::tuple<std::string, int, uint32_t> disks[] = {{"0000001000,   512" + tail, 0, 512},
+                                                            {"0x00000000,0x0200" + tail, -1, 0},
+                                                            {"0x00001000,0x0000" + tail, -1, 4096},
+                                                            {"0xffffffff", -1, 0xffffffff},
+                                                            {odd, -1, 0}};
+    for (const auto& [body, result, expected] : disks) {
+        uint32_t capacity = 99;
+        EXPECT_EQ(check_testdata_hddinfo(Body(body).get(), {}, &capacity), result) << body;
+        EXPECT_EQ(capacity, expected) << body;
+    }
+    for (const std::string& body : {std::string(), odd, std::string("-001,00000,s,t\n")}) {
+        RecordContext context;
+        EXPECT_EQ(check_testdata_head(Body(body).get(), "CPU", &context), -1) << body;
+        EXPECT_EQ(check_testdata_log(Body(body).get(), {}), -1) << body;
+        EXPECT_EQ(check_testdata_proc(Body(body).get()), -1) << body;
+        EXPECT_EQ(check_testdata_status(Body(body).get(), {}, 0, kKindCpu, "CPU", 0, kRunPatrol),
+                  -1)
+            << body;
+    }
+    EXPECT_EQ(agent_.History(), Strings());
+    RecordContext context;
+    EXPECT_EQ(
+        check_testdata_head(Body("0x03,1   ,a  b\x01 c").get(), "/dev/sda-and-more", &context), 0);
+    EXPECT_EQ(context.program.view(), "a  b");
+    EXPECT_EQ(context.device.view(), "/dev/sda-and-mor");
+    EXPECT_EQ(
+        check_testdata_log(Body("1   ,00000,12345678901234567890123456789,%n\x80\n").get(), {}), 0);
+    EXPECT_NE(pattrc_buff.view().find("90123456,"), kNone) << "26 characters of the stamp";
+    EXPECT_NE(pattrc_buff.view().find(",%n\x80\n"), kNone);
+}
+
+TEST_F(RecordsTest, ProgressNamesItsPassByTheProgram) {
+    ASSERT_TRUE(AllocateDiskTable(1));
+    hdd_exec_use = 1;
+    // Body, program, kind, entry; run times of processors and disk; passes of all three.
+    const std::tuple<const char*, const char*, int, int, Strings> cases[] = {
+        {"0x00000010,0x00,Pass=5\n", "cputest", kKindCpu, 0, {"16", "9", "5", "9", "9"}},
+        {"7,Pass=2", "cputest2", kKindCpu, 0, {"7", "9", "2", "9", "9"}},
+        {"7,Pass=2", "padiagcputest", kKindCpu, 0, {"7", "9", "9", "9", "9"}},
+        {"7,Pass=2", "memtest", kKindCpu, 0, {"7", "9", "9", "2", "9"}},
+        {"7,Pass=2", "hddtest", kKindHdd, 0, {"9", "7", "9", "9", "2"}},
+        {"7,Pass=2", "hddtest", kKindHdd, 1, {"9", "9", "9", "9", "9"}},
+        {"Pass=3,5", "cputest", kKindCpu, 0, {"0", "9", "9", "9", "9"}},
+        {"5,Pass=-3", "cputest", kKindCpu, 0, {"5", "9", "0", "9", "9"}},
+        {"5", "cputest", kKindCpu, 0, {"9", "9", "9", "9", "9"}}};
+    for (const auto& [body, program, kind, entry, expected] : cases) {
+        HddExec& disk = hdd_exec_tbl[0];
+        cpu_run_time = disk.run_time = 9;
+        cpu_pass_num = mem_pass_num = disk.pass_count = 9;
+        RecordContext context;
+        context.program.Assign(program);
+        CheckTestdataProgress(Body(body).get(), context, kind, entry);
+        const Strings found = {std::to_string(cpu_run_time), std::to_string(disk.run_time),
+                               std::to_string(cpu_pass_num), std::to_string(mem_pass_num),
+                               std::to_string(disk.pass_count)};
+        EXPECT_EQ(found, expected) << body << " from " << program;
+    }
+}
+
+}  // namespace
+}  // namespace patrol_test

@@ -1,0 +1,95 @@
+// Signals, the waits that let them in, and the start of a child.
+
+#include <fcntl.h>
+
+#include <cerrno>
+
+#include "../support.h"
+#include "sys/child.h"
+
+namespace patrol_test {
+namespace {
+
+volatile sig_atomic_t seen = 0;
+
+void Noting(int signal) {
+    seen = signal;
+    NoteSignal(signal);
+}
+
+class SignalsTest : public UnitTest {
+ protected:
+    SignalsTest() {
+        EXPECT_EQ(pipe2(pipe_, O_CLOEXEC), 0);
+        for (const int number : {SIGINT, SIGHUP}) InstallHandler(number, Noting);
+        seen = 0;
+    }
+    ~SignalsTest() override {
+        close(pipe_[0]);
+        close(pipe_[1]);
+    }
+
+    int pipe_[2] = {-1, -1};
+};
+
+TEST_F(SignalsTest, ASignalBeforeTheWaitEndsItAndGoesBeforeData) {
+    EXPECT_EQ(write(pipe_[1], "x", 1), 1);
+    for (const int number : {SIGINT, SIGHUP}) {
+        raise(number);
+        EXPECT_NE(seen, number) << "let in outside a wait";
+        EXPECT_EQ(WaitReadable(pipe_[0]), -1);
+        EXPECT_EQ(errno, EINTR);
+        EXPECT_EQ(LastNotedSignal(), number);
+        EXPECT_EQ(WaitReadable(pipe_[0]), 0);
+    }
+}
+
+TEST_F(SignalsTest, AWaitForAChildEndsForASignalAndTheChildIsNotLost) {
+    ChildStart start;
+    start.run = [] { pause(); };
+    const pid_t pid = StartChild(start);
+    int status = 0;
+    raise(SIGINT);
+    EXPECT_EQ(WaitForChild(pid, &status, 0), -1);
+    EXPECT_EQ(errno, EINTR);
+    EXPECT_EQ(SignalChild(pid, SIGSTOP), 0);
+    EXPECT_EQ(WaitForChild(pid, &status, WUNTRACED), pid);
+    EXPECT_FALSE(WasCollected(pid)) << "only stopped";
+    EXPECT_EQ(SignalChild(pid, SIGKILL), 0);
+    EXPECT_EQ(WaitForChild(-1, &status, 0), pid);
+    EXPECT_EQ(SignalChild(pid, SIGTERM), -1);
+    EXPECT_EQ(errno, ESRCH);
+    NoteNewChild(pid);
+    EXPECT_FALSE(WasCollected(pid));
+    EXPECT_EQ(WaitForChild(-1, &status, 0), -1);
+    EXPECT_EQ(errno, ECHILD);
+}
+
+TEST_F(SignalsTest, AChildRepeatsNothingOfItsParent) {
+    const char* trace = "log/later/trace";
+    ASSERT_EQ(trinit(agent_.Path(trace).c_str(), 300, 5), 0);
+    Ptltrprintf("parent\n");
+    agent_.MakeDir("log/later");
+    agent_.MakeDir("log/pat_log0.log");  // in the way of the flush before the fork
+    patlog_buff.Assign("parent\n");
+    const Stream stream(fopen(agent_.Path("temp/stdio").c_str(), "we"));
+    fputs("parent\n", stream.get());
+    ChildStart start;
+    start.run = [&] {
+        agent_.Remove("log/pat_log0.log");
+        Ptltrprintf("child\n");
+        FlushLogBuffers();
+        fflush(nullptr);
+        _exit(0);
+    };
+    int status = 0;
+    EXPECT_GT(WaitForChild(StartChild(start), &status, 0), 0);
+    trflush();
+    fflush(stream.get());
+    FlushLogBuffers();
+    EXPECT_EQ(agent_.Trace(trace), (Strings{"child", "parent"}));
+    EXPECT_EQ(agent_.Read("log/pat_log0.log") + agent_.Read("temp/stdio"), "parent\nparent\n");
+}
+
+}  // namespace
+}  // namespace patrol_test
