@@ -12,7 +12,7 @@ TEST_F(PassTest, TheTimeOutIsJudgedWhenThePipeEnds) {
         std::string program, timeout, address, written;  // nothing written: no time-out
     } cases[] = {
         {"hddtest", "1", "0x0000000000001000", "0x00000040"},  // read in base 10
-        {"hddtest", "1", "128", "0x000000c0"},
+        {"hddtest", "44", "128", "0x000000c0"},
         {"hddtest", "44", "-5", "0x00000040"},
         {"hddtest", "44", "2147483647", "0x8000003f"},
         {"hddtest", "99", "128", ""},
