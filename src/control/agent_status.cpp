@@ -7,11 +7,11 @@
 #include <string>
 
 #include "base/file.h"
+#include "base/signals.h"
 #include "base/text.h"
 #include "msg/trace.h"
 #include "sys/child.h"
 #include "sys/pipe_reader.h"
-#include "sys/signals.h"
 
 namespace patrol {
 namespace {

@@ -11,12 +11,12 @@
 #include "base/clocks.h"
 #include "base/file.h"
 #include "base/kinds.h"
+#include "base/signals.h"
 #include "msg/call_failure.h"
 #include "msg/ptl_exit.h"
 #include "msg/ptl_printf.h"
 #include "msg/trace.h"
 #include "sys/child.h"
-#include "sys/signals.h"
 
 namespace patrol {
 

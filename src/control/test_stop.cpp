@@ -7,9 +7,9 @@
 
 #include "base/disk_table.h"
 #include "base/settings.h"
+#include "base/signals.h"
 #include "control/launch.h"
 #include "msg/trace.h"
-#include "sys/signals.h"
 
 namespace patrol {
 namespace {

@@ -13,6 +13,7 @@
 #include "base/kinds.h"
 #include "base/number.h"
 #include "base/paths.h"
+#include "base/signals.h"
 #include "control/launch.h"
 #include "control/test_commands.h"
 #include "control/test_stop.h"
@@ -22,7 +23,6 @@
 #include "report/records.h"
 #include "sys/pipe_reader.h"
 #include "sys/profile.h"
-#include "sys/signals.h"
 
 namespace patrol {
 namespace {

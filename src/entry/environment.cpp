@@ -12,13 +12,13 @@
 
 #include "base/paths.h"
 #include "base/run_mode.h"
+#include "base/signals.h"
 #include "control/test_stop.h"
 #include "msg/catalogue.h"
 #include "msg/event.h"
 #include "msg/ptl_exit.h"
 #include "msg/ptl_printf.h"
 #include "msg/trace.h"
-#include "sys/signals.h"
 
 namespace patrol {
 namespace {

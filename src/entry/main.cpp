@@ -2,6 +2,7 @@
 // programs, and turns what they report into the schedule, histories, logs and part reports.
 
 #include "base/run_mode.h"
+#include "base/signals.h"
 #include "control/patrol_run.h"
 #include "entry/command_line.h"
 #include "entry/environment.h"
@@ -10,7 +11,6 @@
 #include "msg/ptl_exit.h"
 #include "msg/trace.h"
 #include "schedule/sched_main.h"
-#include "sys/signals.h"
 
 namespace {
 

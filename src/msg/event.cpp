@@ -9,6 +9,7 @@
 #include <string>
 
 #include "base/file.h"
+#include "base/signals.h"
 
 namespace patrol {
 namespace {
@@ -39,6 +40,7 @@ int SendEvent(std::string_view text) {
     const char* server = std::getenv("KVX_SVTYPE");
     if (server != nullptr && server[0] != '\0') message.append(server).append(";");
     message += text.substr(0, kTextSize - 1);
+    if (WaitWritable(pipe.get()) != 0) return -1;
     const ssize_t written = write(pipe.get(), message.data(), message.size());
     return written == static_cast<ssize_t>(message.size()) ? 0 : -1;
 }

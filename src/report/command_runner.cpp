@@ -5,10 +5,10 @@
 
 #include <cerrno>
 
+#include "base/signals.h"
 #include "msg/trace.h"
 #include "sys/child.h"
 #include "sys/retry.h"
-#include "sys/signals.h"
 
 namespace patrol {
 namespace {

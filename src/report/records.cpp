@@ -89,7 +89,7 @@ int check_testdata_log(const char* body, const RecordContext& context) {
     std::string_view rest = body;
     rest.remove_prefix(std::min(rest.size(), kLogStampAt));
     const size_t comma = std::min(rest.find(','), rest.size());
-    Text<kLogStampSize + 1> stamp(rest.substr(0, comma));
+    Text<kLogStampSize + 1> stamp(rest.substr(0, std::min(comma, rest.find('\n'))));
     stamp.TrimEnd(" ");
     std::string text(rest.substr(std::min(comma + 1, rest.size())));
     text.erase(std::min(text.find('\n'), text.size()));

@@ -5,9 +5,9 @@
 
 #include <cstdio>
 
+#include "base/signals.h"
 #include "msg/log_files.h"
 #include "msg/trace.h"
-#include "sys/signals.h"
 
 namespace patrol {
 namespace {

@@ -7,7 +7,7 @@
 #include <cerrno>
 
 #include "base/file.h"
-#include "sys/signals.h"
+#include "base/signals.h"
 
 namespace patrol {
 namespace {

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "sys/signals.h"
+#include "base/signals.h"
 
 namespace patrol {
 

@@ -92,7 +92,13 @@ void ProfileWriter::Insert(size_t at, const std::string& line) {
         return;
     }
     // A last line without a line feed is a line of its own all the same.
-    if (!lines_.empty() && lines_.back().back() != '\n') lines_.back() += '\n';
+    if (!lines_.empty() && lines_.back().back() != '\n') {
+        if (lines_.back().size() == kMaxPiece) {
+            lines_.emplace_back("\n");
+        } else {
+            lines_.back() += '\n';
+        }
+    }
     lines_.push_back(line);
 }
 

@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "base/signals.h"
 #include "msg/trace.h"
-#include "sys/signals.h"
 
 namespace patrol {
 namespace {

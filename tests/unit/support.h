@@ -18,7 +18,7 @@
 #include "msg/trace.h"
 #include "sys/file_control.h"
 #include "sys/lock.h"
-#include "sys/signals.h"
+#include "base/signals.h"
 
 namespace patrol_test {
 

@@ -11,19 +11,20 @@ class LaunchTest : public UnitTest {};
 TEST_F(LaunchTest, TheFloatingPointSignalIsOpenedAndClosedAgain) {
     // In a copy of its own, as the routine remembers that it changed the mask.
     Fork copy([] {
-        const auto leaves_open = [](int mode) {
+        const auto blocked_after = [](int mode) {
             sigset_t mask;
-            EXPECT_EQ(cntl_sigfpe(mode), 0);
+            if (cntl_sigfpe(mode) != 0) return -1;
             sigprocmask(SIG_SETMASK, nullptr, &mask);
-            return sigismember(&mask, SIGFPE) == 0;
+            return sigismember(&mask, SIGFPE);
         };
         sigset_t fpe;
         sigemptyset(&fpe);
         sigaddset(&fpe, SIGFPE);
         sigprocmask(SIG_UNBLOCK, &fpe, nullptr);
-        if (!leaves_open(0)) return 1;  // nothing to undo
+        if (blocked_after(0) != 0) return 1;  // nothing to undo
         sigprocmask(SIG_BLOCK, &fpe, nullptr);
-        return leaves_open(1) && leaves_open(1) && !leaves_open(0) && !leaves_open(0) ? 7 : 2;
+        if (blocked_after(1) != 0 || blocked_after(1) != 0) return 2;
+        return blocked_after(0) == 1 && blocked_after(0) == 1 ? 7 : 3;
     });
     EXPECT_EQ(copy.Wait(), 7);
 }

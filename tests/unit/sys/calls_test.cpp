@@ -98,6 +98,7 @@ TEST_F(CallsTest, AMaskHandlesEveryEntryThatSharesABit) {
     const FILE* stream = FindFile(kFileSche2)->stream;
     EXPECT_EQ(ptl_file_cntl(1, kFileSche2, "a"), 0);
     EXPECT_EQ(FindFile(kFileSche2)->stream, stream);
+    EXPECT_EQ(fcntl(fileno(FindFile(kFileSche2)->stream), F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(Open().size(), 5U);
     EXPECT_EQ(ptl_file_cntl(0, kFileLba, nullptr), 0);
     EXPECT_EQ(Open(), std::vector<uint32_t>{kFileTmp});

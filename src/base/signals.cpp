@@ -1,4 +1,4 @@
-#include "sys/signals.h"
+#include "base/signals.h"
 
 #include <poll.h>
 #include <sys/wait.h>
@@ -75,6 +75,13 @@ int WaitReadable(int fd) {
     if (PollNoting(nullptr, 0, &no_time, mask) < 0) return -1;
     pollfd polled = {fd, POLLIN, 0};
     return PollNoting(&polled, 1, nullptr, mask) < 0 ? -1 : 0;
+}
+
+int WaitWritable(int fd) {
+    pollfd polled = {fd, POLLOUT, 0};
+    // Signals are the business of longer waits: where there is room at once they stay pending.
+    if (poll(&polled, 1, 0) > 0) return 0;
+    return PollNoting(&polled, 1, nullptr, With(wait_mask, SIGCHLD)) < 0 ? -1 : 0;
 }
 
 pid_t WaitForChild(pid_t pid, int* status, int options) {

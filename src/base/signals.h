@@ -37,6 +37,10 @@ int LastNotedSignal();
 // signal was noted, which goes before data that is there already.
 int WaitReadable(int fd);
 
+// Waits until `fd` can be written to or its reader is gone. 0, or -1 with errno set: EINTR when a
+// signal was noted while there was something to wait for.
+int WaitWritable(int fd);
+
 // waitpid for `pid` (-1: any child) with `options`, waiting without limit. The child's pid, or -1
 // with errno set: EINTR when a signal was noted, ECHILD when there is no such child.
 pid_t WaitForChild(pid_t pid, int* status, int options);
