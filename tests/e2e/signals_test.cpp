@@ -1,5 +1,6 @@
 // Signals to the controller, at any moment of a pass.
 
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -125,6 +126,21 @@ TEST_F(SignalTest, AnInterruptionWaitsForThePartsCommand) {
     EXPECT_EQ(process.Wait().status, 0);
     ExpectSteps({"[for parts], patrol_parts_proc end", "[WaitMemTest] Error End.", kCleanUpInt,
                  kFailed, "[WaitCpuTest] Error End."});
+}
+
+TEST_F(SignalTest, ASignalEndsTheWaitForAReaderWhoDoesNotRead) {
+    EventPipe pipe(agent_);
+    const int full = open(agent_.Path("event_pipe").c_str(), O_WRONLY | O_NONBLOCK);
+    const std::string page(4096, 'x');
+    while (write(full, page.data(), page.size()) > 0) continue;
+    // Without a device configuration the reload has something to tell.
+    std::unique_ptr<Process> process = agent_.Start({"reload"});
+    EXPECT_TRUE(Eventually([&] { return agent_.Traced("[CreateSchedule] end.( -1 )"); }));
+    process->Signal(SIGINT);
+    EXPECT_EQ(process->Wait().status, 1);
+    EXPECT_EQ(Last(agent_.Trace()), "[sched_main] Error:Patrol Schedule Creation Error Ended.");
+    EXPECT_TRUE(agent_.Traced(kCleanUpInt));
+    close(full);
 }
 
 }  // namespace
