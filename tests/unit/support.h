@@ -13,12 +13,12 @@
 #include "base/disk_table.h"
 #include "base/paths.h"
 #include "base/run_mode.h"
+#include "base/signals.h"
 #include "msg/catalogue.h"
 #include "msg/log_files.h"
 #include "msg/trace.h"
 #include "sys/file_control.h"
 #include "sys/lock.h"
-#include "base/signals.h"
 
 namespace patrol_test {
 
