@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/padiag_test.h"
 #include "base/text.h"
 
 namespace patrol {
@@ -15,9 +16,10 @@ struct HddExec {
     int32_t schedule_index = 0;  // n of the section HDD_SCHEDULE n
     uint32_t run_time = 0;       // seconds, the disk's run clock
     int32_t pass_count = 0;      // as last reported by the test program
-    int32_t read_fd = -1;        // pipe that the test program writes to
+    int32_t read_fd = -1;        // pipe, or output file, that the test program writes to
     int32_t write_fd = -1;       // its other end, closed in this process
     pid_t pid = 0;
+    PadiagTest padiag;
 };
 
 // Null while no disk launch is under way. Entries are filled from 0 in the order of launch, so

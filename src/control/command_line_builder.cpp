@@ -29,8 +29,12 @@ void CommandLineBuilder::AddText(const char* option, const ProfileReader& from, 
 
 void CommandLineBuilder::AddNumber(const char* option, const ProfileReader& from,
                                    const char* section, const char* key, int default_value) {
+    AddValue(option, from.Int(section, key, default_value));
+}
+
+void CommandLineBuilder::AddValue(const char* option, int value) {
     Item item;
-    item.Format("%s %d", option, from.Int(section, key, default_value));
+    item.Format("%s %d", option, value);
     AddItem(item.c_str());
 }
 

@@ -17,6 +17,7 @@ class CommandLineBuilder {
                  const char* key, const char* default_value);
     void AddNumber(const char* option, const ProfileReader& from, const char* section,
                    const char* key, int default_value);
+    void AddValue(const char* option, int value);
     void AddWord(const char* word);
 
     const char* c_str() const { return line_.c_str(); }

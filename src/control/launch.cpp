@@ -28,6 +28,8 @@ int PipeCpuWrite = -1;
 pid_t ProcessIdMem = 0;
 int PipeMemRead = -1;
 int PipeMemWrite = -1;
+int fhandleCpu = -1;
+int fhandleMem = -1;
 
 namespace {
 
@@ -45,6 +47,25 @@ int MaskFailed(const char* call, int error, const char* operation) {
     ReportCallFailure(CallFailure(call, error));
     if (operation != nullptr) ptl_printf(kTraceDetail, nullptr, "L1010", 1, operation);
     return -1;
+}
+
+// Turns this child into the test program; `caller` is the routine to trace under.
+[[noreturn]] void BecomeTest(const char* caller, int kind, const LaunchBlock& block) {
+    if (kind == kKindCpu && cntl_sigfpe(1) != 0) ptl_exit(kSignalMaskFailed);
+    // execv takes its arguments as writable text, but leaves them alone.
+    LaunchBlock own = block;
+    char* arguments[LaunchBlock::kSlots + 1] = {};
+    for (int i = 0; i < LaunchBlock::kSlots && !own.slot[i].empty(); ++i) {
+        arguments[i] = own.slot[i].data();
+        Ptltrprintf("[%s] [%s:%d] %s\n", caller, "execv(argv)", i, arguments[i]);
+    }
+    Ptltrprintf("[%s] [%s:%d] %s\n", caller, "execv(path)", 1, own.path.c_str());
+    execv(own.path.c_str(), arguments);
+    const int error = errno;
+    CatchBrokenPipes();
+    Ptltrprintf("[%s] System Call Error (%s) , errno:%d\n", caller, "execv", error);
+    Ptltrprintf("[%s] cause     : %s\n", caller, std::strerror(error));
+    ptl_exit(kNotExecuted);
 }
 
 }  // namespace
@@ -103,23 +124,34 @@ int test_exec(int kind, int reserved, int timeout, const char* command, int32_t*
     return 0;
 }
 
-void child_proc(int kind, const LaunchBlock& block) {
-    if (kind == kKindCpu && cntl_sigfpe(1) != 0) ptl_exit(kSignalMaskFailed);
-    // execv takes its arguments as writable text, but leaves them alone.
-    LaunchBlock own = block;
-    char* arguments[LaunchBlock::kSlots + 1] = {};
-    for (int i = 0; i < LaunchBlock::kSlots && !own.slot[i].empty(); ++i) {
-        arguments[i] = own.slot[i].data();
-        Ptltrprintf("[%s] [%s:%d] %s\n", __func__, "execv(argv)", i, arguments[i]);
+int test_exec2(int kind, int reserved, const char* command, int32_t* fd, pid_t* pid,
+               const char* stdout_path) {
+    Ptltrprintf("[%s] Start.\n", __func__);
+    LaunchBlock block;
+    if (test_exec_init(kind, reserved, command, &block) != 0) {
+        // The name of the patrol routine stands here too.
+        ptl_printf(kTraceDetail, nullptr, "T1112", "test_exec");
+        return -1;
     }
-    Ptltrprintf("[%s] [%s:%d] %s\n", __func__, "execv(path)", 1, own.path.c_str());
-    execv(own.path.c_str(), arguments);
-    const int error = errno;
-    CatchBrokenPipes();
-    Ptltrprintf("[%s] System Call Error (%s) , errno:%d\n", __func__, "execv", error);
-    Ptltrprintf("[%s] cause     : %s\n", __func__, std::strerror(error));
-    ptl_exit(kNotExecuted);
+    Descriptor output(open(stdout_path, O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+    if (!output.ok()) return LaunchFailed(__func__, "open", errno);
+
+    ChildStart start;
+    start.output = output.get();
+    start.run = [&] { child_proc2(kind, block); };
+    test_pid = StartChild(start);
+    if (test_pid < 1) return LaunchFailed(__func__, "fork", errno);
+
+    Ptltrprintf("[%s] Padiag Started(%s).\n", __func__, block.kind_name.c_str());
+    Ptltrprintf("[%s] End.\n", __func__);
+    *pid = test_pid;
+    *fd = output.Release();
+    return 0;
 }
+
+void child_proc(int kind, const LaunchBlock& block) { BecomeTest(__func__, kind, block); }
+
+void child_proc2(int kind, const LaunchBlock& block) { BecomeTest(__func__, kind, block); }
 
 int cntl_sigfpe(int mode) {
     static bool changed = false;

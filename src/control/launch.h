@@ -26,6 +26,8 @@ extern int PipeCpuWrite;
 extern pid_t ProcessIdMem;
 extern int PipeMemRead;
 extern int PipeMemWrite;
+extern int fhandleCpu;  // output files of the running padiag tests
+extern int fhandleMem;
 
 // Fills `block` for a test of `kind`: `command` is split at single blanks, so that two blanks in a
 // row give an empty argument, which ends them; words past slot 31 are dropped. `reserved` is not
@@ -38,9 +40,17 @@ int test_exec_init(int kind, int reserved, const char* command, LaunchBlock* blo
 int test_exec(int kind, int reserved, int timeout, const char* command, int32_t* read_fd,
               int32_t* write_fd, pid_t* pid);
 
-// The child's side: makes sure that a processor test gets SIGFPE, and executes the program. Ends
-// the child with status 1 or 4 where that fails.
+// Starts the test with its standard output on the file at `stdout_path`, which is made (mode 0644)
+// where it is missing and not truncated: a longer earlier content remains behind what the test
+// writes. Its standard error is this program's. 0 with the file's descriptor and the pid, or -1
+// (traced).
+int test_exec2(int kind, int reserved, const char* command, int32_t* fd, pid_t* pid,
+               const char* stdout_path);
+
+// The child's side of the two: makes sure that a processor test gets SIGFPE, and executes the
+// program. Ends the child with status 1 or 4 where that fails.
 [[noreturn]] void child_proc(int kind, const LaunchBlock& block);
+[[noreturn]] void child_proc2(int kind, const LaunchBlock& block);
 
 // Mode 1 makes sure that SIGFPE is not blocked; mode 0 blocks it again where an earlier call had
 // opened it. 0, or -1 (reported).

@@ -5,10 +5,10 @@
 #include "base/clocks.h"
 #include "base/disk_table.h"
 #include "base/kinds.h"
-#include "base/number.h"
 #include "base/paths.h"
 #include "control/command_line_builder.h"
 #include "control/launch.h"
+#include "control/launch_steps.h"
 #include "msg/trace.h"
 #include "sys/profile.h"
 
@@ -27,22 +27,8 @@ constexpr char kHddParameters[] = "HDDDIAG_PARAM";
 // Not the section of the other disk parameters; administrators' files have it so.
 constexpr char kHddErrorParameters[] = "HDD_DIAGPARAM";
 
-// "OFF" is told by its first three characters alone.
-bool IsOn(const ProfileReader& profile, const char* section, const char* key) {
-    Text<65> value;
-    profile.String(section, key, "OFF", &value);
-    return value.view().substr(0, 3) != "OFF";
-}
-
 int32_t TimeoutOf(const ProfileReader& schedule, const char* key) {
     return schedule.Int("TEST_SCHEDULE", key, kDefaultTimeout);
-}
-
-Text<513> DeviceValue(const ProfileReader& from, const char* section, const char* key,
-                      const char* default_value) {
-    Text<513> device;
-    from.String(section, key, default_value, &device);
-    return device;
 }
 
 void AddLogItems(CommandLineBuilder* line, const ProfileReader& parameters, const char* section) {
@@ -50,24 +36,28 @@ void AddLogItems(CommandLineBuilder* line, const ProfileReader& parameters, cons
     line->AddNumber("-gen", parameters, section, "gen", 4);
 }
 
-std::string CpuCommand(const ProfileReader& parameters, bool error_mode) {
+std::string CpuCommand(bool* error_mode) {
+    const ProfileReader parameters(para_path.c_str());
+    *error_mode = IsOn(parameters, kCpuParameters, "error");
     CommandLineBuilder line;
     line.AddDevice(DeviceValue(parameters, kCpuParameters, "dev", "CPU").c_str());
     line.AddNumber("-lv", parameters, kCpuParameters, "lv", 0);
     line.AddText("-tp", parameters, kCpuParameters, "tp", "Instruction+Register");
     AddLogItems(&line, parameters, kCpuParameters);
-    if (error_mode) {
+    if (*error_mode) {
         line.AddText("-dbg_modid", parameters, kCpuParameters, "dbg_modid", "0x20000");
         line.AddText("-dbg_point", parameters, kCpuParameters, "dbg_point", "0x2");
     }
     return line.c_str();
 }
 
-std::string MemCommand(const ProfileReader& parameters, bool error_mode) {
+std::string MemCommand(bool* error_mode) {
+    const ProfileReader parameters(para_path.c_str());
+    *error_mode = IsOn(parameters, kMemParameters, "error");
     CommandLineBuilder line;
     line.AddDevice(DeviceValue(parameters, kMemParameters, "dev", "mem").c_str());
     line.AddNumber("-lv", parameters, kMemParameters, "lv", 0);
-    if (error_mode) {
+    if (*error_mode) {
         line.AddText("-tp", parameters, kMemParameters, "tp_error", "BMOVEX");
     } else {
         line.AddText("-tp", parameters, kMemParameters, "tp", "BMOVE");
@@ -94,47 +84,6 @@ std::string HddCommand(const ProfileReader& schedule, const ProfileReader& param
     return line.c_str();
 }
 
-// What the processor and the memory launcher differ in.
-struct SingleTest {
-    int kind;
-    const char* caller;
-    const char* not_due_name;  // as the traces say it
-    const char* mode_name;
-    const char* section;
-    const char* due_key;
-    const char* timeout_key;
-    const char* parameters;
-    int32_t* timeout;
-    std::string (*command)(const ProfileReader&, bool);
-    int32_t* read_fd;
-    int32_t* write_fd;
-    pid_t* pid;
-    int (*clock)(int, int32_t);
-};
-
-int LaunchSingle(const SingleTest& test) {
-    Ptltrprintf("[%s] Start.\n", test.caller);
-    const ProfileReader schedule(sche_path.c_str());
-    if (!IsOn(schedule, test.section, test.due_key)) {
-        Ptltrprintf("[%s] %s Not Exec.\n", test.caller, test.not_due_name);
-        return 0;
-    }
-    *test.timeout = TimeoutOf(schedule, test.timeout_key);
-    const ProfileReader parameters(para_path.c_str());
-    const bool error_mode = IsOn(parameters, test.parameters, "error");
-    Ptltrprintf("[%s] %s %s Exec.\n", test.caller, test.mode_name,
-                error_mode ? "ErrorMode" : "NormalMode");
-    const std::string command = test.command(parameters, error_mode);
-    if (test_exec(test.kind, 0, *test.timeout, command.c_str(), test.read_fd, test.write_fd,
-                  test.pid) != 0) {
-        Ptltrprintf("[%s] Error End.\n", test.caller);
-        return -1;
-    }
-    test.clock(1, 0);
-    Ptltrprintf("[%s] End.\n", test.caller);
-    return 1;
-}
-
 // Starts the test of disk `number`. 1, 0 when it is not due, -1 when it could not be started.
 int LaunchDisk(const char* caller, const ProfileReader& schedule, const ProfileReader& parameters,
                int number) {
@@ -145,8 +94,7 @@ int LaunchDisk(const char* caller, const ProfileReader& schedule, const ProfileR
         return 0;
     }
     const bool error_mode = IsOn(parameters, kHddParameters, "error");
-    Ptltrprintf("[%s] HddTest %s(%d) Exec.\n", caller, error_mode ? "ErrorMode" : "NormalMode",
-                number);
+    Ptltrprintf("[%s] HddTest %s(%d) Exec.\n", caller, ModeWord(error_mode), number);
     const std::string command = HddCommand(schedule, parameters, section.c_str(), error_mode);
     HddExec& entry = hdd_exec_tbl[hdd_exec_use];
     if (test_exec(kKindHdd, 0, hdd_tout_watch, command.c_str(), &entry.read_fd, &entry.write_fd,
@@ -154,47 +102,48 @@ int LaunchDisk(const char* caller, const ProfileReader& schedule, const ProfileR
         Ptltrprintf("[%s] Exec Error(sched_cnt=%d).\n", caller, number);
         return -1;
     }
-    entry.device_name.Assign(
-        DeviceValue(schedule, section.c_str(), "device_name", "NO DATA").view());
-    entry.schedule_index = number;
-    ++hdd_exec_use;
-    hdd_check_time(1, 0, hdd_exec_use - 1);
+    EnterDisk(schedule, section.c_str(), number);
     return 1;
 }
 
 }  // namespace
 
 int CpuTestExec() {
-    return LaunchSingle({kKindCpu, __func__, "CpuTest", "CpuTest", "CPU_SCHEDULE", "cpu_next_go",
-                         "cpu_timeout", kCpuParameters, &cpu_tout_watch, CpuCommand, &PipeCpuRead,
-                         &PipeCpuWrite, &ProcessIdCpu, cpu_check_time});
+    const ProfileReader schedule(sche_path.c_str());
+    const auto prepare = [&] {
+        cpu_tout_watch = TimeoutOf(schedule, "cpu_timeout");
+        return true;
+    };
+    const auto start = [](const char* command) {
+        const int result = test_exec(kKindCpu, 0, cpu_tout_watch, command, &PipeCpuRead,
+                                     &PipeCpuWrite, &ProcessIdCpu);
+        return result == 0 ? cpu_check_time(1, 0) : result;
+    };
+    return LaunchSingle({__func__, kKindCpu, "cpu_next_go", prepare, CpuCommand, start}, schedule);
 }
 
 int MemTestExec() {
-    return LaunchSingle({kKindMemory, __func__, "MemTest", "MemoryTest", "MEM_SCHEDULE",
-                         "mem_next_go", "mem_timeout", kMemParameters, &mem_tout_watch, MemCommand,
-                         &PipeMemRead, &PipeMemWrite, &ProcessIdMem, mem_check_time});
+    const ProfileReader schedule(sche_path.c_str());
+    const auto prepare = [&] {
+        mem_tout_watch = TimeoutOf(schedule, "mem_timeout");
+        return true;
+    };
+    const auto start = [](const char* command) {
+        const int result = test_exec(kKindMemory, 0, mem_tout_watch, command, &PipeMemRead,
+                                     &PipeMemWrite, &ProcessIdMem);
+        return result == 0 ? mem_check_time(1, 0) : result;
+    };
+    return LaunchSingle({__func__, kKindMemory, "mem_next_go", prepare, MemCommand, start},
+                        schedule);
 }
 
 int HddTestExec() {
-    Ptltrprintf("[%s] Start.\n", __func__);
     const ProfileReader schedule(sche_path.c_str());
-    const int count = schedule.Int("TEST_SCHEDULE", "hdd_all_num", 0);
-    if (!AllocateDiskTable(count)) {
-        Ptltrprintf("[%s] hdd_exec_go Alloc Error.(size= %d byte)\n", __func__,
-                    ClampToInt(int64_t{count} * static_cast<int64_t>(sizeof(HddExec))));
-        Ptltrprintf("[%s] Error End.\n", __func__);
-        return -1;
-    }
-    hdd_tout_watch = TimeoutOf(schedule, "hdd_timeout");
     const ProfileReader parameters(para_path.c_str());
-    int result = 0;
-    for (int i = 0; i < BoundedCount(count); ++i) {
-        const int launched = LaunchDisk(__func__, schedule, parameters, i);
-        if (launched != 0) result = launched;
-    }
-    Ptltrprintf("[%s] End.\n", __func__);
-    return result;
+    hdd_tout_watch = TimeoutOf(schedule, "hdd_timeout");
+    return LaunchDisks(__func__, schedule, [&](int number) {
+        return LaunchDisk("HddTestExec", schedule, parameters, number);
+    });
 }
 
 }  // namespace patrol

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <new>
 
+#include "base/file.h"
 #include "base/paths.h"
 #include "base/run_mode.h"
 #include "base/signals.h"
@@ -66,6 +67,11 @@ void EnsureStandardDescriptors() {
 }
 
 void CatchOutOfMemory() { std::set_new_handler(EndWithoutMemory); }
+
+void SilenceOutput() {
+    const Descriptor null(open("/dev/null", O_RDWR | O_CLOEXEC));
+    if (null.ok()) dup2(null.get(), STDOUT_FILENO);
+}
 
 int setup_hostname() {
     host_buf.Clear();

@@ -11,6 +11,9 @@ void EnsureStandardDescriptors();
 // an abort.
 void CatchOutOfMemory();
 
+// Turns standard output to "/dev/null", so that nothing this run prints reaches its caller.
+void SilenceOutput();
+
 // Fills host_buf and sets the core-file size limit to 0. 0, or -1 with an empty host_buf, and the
 // limit as it was, when the host has no name.
 int setup_hostname();

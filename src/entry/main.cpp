@@ -3,6 +3,7 @@
 
 #include "base/run_mode.h"
 #include "base/signals.h"
+#include "control/padiag_run.h"
 #include "control/patrol_run.h"
 #include "entry/command_line.h"
 #include "entry/environment.h"
@@ -19,8 +20,8 @@ int RunMode() {
         case patrol::kModeStart:
             return patrol::cntl_main();
         case patrol::kModePadiag:
-            patrol::Ptltrprintf("[%s] The on-request diagnosis is not available.\n", "main");
-            return -1;
+            patrol::SilenceOutput();
+            return patrol::PadiagCntlMain();
         default:
             return patrol::sched_main();
     }

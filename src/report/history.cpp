@@ -13,10 +13,12 @@
 #include "base/file.h"
 #include "base/kinds.h"
 #include "base/number.h"
+#include "base/padiag_test.h"
 #include "base/run_mode.h"
 #include "base/settings.h"
 #include "msg/call_failure.h"
 #include "msg/trace.h"
+#include "sys/profile.h"
 
 namespace patrol {
 namespace {
@@ -24,8 +26,7 @@ namespace {
 constexpr off_t kMaxSize = 0xFFF7F;
 constexpr int kOldest = 3;
 
-Text<32> StartStamp() {
-    const std::time_t seconds = start_time;
+Text<32> Stamp(std::time_t seconds) {
     std::tm local = {};
     localtime_r(&seconds, &local);
     Text<32> stamp;
@@ -47,7 +48,8 @@ int Append(const char* caller, const Path& path, const std::string& line) {
 }
 
 std::string TargetLine(int mode, const char* rest) {
-    return std::string(StartStamp().view()) + " [" + ptl_histentry_str(mode) + "] Target " + rest;
+    return std::string(Stamp(start_time).view()) + " [" + ptl_histentry_str(mode) + "] Target " +
+           rest;
 }
 
 std::string DevicesLine(int mode, const char* devices) {
@@ -63,7 +65,15 @@ std::string KindsLine(int mode, int cpu, int memory, int hdd) {
     return line + "\n";
 }
 
-// Seconds that a finished test ran, for its history line.
+// "TIME RESULT COMPONENT DEVICE [Ns]".
+std::string ResultHead(const Text<32>& stamp, int result, const char* component, const char* device,
+                       int seconds) {
+    Text<64> head;
+    head.Format("%s %-7s %s ", stamp.c_str(), ptl_result_str(result), component);
+    return std::string(head.view()) + device + " [" + std::to_string(seconds) + "s]";
+}
+
+// Seconds that a finished patrol test ran.
 int TestSeconds(int kind, int entry) {
     if (FindKind(kind) == nullptr) return 1;
     SampleKindClock(kind, 0, entry);
@@ -75,7 +85,58 @@ int TestSeconds(int kind, int entry) {
     return running != nullptr ? std::max(ClampToInt(*running), 1) : 1;
 }
 
+// Seconds that a finished padiag test ran, at most the time limit.
+int PadiagSeconds(int kind, int entry) {
+    const uint32_t* running = KindRunTime(kind, entry);
+    if (running == nullptr || *running < 1) return 1;
+    return static_cast<int>(std::min(int64_t{padiag_time}, int64_t{*running}));
+}
+
+// How far a level 3 disk test has come, by what the test programs keep of `device`.
+int DiskProgress(const char* device) {
+    constexpr char kNoAddress[] = "0x0000000000000000";
+    const ProfileReader progress(lba_path.c_str());
+    Text<65> maximum_text;
+    progress.String("HDD_MAX_LBA", device, kNoAddress, &maximum_text);
+    Text<65> next_text;
+    progress.String("HDD_NEXT_LBA", device, kNoAddress, &next_text);
+    const int maximum = ParseInt(maximum_text.c_str(), 0);
+    const int next = ParseInt(next_text.c_str(), 0);
+    Ptltrprintf("[%s] devname = %s, next_lba_ini = 0x%08x, max_lba_ini = 0x%08x\n", "PadiagHistory",
+                device, static_cast<unsigned>(next), static_cast<unsigned>(maximum));
+    return ProgressPercent(static_cast<uint64_t>(std::max(next, 0)),
+                           static_cast<uint64_t>(std::max(maximum, 0)));
+}
+
+std::string PadiagDetail(int result, int kind, const char* device, int entry) {
+    const int32_t* count = KindPassCount(kind, entry);
+    const PadiagTest* test = FindPadiagTest(kind, entry);
+    if (count == nullptr || test == nullptr) return "";
+    Text<128> detail;
+    if (kind == kKindHdd && padiag_level >= 3 && result != kResultAbort) {
+        const int reached = DiskProgress(device);
+        detail.Format("%d[%%] -> %d[%%](pass=%d)", test->progress, reached, *count);
+    } else {
+        detail.Format("pass=%d", *count);
+    }
+    return std::string(detail.view());
+}
+
 }  // namespace
+
+int PadiagHistory(int result, int kind, const char* device, const char* message, int entry) {
+    const Kind* row = FindKind(kind);
+    const int seconds = row != nullptr ? PadiagSeconds(kind, entry) : 0;
+    const std::string detail = PadiagDetail(result, kind, device, entry);
+    Path path = PadiagHistoryPath();
+    ptl_histfile_cntl(&path);
+    // An unknown component loses its last letter here; readers of the file know it so.
+    std::string line = ResultHead(Stamp(std::time(nullptr)), result,
+                                  row != nullptr ? row->program : "unknow", device, seconds);
+    line += " " + detail;
+    if (message != nullptr) line.append(" ").append(message);
+    return Append(__func__, path, line + "\n");
+}
 
 int ptl_history(int result, int kind, const char* device, const char* message, int entry) {
     const Kind* row = FindKind(kind);
@@ -83,12 +144,8 @@ int ptl_history(int result, int kind, const char* device, const char* message, i
     Path path = PatrolHistoryPath();
     ptl_histfile_cntl(&path);
 
-    Text<64> head;
-    head.Format("%s %-7s %s ", StartStamp().c_str(), ptl_result_str(result),
-                row != nullptr ? row->program : "unknown");
-    std::string line(head.view());
-    line += device;
-    line += " [" + std::to_string(seconds) + "s]";
+    std::string line = ResultHead(Stamp(start_time), result,
+                                  row != nullptr ? row->program : "unknown", device, seconds);
     if (message != nullptr) line += message;
     return Append(__func__, path, line + "\n");
 }

@@ -4,14 +4,19 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
+#include "base/clocks.h"
 #include "base/kinds.h"
+#include "base/padiag_test.h"
 #include "base/paths.h"
+#include "base/settings.h"
 #include "msg/ptl_printf.h"
 #include "msg/trace.h"
 #include "report/history.h"
 #include "report/record_fields.h"
 #include "report/records.h"
+#include "report/system_event.h"
 #include "sys/profile.h"
 
 namespace patrol {
@@ -20,6 +25,8 @@ namespace {
 constexpr uint32_t kFlagNextAddress = 1;
 constexpr uint32_t kFlagResultText = 2;  // brings a next address too
 constexpr uint32_t kFlagFaulty = 4;
+
+constexpr int kProgressLevel = 3;
 
 constexpr size_t kFlagAt = 5;
 constexpr size_t kAddressAt = 10;
@@ -40,27 +47,74 @@ int HistoryResult(int end_code) {
 
 // Reads the next address and writes it into the disk's section. False (traced) when it is no
 // number.
-bool SaveNextAddress(const char* caller, const char* body, int schedule_index, int run_mode) {
+bool SaveNextAddress(const char* caller, const char* body, int schedule_index, int run_mode,
+                     uint32_t* address) {
     const Text<11> field = Field<11>(body + kAddressAt);
-    const uint32_t address = ParseUnsigned(field.c_str(), 0);
+    *address = ParseUnsigned(field.c_str(), 0);
     char* end = nullptr;
     errno = 0;
     std::strtoull(field.c_str(), &end, 0);
     const int error = end == field.c_str() ? EINVAL : errno;
-    if (address == 0 && error != 0) {
+    if (*address == 0 && error != 0) {
         Ptltrprintf("[%s] External Interface Error. data= %s , error value= 0x%x.\n", caller,
                     "next address", static_cast<unsigned>(error));
         return false;
     }
-    Ptltrprintf("[%s] tmp_buf=%s ,next_lba= 0x%08x\n", caller, field.c_str(), address);
+    Ptltrprintf("[%s] tmp_buf=%s ,next_lba= 0x%08x\n", caller, field.c_str(), *address);
 
     Text<64> section;
     section.Format("HDD_SCHEDULE %d", schedule_index);
     Text<64> value;
-    value.Format("0x%016llx", static_cast<unsigned long long>(address));
+    value.Format("0x%016llx", static_cast<unsigned long long>(*address));
     const Path& schedule = run_mode == kRunPadiag ? sche_path2 : sche_path;
     WritePrivateProfileString(section.c_str(), "address", value.c_str(), schedule.c_str());
     return true;
+}
+
+// The event that ends a padiag test, filled with what is known of the test.
+EventRecord EndRecord(const char* caller, int kind, int entry) {
+    EventRecord record;
+    const int32_t* count = KindPassCount(kind, entry);
+    const PadiagTest* test = FindPadiagTest(kind, entry);
+    if (test == nullptr || count == nullptr) {
+        Ptltrprintf("[%s] Unknown Diag Type(%d).\n", caller, kind);
+    } else {
+        record.start_time = test->start_time;
+        record.start_lba = test->start_lba;
+        record.pass = *count;
+    }
+    record.level = padiag_level;
+    date2iso8601(std::time(nullptr), &record.end_time);
+    const char* name = EndEventName(kind);
+    Ptltrprintf("[%s] testname = [%s].\n", caller, name != nullptr ? name : "");
+    Ptltrprintf("[%s] evtlog_msg.start_time = [%s].\n", caller, record.start_time.c_str());
+    Ptltrprintf("[%s] evtlog_msg.end_time = [%s].\n", caller, record.end_time.c_str());
+    Ptltrprintf("[%s] pass = [%d].\n", caller, record.pass);
+    return record;
+}
+
+// How far the device has come at level 3, where the test programs keep its last block.
+void FillProgress(const char* caller, const char* device, uint32_t next, EventRecord* record) {
+    Text<65> text;
+    ProfileReader(lba_path.c_str()).String("HDD_MAX_LBA", device, "0x0000000000000000", &text);
+    const uint64_t maximum = std::strtoull(text.c_str(), nullptr, 0);
+    record->end_lba = next;
+    record->progress = next == 0 || maximum == 0 ? 0 : ProgressPercent(next, maximum);
+    if (next == 0 || maximum == 0) {
+        Ptltrprintf("[%s] The calculation of the progress rate is impossible. \n", caller);
+    }
+    Ptltrprintf("[%s] evtlog_msg.progress = [%d%%].\n", caller, record->progress);
+}
+
+// Announces the end of a padiag test; its wait then has nothing left to announce.
+void AnnounceEnd(int kind, int entry, int end_code, const char* message, EventRecord* record) {
+    const bool failed = end_code == kEndNg;
+    if (failed) record->errmsg.Assign(message != nullptr ? message : "no data");
+    PadiagTest* test = FindPadiagTest(kind, entry);
+    if (test == nullptr) return;
+    padiag_sdb_event(EndEventName(kind), failed ? kEventFailed : kEventCompleted,
+                     test->phypath.c_str(), *record);
+    test->event_check = 0;
 }
 
 }  // namespace
@@ -76,16 +130,21 @@ int check_testdata_status(char* body, const RecordContext&, int schedule_index, 
             __func__, "status", static_cast<unsigned>(end_code), code_field.c_str());
         return -1;
     }
+    const bool padiag = run_mode == kRunPadiag;
+    EventRecord record;
+    if (padiag) record = EndRecord(__func__, kind, entry);
     const int result = HistoryResult(end_code);
     Ptltrprintf("[%s] Test End Code= %d(%s).\n", __func__, end_code, code_field.c_str());
     const Text<5> flag_field = Field<5>(body + kFlagAt);
     const uint32_t flag = ParseUnsigned(flag_field.c_str(), 0);
     Ptltrprintf("[%s] Flag= %d(%s).\n", __func__, static_cast<int>(flag), flag_field.c_str());
 
+    uint32_t next = 0;
     if ((flag & (kFlagNextAddress | kFlagResultText)) != 0 && kind == kKindHdd &&
-        !SaveNextAddress(__func__, body, schedule_index, run_mode)) {
+        !SaveNextAddress(__func__, body, schedule_index, run_mode, &next)) {
         return -1;
     }
+    if (padiag && padiag_level == kProgressLevel) FillProgress(__func__, device, next, &record);
     const char* message = nullptr;
     if ((flag & kFlagResultText) != 0) {
         char* text = body + std::min(std::strlen(body), kTextAt);
@@ -93,10 +152,11 @@ int check_testdata_status(char* body, const RecordContext&, int schedule_index, 
         cr_cutman(text, static_cast<int>(std::strlen(text)));
         Ptltrprintf("[%s] ptr=%s.\n", __func__, text);
         ptl_printf(kRelayed | kToTrace, nullptr, text);
+        if (padiag) AnnounceEnd(kind, entry, end_code, message, &record);
         if (end_code == kEndNg) end_code = kEndOk;
     }
     if ((flag & kFlagFaulty) != 0) end_code = kEndNg;
-    ptl_history(result, kind, device, message, entry);
+    (padiag ? PadiagHistory : ptl_history)(result, kind, device, message, entry);
     return end_code;
 }
 

@@ -1,0 +1,53 @@
+#include "control/padiag_run.h"
+
+#include <unistd.h>
+
+#include "base/paths.h"
+#include "base/settings.h"
+#include "control/padiag_commands.h"
+#include "control/padiag_wait.h"
+#include "control/run_steps.h"
+#include "msg/event.h"
+#include "msg/trace.h"
+#include "schedule/builder.h"
+#include "sys/profile.h"
+
+namespace patrol {
+namespace {
+
+// The next schedule takes the disks' start addresses from the copy. Without a progress file there
+// is none.
+void SaveProgress() {
+    unlink(lba_bup_path.c_str());
+    static_cast<void>(link(lba_path.c_str(), lba_bup_path.c_str()));
+}
+
+}  // namespace
+
+int PadiagCntlMain() { return RunDiagnosis(__func__, "Padiag", PadiagSchedCntl); }
+
+int PadiagSchedCntl() {
+    Ptltrprintf("[%s] Start.\n", __func__);
+    if (access(sche_path2.c_str(), F_OK) != 0) {
+        return RemakeSchedule(__func__, PadiagCreateSchedule, "Remake");
+    }
+    {
+        const ProfileReader schedule(sche_path2.c_str());
+        padiag_level = schedule.Int("TEST_SCHEDULE", "level", 1);
+        padiag_time = schedule.Int("TEST_SCHEDULE", "time", 3600);
+    }
+    f_padiag_cpu = PadiagCpuTestExec();
+    f_padiag_mem = PadiagMemTestExec();
+    f_padiag_hdd = PadiagHddTestExec();
+    if (f_padiag_cpu == 1) PadiagWaitCpuTest();
+    if (f_padiag_mem == 1) PadiagWaitMemTest();
+    if (f_padiag_hdd == 1) {
+        PadiagWaitHddTest();
+        SaveProgress();
+    }
+    EndDiskTable(__func__);
+    event("I1121:Scheduled diagnosis is finished.\n");
+    return 0;
+}
+
+}  // namespace patrol
