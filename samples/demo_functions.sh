@@ -182,9 +182,57 @@ expect_events() {
     sed 's/^/    /' "$agent/events.txt"
 }
 
+# Asks for an on-request diagnosis: which kinds, the level, and for how many seconds. From here on
+# the history of those diagnoses is the one that is looked at.
+request_diagnosis() {
+    history=$KVX_log/pastat.txt
+    printf '[cpu]\n%s\n[mem]\n%s\n[hdd]\n%s\n[level]\n%s\n[time]\n%s\n' "$@" \
+        >"$KVX_data/padiag.ini"
+    say "The agent asks for: processors $1, memory $2, disks $3, level $4, $5 s; then reload."
+    run_controller reload
+}
+
+# One on-request diagnosis.
+padiag_run() {
+    say "pastart:"
+    run_controller pastart
+}
+
+# Makes the image of a disk larger; it takes no more room.
+enlarge_disk() { truncate -s "$2" "$agent/images/$1"; }
+
+# The block that the next level 3 test of a disk is to begin at, as the test program keeps it.
+disk_progress() {
+    local found
+    found=$(awk -F= -v device="$1" '/^\[/ { inside = $0 == "[HDD_NEXT_LBA]"; next }
+        inside && $1 == device { found = $2 } END { print found }' "$KVX_data/lba_outfile.ini")
+    [ -n "$found" ] || fail "no progress of $1 is kept in $KVX_data/lba_outfile.ini"
+    echo $((found))
+}
+
+# How far the last run's history says that a disk is, for example "3[%]".
+percent_reached() { sed -n "s|.* hddtest $1 .* -> \([0-9]*\[%\]\).*|\1|p" <<<"$news"; }
+
+# Checks from where the last run has tested a disk.
+expect_progress() {
+    grep -qF -- "$2 -> " <<<"$(grep " hddtest $1 " <<<"$news")" ||
+        fail "the test of $1 has not begun at $2"
+}
+
+# Shows the last system-log events as the trace has them, and checks that there are so many.
+show_announcements() {
+    local events
+    events=$(find "$KVX_log" -name 'padiag_log*' | sort -r | xargs cat |
+        sed -n 's/.*\[make_eventlog_msg\] msg_body = \[\(.*\)(model.*/\1/p
+            s/.*\[make_eventlog_msg\] opt_msg  = \[\(.*\)\]$/\1/p' | paste -d' ' - - | tail -n "$1")
+    [ "$(wc -l <<<"$events")" -eq "$1" ] || fail "there are not $1 events in $KVX_log/padiag_log"
+    say "Announced to the system log (switched on in common.ini):"
+    sed 's/^/    /' <<<"$events"
+}
+
 show_places() {
     say "settings, schedule   $KVX_data"
-    say "history              $history"
+    say "histories            $KVX_log/patstat0.txt, $KVX_log/pastat.txt"
     say "trace and logs       $KVX_log"
     say "part reports         $KVX_data/parts"
     say "events               $agent/events.txt"
