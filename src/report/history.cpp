@@ -88,7 +88,8 @@ int TestSeconds(int kind, int entry) {
 // Seconds that a finished padiag test ran, at most the time limit.
 int PadiagSeconds(int kind, int entry) {
     const uint32_t* running = KindRunTime(kind, entry);
-    if (running == nullptr || *running < 1) return 1;
+    // A disk that ran for one second counts as one, whatever the limit.
+    if (running == nullptr || *running < (kind == kKindHdd ? 2U : 1U)) return 1;
     return static_cast<int>(std::min(int64_t{padiag_time}, int64_t{*running}));
 }
 
@@ -100,12 +101,12 @@ int DiskProgress(const char* device) {
     progress.String("HDD_MAX_LBA", device, kNoAddress, &maximum_text);
     Text<65> next_text;
     progress.String("HDD_NEXT_LBA", device, kNoAddress, &next_text);
-    const int maximum = ParseInt(maximum_text.c_str(), 0);
-    const int next = ParseInt(next_text.c_str(), 0);
+    // 32 bits each, without sign.
+    const uint32_t maximum = ParseUnsigned(maximum_text.c_str(), 0);
+    const uint32_t next = ParseUnsigned(next_text.c_str(), 0);
     Ptltrprintf("[%s] devname = %s, next_lba_ini = 0x%08x, max_lba_ini = 0x%08x\n", "PadiagHistory",
-                device, static_cast<unsigned>(next), static_cast<unsigned>(maximum));
-    return ProgressPercent(static_cast<uint64_t>(std::max(next, 0)),
-                           static_cast<uint64_t>(std::max(maximum, 0)));
+                device, next, maximum);
+    return ProgressPercent(next, maximum);
 }
 
 std::string PadiagDetail(int result, int kind, const char* device, int entry) {

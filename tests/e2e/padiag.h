@@ -1,0 +1,83 @@
+#pragma once
+
+// The fixture of the tests of an on-request diagnosis.
+
+#include <utility>
+
+#include "records.h"
+
+namespace patrol_test {
+
+inline constexpr char kPadiagTrace[] = "log/padiag_log";
+inline constexpr char kPadiagHistory[] = "log/pastat.txt";
+inline constexpr char kParameters[] = "data/padiag_para.ini";
+inline constexpr char kProgress[] = "data/lba_outfile.ini";
+inline constexpr char kProgressCopy[] = "data/lba_outfile_bup.ini";
+
+// A status record as it stands in an output file, closed by its line of "=". An empty `error`
+// leaves the line of the error out.
+inline std::string Verdict(int end_code, int flag, const std::string& program = "memtest",
+                           const std::string& error = "",
+                           const std::string& address = "0x00000000") {
+    std::string block = ResultBlock(program, "/dev/sdx", error);
+    if (error.empty()) block = std::regex_replace(block, std::regex("ERROR   : \n"), "");
+    return Framed(Head("0x02", program) +
+                  StatusBody(end_code, flag, "I0399:<<Ended>>\n" + block, address));
+}
+
+class PadiagFixture : public PassTest {
+ protected:
+    // A Schedule file with these due words; disks are /dev/sda, ..., and start at block 0.
+    void Plan(int level, const std::string& cpu, const std::string& memory,
+              const std::vector<std::string>& disks, const std::string& time = "3600") const {
+        std::string text = "[CPU_SCHEDULE]\ncpu=" + cpu + "\n[MEM_SCHEDULE]\nmem=" + memory + "\n";
+        const std::vector<Disk> named = NumberedDisks(static_cast<int>(disks.size()));
+        for (size_t i = 0; i < disks.size(); ++i) {
+            text += "[HDD_SCHEDULE " + std::to_string(i) + "]\nhdd=" + disks[i] +
+                    "\naddress=0x0000000000000000\ndevice_name=" + named[i].device +
+                    "\nhdd_ide=0\n";
+        }
+        agent_.Write(kPadiagSchedule,
+                     text + "[TEST_SCHEDULE]\nhdd_all_num=" + std::to_string(disks.size()) +
+                         "\nlevel=" + std::to_string(level) + "\ntime=" + time + "\n");
+    }
+    void PlanMemory() const { Plan(1, "OFF", "ON", {}); }
+
+    Process& Begin(const Launch& launch = {}) {
+        process_ = agent_.Start({"pastart"}, launch);
+        return *process_;
+    }
+    void Diagnose(const Launch& launch = {}, int status = 0) {
+        const Result result = Begin(launch).Wait();
+        EXPECT_EQ(result.status, status) << result.err;
+        EXPECT_EQ(result.out, "") << "nothing may reach the caller";
+    }
+
+    std::vector<std::string> Steps() const { return agent_.Trace(kPadiagTrace); }
+    bool Stepped(const std::string& line) const { return agent_.Traced(line, kPadiagTrace); }
+    void ExpectSteps(const std::vector<std::string>& expected) const {
+        EXPECT_TRUE(InOrder(Steps(), expected));
+    }
+    size_t Count(const std::string& start) const {
+        size_t count = 0;
+        for (const std::string& line : Steps()) count += line.rfind(start, 0) == 0 ? 1 : 0;
+        return count;
+    }
+    // The pid that the waiting line of a kind ("Cpu", "Mem", "Hdd") names, in the form of the
+    // cancel lines.
+    std::string PidOf(const std::string& kind) const {
+        const std::string start = " ProcessId" + kind + " =";
+        for (const std::string& line : Steps()) {
+            const size_t at = line.find(start);
+            if (at != std::string::npos) return Hex(std::stoull(line.substr(at + start.size())), 8);
+        }
+        return "(none)";
+    }
+    std::vector<std::string> History() const { return agent_.History(kPadiagHistory); }
+    void Forget() const {
+        PassTest::Forget();
+        agent_.Remove("data/report");
+    }
+};
+
+}  // namespace patrol_test
