@@ -8,18 +8,36 @@
 
 namespace patrol {
 
+namespace {
+
+// Without O_NONBLOCK the opening of a named pipe would wait for its other end.
+constexpr int kWriteFlags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+Stream OpenWith(const char* path, int flags, const char* mode) {
+    Descriptor file(open(path, flags, 0666));
+    FILE* stream = file.ok() ? fdopen(file.get(), mode) : nullptr;
+    if (stream != nullptr) file.Release();
+    return Stream(stream);
+}
+
+}  // namespace
+
 Stream OpenForReading(const char* path) {
     Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status = {};
     if (!file.ok() || fstat(file.get(), &status) != 0) return nullptr;
-    if (S_ISDIR(status.st_mode)) {
-        errno = EISDIR;
+    if (!S_ISREG(status.st_mode)) {
+        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
         return nullptr;
     }
     FILE* stream = fdopen(file.get(), "r");
     if (stream != nullptr) file.Release();
     return Stream(stream);
 }
+
+Stream OpenForAppending(const char* path) { return OpenWith(path, kWriteFlags | O_APPEND, "a"); }
+
+Stream OpenForWriting(const char* path) { return OpenWith(path, kWriteFlags | O_TRUNC, "w"); }
 
 void Descriptor::Reset(int fd) {
     if (fd_ >= 0) close(fd_);

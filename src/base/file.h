@@ -13,9 +13,14 @@ struct StreamCloser {
 };
 using Stream = std::unique_ptr<FILE, StreamCloser>;
 
-// Opens `path` for reading; null with errno set on failure, a directory being one. A named pipe
-// does not block: without a writer it reads as empty.
+// Opens a regular file for reading; null with errno set on failure. A device that never ends, or a
+// named pipe that nobody writes to, is none.
 Stream OpenForReading(const char* path);
+
+// Opens `path` for appending, or for writing from its start, and makes it where it is missing. Null
+// with errno set on failure; a named pipe that nobody reads is one.
+Stream OpenForAppending(const char* path);
+Stream OpenForWriting(const char* path);
 
 // A descriptor that is closed when its holder goes. -1 is none.
 class Descriptor {

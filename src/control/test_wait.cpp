@@ -33,7 +33,7 @@ constexpr size_t kLengthAt = 7;  // of the body length in a record prefix
 constexpr int kLongBody = 119;   // bodies above it are worth a trace line
 constexpr uint32_t kAddressStep = 64;
 // A body announced above this is refused like one that memory has no room for.
-constexpr int kMaxBody = 16 << 20;
+constexpr int kMaxBody = 1 << 20;
 
 // How handling one record ended.
 enum class Next { kRecord, kSuccess, kFailure };

@@ -100,7 +100,7 @@ bool StartsWith(const char* line, const char* start) {
 int CopyFile(const std::string& to_path, const std::string& from_path) {
     const Stream from = OpenForReading(from_path.c_str());
     if (from == nullptr) return -1;
-    Stream to(std::fopen(to_path.c_str(), "we"));
+    Stream to = OpenForWriting(to_path.c_str());
     if (to == nullptr) return -1;
     copy_part_of_file(to.get(), from.get(), nullptr, nullptr);
     const bool whole = std::ferror(from.get()) == 0 && std::ferror(to.get()) == 0;

@@ -59,7 +59,8 @@ int ptl_system_logging(const char* number, const char* text) {
     path.Format("%s/%s", trc_name, "pat_sys.log");
     {
         const char* mode = starts_group ? "w" : "a";
-        const Stream file(std::fopen(path.c_str(), starts_group ? "we" : "ae"));
+        const Stream file =
+            starts_group ? OpenForWriting(path.c_str()) : OpenForAppending(path.c_str());
         if (file == nullptr) return OpenFailed(path, mode, errno);
         std::fputs(ComposeLine(number, text).c_str(), file.get());
     }

@@ -36,7 +36,7 @@ Text<32> Stamp(std::time_t seconds) {
 
 // `caller` is the routine that the failure is traced under.
 int Append(const char* caller, const Path& path, const std::string& line) {
-    const Stream file(std::fopen(path.c_str(), "ae"));
+    const Stream file = OpenForAppending(path.c_str());
     if (file == nullptr) {
         const int error = errno;
         Ptltrprintf("[%s] System Call Error. function= %s, errno: %d\n", caller, "fopen", error);

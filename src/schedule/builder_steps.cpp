@@ -11,6 +11,12 @@
 #include "sys/replace_file.h"
 
 namespace patrol {
+namespace {
+
+// The configuration was opened, but a read failed.
+constexpr int kHalfRead = -2;
+
+}  // namespace
 
 void AddTarget(Text<512>* targets, const char* target) {
     if (!targets->empty()) targets->Append(",");
@@ -31,8 +37,9 @@ int WriteHddSections(const HddSections& sections) {
               [&] { sections.write_disk(count++); });
     sections.write_end(count);
     FreeNonTargets();
-    Ptltrprintf("[%s] end.( 0 )\n", sections.caller);
-    return 0;
+    const bool whole = std::ferror(configuration.get()) == 0;
+    Ptltrprintf("[%s] end.( %d )\n", sections.caller, whole ? 0 : -1);
+    return whole ? 0 : kHalfRead;
 }
 
 int WriteScheduleFile(const ScheduleFile& file) {
@@ -45,10 +52,11 @@ int WriteScheduleFile(const ScheduleFile& file) {
     }
     file.write_cpu(schedule.stream());
     file.write_memory(schedule.stream());
-    int result = file.write_hdd(schedule.stream());
-    if (!schedule.Commit()) result = -1;
-    if (result != 0) Ptltrprintf("[%s] end.( -1 )\n", file.caller);
-    return result;
+    const int result = file.write_hdd(schedule.stream());
+    // Disks that were not read are not to be forgotten.
+    if (result != kHalfRead && schedule.Commit() && result == 0) return 0;
+    Ptltrprintf("[%s] end.( -1 )\n", file.caller);
+    return -1;
 }
 
 }  // namespace patrol

@@ -119,7 +119,13 @@ int CompareSchedule() {
 int HddTblAlloc() {
     Ptltrprintf("[%s] start.\n", __func__);
     FreeOldDisks();
-    const int count = GetPrivateProfileInt("TEST_SCHEDULE", "hdd_all_num", 0, sche_path.c_str());
+    const ProfileReader schedule(sche_path.c_str());
+    if (!schedule.loaded()) {
+        // What cannot be read now must not be replaced.
+        Ptltrprintf("[%s] end.( -1 )\n", __func__);
+        return -1;
+    }
+    const int count = schedule.Int("TEST_SCHEDULE", "hdd_all_num", 0);
     hdd_type_tbl = AllocateTable<OldDisk>(count);
     if (hdd_type_tbl == nullptr) {
         Ptltrprintf("[%s] hdd_type Alloc Error.(size= %d byte)\n", __func__,

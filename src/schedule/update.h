@@ -21,8 +21,8 @@ int UpdateSchedule();
 
 // New device configuration: the file is rebuilt, and a disk known by its serial number keeps the
 // address its next test starts at. The old file stays as "<path>.old" until it has. 0; -1 when
-// there is no Schedule file (nothing done); -2 when the old disks cannot be kept in memory (the
-// file is untouched) or the rebuild failed.
+// there is no Schedule file (nothing done); -2 when it cannot be read or its disks not be kept in
+// memory (it is untouched), or when the rebuild failed.
 int CompareSchedule();
 
 // The steps of these.

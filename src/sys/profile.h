@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstddef>
+#include <list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -50,6 +51,9 @@ class ProfileReader {
  public:
     explicit ProfileReader(const char* path);
 
+    // Whether the file could be read; else every answer is the default.
+    bool loaded() const { return loaded_; }
+
     int String(const char* section, const char* key, const char* default_value, char* result,
                int size) const;
     int Int(const char* section, const char* key, int default_value) const;
@@ -72,7 +76,7 @@ class ProfileReader {
     }
 
  private:
-    // The cleaned lines of the file, cut at one line size.
+    // The cleaned lines that may be headers or entries, cut at one line size.
     struct Lines {
         std::vector<std::string> lines;
         // "[name]" to the first header line that contains it.
@@ -83,6 +87,7 @@ class ProfileReader {
                                     bool bracket_needed) const;
 
     std::string bytes_;
+    bool loaded_;
     mutable std::optional<Lines> string_lines_;
     mutable std::optional<Lines> int_lines_;
 };
@@ -107,17 +112,17 @@ class ProfileWriter {
         std::string line;
     };
     void Apply(const Entry& entry);
-    void Insert(size_t at, const std::string& line);
-    void IndexHeaders();
-    size_t FindHeader(const std::string& section) const;
+    using Lines = std::list<std::string>;
+    void Insert(Lines::iterator at, const std::string& line);
+    Lines::iterator FindHeader(const std::string& section);
     std::string Join() const;
 
     std::string path_;
     bool loaded_ = false;
     int writes_ = 0;
     std::optional<Entry> pending_;
-    std::vector<std::string> lines_;  // with their line feeds, cut at 511 characters
-    std::unordered_map<std::string, size_t> first_header_;
+    Lines lines_;  // with their line feeds, cut at 511 characters
+    std::unordered_map<std::string, Lines::iterator> first_header_;
 };
 
 // Makes "<path>.old" hold what the profile holds now, for a rebuild to come. False, with
@@ -132,15 +137,23 @@ Stream rf_fileopen(const char* path, const char* mode);
 bool rf_filegets(std::string* line, size_t size, std::string_view* rest);
 int rf_fileclose(Stream stream);
 
-// The whole of a regular file. False when it is none, is larger than 64 MiB, cannot be opened or a
+// The whole of a regular file. False when it is none, is larger than 16 MiB, cannot be opened or a
 // read fails for good; `bytes` then holds what was read.
 bool LoadProfile(const char* path, std::string* bytes);
 
 // The next line of `rest` with its line feed, at most `limit` characters of it; empty at the end.
 std::string_view TakePiece(std::string_view* rest, size_t limit);
 
-// Enters every "[name]" that `header` contains into `index`, where it is the first.
-void IndexHeader(const std::string& header, size_t line,
-                 std::unordered_map<std::string, size_t>* index);
+// Enters every "[name]" that `header` contains into `index`, unless an earlier line has it.
+template <class Line>
+void IndexHeader(const std::string& header, Line line,
+                 std::unordered_map<std::string, Line>* index) {
+    for (size_t open = header.find('['); open != std::string::npos;
+         open = header.find('[', open + 1)) {
+        const size_t next = header.find_first_of("[]", open + 1);
+        if (next == std::string::npos) return;
+        if (header[next] == ']') index->emplace(header.substr(open, next - open + 1), line);
+    }
+}
 
 }  // namespace patrol

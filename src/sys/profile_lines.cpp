@@ -12,7 +12,7 @@ namespace patrol {
 namespace {
 
 constexpr int kAttempts = 4;
-constexpr off_t kMaxSize = off_t{64} << 20;
+constexpr off_t kMaxSize = off_t{16} << 20;
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
 }  // namespace
@@ -66,17 +66,6 @@ std::string_view TakePiece(std::string_view* rest, size_t limit) {
     if (line_feed != std::string_view::npos) piece = piece.substr(0, line_feed + 1);
     rest->remove_prefix(piece.size());
     return piece;
-}
-
-void IndexHeader(const std::string& header, size_t line,
-                 std::unordered_map<std::string, size_t>* index) {
-    size_t open = header.find('[');
-    while (open != std::string::npos) {
-        const size_t next = header.find_first_of("[]", open + 1);
-        if (next == std::string::npos) return;
-        if (header[next] == ']') index->emplace(header.substr(open, next - open + 1), line);
-        open = header.find('[', open + 1);
-    }
 }
 
 }  // namespace patrol

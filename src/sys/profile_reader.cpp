@@ -46,7 +46,7 @@ int CopyValue(std::string_view value, char* result, int size) {
 
 }  // namespace
 
-ProfileReader::ProfileReader(const char* path) { LoadProfile(path, &bytes_); }
+ProfileReader::ProfileReader(const char* path) : loaded_(LoadProfile(path, &bytes_)) {}
 
 const ProfileReader::Lines& ProfileReader::CutAt(size_t line_size,
                                                  std::optional<Lines>* cached) const {
@@ -55,6 +55,7 @@ const ProfileReader::Lines& ProfileReader::CutAt(size_t line_size,
         std::string_view rest = bytes_;
         std::string line;
         while (rf_filegets(&line, line_size, &rest)) {
+            if (line.find_first_of("[=") == std::string::npos) continue;
             if (IsHeader(line, true)) IndexHeader(line, cut.lines.size(), &cut.first_header);
             cut.lines.push_back(line);
         }

@@ -1,6 +1,8 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "sys/profile.h"
 #include "sys/replace_file.h"
@@ -38,8 +40,11 @@ ProfileWriter::ProfileWriter(const char* path) : path_(path) {
     loaded_ = LoadProfile(path, &bytes);
     if (!loaded_) return;
     std::string_view rest = bytes;
-    while (!rest.empty()) lines_.emplace_back(TakePiece(&rest, kMaxPiece));
-    IndexHeaders();
+    while (!rest.empty()) {
+        lines_.emplace_back(TakePiece(&rest, kMaxPiece));
+        const auto last = std::prev(lines_.end());
+        if (IsHeader(*last)) IndexHeader(BeforeNul(*last), last, &first_header_);
+    }
 }
 
 void ProfileWriter::Write(const char* section, const char* key, const char* value) {
@@ -71,55 +76,41 @@ bool ProfileWriter::Save() {
 }
 
 void ProfileWriter::Apply(const Entry& entry) {
-    const size_t header = FindHeader(entry.section);
+    const auto header = FindHeader(entry.section);
     bool written = false;
-    size_t end = header;
-    if (header < lines_.size()) {
-        for (end = header + 1; end < lines_.size() && !IsHeader(lines_[end]); ++end) {
-            if (std::strchr("; \n\r#[", lines_[end][0]) != nullptr) continue;
-            if (lines_[end].compare(0, entry.key.size(), entry.key) != 0) continue;
-            lines_[end] = entry.line;
+    auto end = header;
+    if (header != lines_.end()) {
+        for (end = std::next(header); end != lines_.end() && !IsHeader(*end); ++end) {
+            if (std::strchr("; \n\r#[", (*end)[0]) != nullptr) continue;
+            if (end->compare(0, entry.key.size(), entry.key) != 0) continue;
+            *end = entry.line;
             written = true;
         }
     }
     if (!written) Insert(end, entry.line);
 }
 
-void ProfileWriter::Insert(size_t at, const std::string& line) {
-    if (at < lines_.size()) {
-        lines_.insert(lines_.begin() + static_cast<std::ptrdiff_t>(at), line);
-        IndexHeaders();
-        return;
-    }
+void ProfileWriter::Insert(Lines::iterator at, const std::string& line) {
     // A last line without a line feed is a line of its own all the same.
-    if (!lines_.empty() && lines_.back().back() != '\n') {
+    if (at == lines_.end() && !lines_.empty() && lines_.back().back() != '\n') {
         if (lines_.back().size() == kMaxPiece) {
             lines_.emplace_back("\n");
         } else {
             lines_.back() += '\n';
         }
     }
-    lines_.push_back(line);
+    lines_.insert(at, line);
 }
 
-void ProfileWriter::IndexHeaders() {
-    first_header_.clear();
-    for (size_t i = 0; i < lines_.size(); ++i) {
-        if (IsHeader(lines_[i])) IndexHeader(BeforeNul(lines_[i]), i, &first_header_);
-    }
-}
-
-// The index of the header that opens the section; the number of lines when there is none.
-size_t ProfileWriter::FindHeader(const std::string& section) const {
+// The header that opens the section; the end when there is none.
+ProfileWriter::Lines::iterator ProfileWriter::FindHeader(const std::string& section) {
     if (section.find_first_of("[]", 1) == section.size() - 1) {
         const auto found = first_header_.find(section);
-        return found != first_header_.end() ? found->second : lines_.size();
+        return found != first_header_.end() ? found->second : lines_.end();
     }
-    for (size_t i = 0; i < lines_.size(); ++i) {
-        if (IsHeader(lines_[i]) && BeforeNul(lines_[i]).find(section) != std::string::npos)
-            return i;
-    }
-    return lines_.size();
+    return std::find_if(lines_.begin(), lines_.end(), [&](const std::string& line) {
+        return IsHeader(line) && BeforeNul(line).find(section) != std::string::npos;
+    });
 }
 
 std::string ProfileWriter::Join() const {

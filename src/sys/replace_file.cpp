@@ -10,11 +10,11 @@ namespace {
 
 constexpr size_t kMaxName = 4095;
 
-bool Replaceable(const char* path) {
-    struct stat status = {};
-    if (stat(path, &status) != 0) return errno == ENOENT;
-    if (!S_ISREG(status.st_mode)) {
-        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+// `status` stays cleared where there is no such file yet.
+bool Replaceable(const char* path, struct stat* status) {
+    if (stat(path, status) != 0) return errno == ENOENT;
+    if (!S_ISREG(status->st_mode)) {
+        errno = S_ISDIR(status->st_mode) ? EISDIR : EINVAL;
         return false;
     }
     return true;
@@ -28,9 +28,11 @@ std::string SideName(const char* path, const char* suffix) {
 
 FileReplacement::FileReplacement(const char* path)
     : path_(path), temporary_(SideName(path, ".new")) {
-    if (!Replaceable(path)) return;
-    stream_.reset(std::fopen(temporary_.c_str(), "we"));
+    struct stat status = {};
+    if (!Replaceable(path, &status)) return;
+    stream_ = OpenForWriting(temporary_.c_str());
     created_ = stream_ != nullptr;
+    if (created_ && status.st_nlink > 0) fchmod(fileno(stream_.get()), status.st_mode & 0777);
 }
 
 FileReplacement::~FileReplacement() {

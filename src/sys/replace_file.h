@@ -14,7 +14,7 @@ namespace patrol {
 class FileReplacement {
  public:
     // Creates "<path>.new". It fails, with errno set, for a `path` that exists and is no regular
-    // file.
+    // file. The new file gets the permissions of the old one.
     explicit FileReplacement(const char* path);
     ~FileReplacement();
     FileReplacement(const FileReplacement&) = delete;

@@ -181,6 +181,45 @@ TEST_F(FullDiskTest, ADirectoryWithoutWritePermissionCostsNothing) {
     }
 }
 
+TEST(UnreadableFileTest, DisksThatCannotBeReadAreNotForgotten) {
+    AgentDir agent;
+    Fill(agent, 3);
+    const std::string schedule = agent.Read(kSchedule);
+    agent.Remove("data/devconf_new.xml");
+    // A regular file that opens and fails to be read.
+    ASSERT_EQ(symlink("/proc/self/mem", agent.Path("data/devconf_new.xml").c_str()), 0);
+    EXPECT_EQ(agent.Run({"confchg"}).status, 1);
+    EXPECT_EQ(agent.Read(kSchedule), schedule);
+}
+
+TEST(UnreadableFileTest, DevicesAndPipesInPlaceOfFilesHoldNobodyUp) {
+    for (const char* file : {"data/pat_env0.ini", "data/padiag.ini", "data/devconf_new.xml",
+                             "data/pat_msge.txt", "data/pat_new_sche.txt"}) {
+        AgentDir agent;
+        Fill(agent, 1);
+        agent.Remove(file);
+        ASSERT_EQ(symlink("/dev/zero", agent.Path(file).c_str()), 0);
+        ExpectOrderlyEnd(agent.Run({"reload"}));
+    }
+    for (const char* file : {kHistory, kTrace, kNew, kOld}) {
+        AgentDir agent;
+        Fill(agent, 1);
+        agent.Remove(file);
+        ASSERT_EQ(mkfifo(agent.Path(file).c_str(), 0600), 0);
+        ExpectOrderlyEnd(agent.Run({"reload"}));
+    }
+}
+
+TEST(UnreadableFileTest, SectionsWithoutKeysAreFilledInReasonableTime) {
+    AgentDir agent;
+    Fill(agent, 0);
+    std::string text = "[TEST_SCHEDULE]\nhdd_all_num=60000\n";
+    for (int n = 0; n < 60000; ++n) text += "[HDD_SCHEDULE " + std::to_string(n) + "]\n";
+    agent.Write(kSchedule, text);
+    EXPECT_EQ(agent.Run({"reload"}).status, 0);
+    EXPECT_EQ(agent.Key("HDD_SCHEDULE 59999", "hdd_exe"), "ON");
+}
+
 TEST(KilledRunTest, AnUpdatedScheduleIsWholeAtEveryInstant) {
     AgentDir agent;
     Fill(agent, 40);
