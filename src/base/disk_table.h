@@ -32,7 +32,7 @@ extern int32_t hdd_exec_use;
 // False, with no table, when they cannot be had. A count of 0 is a table without entries.
 bool AllocateDiskTable(int count);
 
-// Closes the pipes, frees the table and empties the count.
+// Closes the pipes or output files, frees the table and empties the count.
 void FreeDiskTable();
 
 // Entry `index` when it is filled, else null.

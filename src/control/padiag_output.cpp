@@ -125,8 +125,9 @@ class OutputReader {
 
 void ReadPadiagOutput(const PadiagOutput& output, FILE* file) {
     OutputReader reader(output);
-    char line[kLineSize];
-    while (std::fgets(line, sizeof line, file) != nullptr) reader.TakeLine(line);
+    // Parsers may look past the end of a line.
+    char line[kLineSize + kRecordSlack] = {};
+    while (std::fgets(line, kLineSize, file) != nullptr) reader.TakeLine(line);
 }
 
 }  // namespace patrol

@@ -21,6 +21,7 @@ const char* get_phypath(int kind, const char* needle) {
     if (directory != nullptr) {
         file = OpenForReading((std::string(directory) + "/devconf_cur.xml").c_str());
     }
+    if (needle == nullptr) file.reset();
     if (file == nullptr) found.Assign(kNoData);
     char line[2048];
     while (file != nullptr && std::fgets(line, sizeof line, file.get()) != nullptr) {

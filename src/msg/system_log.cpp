@@ -47,6 +47,8 @@ int SendStaged(const Path& path) {
     while (std::fgets(line, sizeof line, file.get()) != nullptr) {
         syslog(LOG_USER | LOG_ERR, "%s", FormatMessage(line, nullptr, 0).c_str());
     }
+    // The identity is this group's alone.
+    closelog();
     return 0;
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string>
@@ -101,11 +102,11 @@ int DiskProgress(const char* device) {
     progress.String("HDD_MAX_LBA", device, kNoAddress, &maximum_text);
     Text<65> next_text;
     progress.String("HDD_NEXT_LBA", device, kNoAddress, &next_text);
-    // 32 bits each, without sign.
-    const uint32_t maximum = ParseUnsigned(maximum_text.c_str(), 0);
-    const uint32_t next = ParseUnsigned(next_text.c_str(), 0);
+    const uint64_t maximum = std::strtoull(maximum_text.c_str(), nullptr, 0);
+    const uint64_t next = std::strtoull(next_text.c_str(), nullptr, 0);
+    // The trace shows the low halves.
     Ptltrprintf("[%s] devname = %s, next_lba_ini = 0x%08x, max_lba_ini = 0x%08x\n", "PadiagHistory",
-                device, next, maximum);
+                device, static_cast<uint32_t>(next), static_cast<uint32_t>(maximum));
     return ProgressPercent(next, maximum);
 }
 

@@ -24,8 +24,9 @@ int ptl_history(int result, int kind, const char* device, const char* message, i
 
 // Appends "TIME RESULT COMPONENT DEVICE [Ns] DETAIL MESSAGE" to the padiag history, stamped with
 // the time now. The detail is the pass count, and for a disk at level 3 that was not aborted its
-// progress before and after. The seconds are what the test program last reported, at most the time
-// limit. 0, or -1 when the file cannot be opened.
+// progress before and after (from
+// "lba_outfile.ini"). Ages the file first. The seconds are what the test program last reported, at
+// most the time limit. 0, or -1 when the file cannot be opened.
 int PadiagHistory(int result, int kind, const char* device, const char* message, int entry);
 
 // Appends the devices, or the test kinds, that a new or changed schedule is for. `mode` is the run

@@ -79,7 +79,8 @@ int get_serial_model() {
         if (std::strstr(line, "<dev") != nullptr) break;
         if (std::strstr(line, "<attr name=\"S/N\"") != nullptr) {
             TakeValue(line, &machine_identity.serial_number);
-        } else if (std::strstr(line, "<attr name=\"model\"") != nullptr) {
+        }
+        if (std::strstr(line, "<attr name=\"model\"") != nullptr) {
             TakeValue(line, &machine_identity.model);
         }
     }

@@ -58,6 +58,10 @@ int check_testdata_log(const char* body, const RecordContext& context);
 // (traced; nothing was entered); a next address without digits is one. An NG that brings a result
 // text returns kEndOk: the text has said it. The flag for a faulty part returns kEndNg whatever the
 // end code was.
+//
+// For a padiag run the padiag Schedule file and history are used instead, a result text is
+// announced as an event (after which event_check of the test is 0), and at level 3 the progress is
+// worked out from "lba_outfile.ini".
 int check_testdata_status(char* body, const RecordContext& context, int schedule_index, int kind,
                           const char* device, int entry, int run_mode);
 

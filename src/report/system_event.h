@@ -33,7 +33,8 @@ const char* StartEventName(int kind);
 const char* EndEventName(int kind);
 
 // Announces one event of `component` (its physical path; null: nothing is sent). An unknown name or
-// result, or sending switched off, is traced; nothing here stops a diagnosis.
+// result, or sending switched off, is traced; nothing here stops a diagnosis,
+// but a system log that takes no more is waited for. Result 3 counts like 2.
 void padiag_sdb_event(const char* name, int result, const char* component,
                       const EventRecord& record);
 
