@@ -53,10 +53,13 @@ void PrepareSignals() {
     sigprocmask(SIG_BLOCK, &blocked, &start_mask);
     wait_mask = start_mask;
     InstallHandler(SIGCHLD, DoNothing);
-    CatchBrokenPipes();
+    CatchFailedWrites();
 }
 
-void CatchBrokenPipes() { InstallHandler(SIGPIPE, DoNothing); }
+void CatchFailedWrites() {
+    InstallHandler(SIGPIPE, DoNothing);
+    InstallHandler(SIGXFSZ, DoNothing);
+}
 
 int InstallHandler(int signal, SignalHandler handler) {
     struct sigaction action = {};

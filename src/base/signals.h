@@ -16,12 +16,13 @@ namespace patrol {
 using SignalHandler = void (*)(int);
 
 // To be called before anything else: remembers the signal mask of the start, blocks the three
-// signals above, and gives SIGCHLD and SIGPIPE handlers that do nothing (a reader that went away is
-// a failed write; children still get the default).
+// signals above, and gives SIGCHLD, SIGPIPE and SIGXFSZ handlers that do nothing (a reader that
+// went away is a failed write; children still get the default).
 void PrepareSignals();
 
-// Makes a reader that went away a failed write: SIGPIPE is caught by a handler that does nothing.
-void CatchBrokenPipes();
+// Makes a reader that went away, and a file at its size limit, a failed write instead of a death by
+// SIGPIPE or SIGXFSZ: the handlers do nothing.
+void CatchFailedWrites();
 
 // sigaction with an empty mask and no flags, so that the wait under way is not restarted. 0, or -1
 // with errno set.

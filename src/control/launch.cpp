@@ -62,7 +62,7 @@ int MaskFailed(const char* call, int error, const char* operation) {
     Ptltrprintf("[%s] [%s:%d] %s\n", caller, "execv(path)", 1, own.path.c_str());
     execv(own.path.c_str(), arguments);
     const int error = errno;
-    CatchBrokenPipes();
+    CatchFailedWrites();
     Ptltrprintf("[%s] System Call Error (%s) , errno:%d\n", caller, "execv", error);
     Ptltrprintf("[%s] cause     : %s\n", caller, std::strerror(error));
     ptl_exit(kNotExecuted);

@@ -33,7 +33,7 @@ bool InstallTermProcess(int signal, const char* name) {
 // The child's side; comes back when the command cannot be executed.
 void Become(const char* path, char* const* arguments) {
     const int result = rexecv(path, arguments, kAttempts);
-    CatchBrokenPipes();
+    CatchFailedWrites();
     put_error_message(kErrorCommand, path);
     OutTracef("MSG [%s L%d]> child process recieve value:(%d) from rexecv", "execute()", 461,
               result);

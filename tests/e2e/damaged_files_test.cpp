@@ -126,7 +126,6 @@ class FullDiskTest : public AgentTest {
     void RunLimited(const char* mode, size_t size) {
         Launch launch;
         launch.in_child = [size] {
-            signal(SIGXFSZ, SIG_IGN);
             const rlimit limit = {size, size};
             setrlimit(RLIMIT_FSIZE, &limit);
         };
