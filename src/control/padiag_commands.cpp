@@ -150,6 +150,32 @@ void AnnounceStart(int kind, PadiagTest* test, const char* phypath) {
     padiag_sdb_event(StartEventName(kind), kEventStarted, test->phypath.c_str(), record);
 }
 
+// What the processor and the memory launcher differ in.
+struct RequestedTest {
+    const char* caller;
+    int kind;
+    const char* due_key;
+    std::string (*command)(bool* error_mode);
+    int32_t* fd;
+    pid_t* pid;
+    int (*clock)(int, int32_t);
+    PadiagTest* test;
+    int path_kind;
+};
+
+int LaunchRequested(const RequestedTest& row) {
+    const auto start = [&](const char* command) {
+        const std::string output = OutputPath(row.kind, 0);
+        if (test_exec2(row.kind, 0, command, row.fd, row.pid, output.c_str()) != 0) return -1;
+        row.clock(1, 0);
+        AnnounceStart(row.kind, row.test, get_phypath(row.path_kind, nullptr));
+        return 0;
+    };
+    const auto level_known = [&] { return LevelKnown(row.caller); };
+    return LaunchSingle({row.caller, row.kind, row.due_key, level_known, row.command, start},
+                        ProfileReader(sche_path2.c_str()));
+}
+
 // At level 3 a disk goes on where it was left: notes that place and how far it is.
 void NoteStart(const ProfileReader& schedule, const char* section, const char* device,
                PadiagTest* test) {
@@ -200,33 +226,13 @@ int LaunchDisk(const char* caller, const ProfileReader& schedule, const ProfileR
 }  // namespace
 
 int PadiagCpuTestExec() {
-    const auto start = [](const char* command) {
-        if (test_exec2(kKindCpu, 0, command, &fhandleCpu, &ProcessIdCpu,
-                       OutputPath(kKindCpu, 0).c_str()) != 0) {
-            return -1;
-        }
-        cpu_check_time(1, 0);
-        AnnounceStart(kKindCpu, &padiag_cpu, get_phypath(kPathOfCpu, nullptr));
-        return 0;
-    };
-    return LaunchSingle({__func__, kKindCpu, "cpu", [] { return LevelKnown("PadiagCpuTestExec"); },
-                         CpuCommand, start},
-                        ProfileReader(sche_path2.c_str()));
+    return LaunchRequested({__func__, kKindCpu, "cpu", CpuCommand, &fhandleCpu, &ProcessIdCpu,
+                            cpu_check_time, &padiag_cpu, kPathOfCpu});
 }
 
 int PadiagMemTestExec() {
-    const auto start = [](const char* command) {
-        if (test_exec2(kKindMemory, 0, command, &fhandleMem, &ProcessIdMem,
-                       OutputPath(kKindMemory, 0).c_str()) != 0) {
-            return -1;
-        }
-        mem_check_time(1, 0);
-        AnnounceStart(kKindMemory, &padiag_mem, get_phypath(kPathOfMemory, nullptr));
-        return 0;
-    };
-    return LaunchSingle({__func__, kKindMemory, "mem",
-                         [] { return LevelKnown("PadiagMemTestExec"); }, MemCommand, start},
-                        ProfileReader(sche_path2.c_str()));
+    return LaunchRequested({__func__, kKindMemory, "mem", MemCommand, &fhandleMem, &ProcessIdMem,
+                            mem_check_time, &padiag_mem, kPathOfMemory});
 }
 
 int PadiagHddTestExec() {
