@@ -13,6 +13,7 @@ namespace {
 sigset_t start_mask;
 sigset_t wait_mask;  // what is blocked inside the waits
 volatile sig_atomic_t noted_signal = 0;
+void (*before_blocking)() = nullptr;
 std::vector<pid_t> collected;
 std::vector<pid_t> abandoned;
 
@@ -30,6 +31,10 @@ sigset_t With(sigset_t mask, int signal) {
 sigset_t Without(sigset_t mask, int signal) {
     sigdelset(&mask, signal);
     return mask;
+}
+
+void PrepareToBlock() {
+    if (before_blocking != nullptr) before_blocking();
 }
 
 // ppoll that comes back for a noted signal only: -1 with EINTR then.
@@ -69,6 +74,8 @@ int InstallHandler(int signal, SignalHandler handler) {
 
 void NoteSignal(int signal) { noted_signal = signal; }
 
+void CallBeforeBlocking(void (*routine)()) { before_blocking = routine; }
+
 int LastNotedSignal() { return noted_signal; }
 
 int WaitReadable(int fd) {
@@ -77,6 +84,8 @@ int WaitReadable(int fd) {
     const timespec no_time = {0, 0};
     if (PollNoting(nullptr, 0, &no_time, mask) < 0) return -1;
     pollfd polled = {fd, POLLIN, 0};
+    if (before_blocking != nullptr && poll(&polled, 1, 0) > 0) return 0;
+    PrepareToBlock();
     return PollNoting(&polled, 1, nullptr, mask) < 0 ? -1 : 0;
 }
 
@@ -84,6 +93,7 @@ int WaitWritable(int fd) {
     pollfd polled = {fd, POLLOUT, 0};
     // Signals are the business of longer waits: where there is room at once they stay pending.
     if (poll(&polled, 1, 0) > 0) return 0;
+    PrepareToBlock();
     return PollNoting(&polled, 1, nullptr, With(wait_mask, SIGCHLD)) < 0 ? -1 : 0;
 }
 
@@ -94,6 +104,7 @@ pid_t WaitForChild(pid_t pid, int* status, int options) {
         if (ended > 0 && (WIFEXITED(*status) || WIFSIGNALED(*status))) collected.push_back(ended);
         if (pid < 0 && Holds(abandoned, ended)) continue;
         if (ended != 0) return ended;
+        PrepareToBlock();
         noted_signal = 0;
         // SIGCHLD ends this pause unnoted: look again.
         ppoll(nullptr, 0, nullptr, &mask);

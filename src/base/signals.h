@@ -34,6 +34,10 @@ void NoteSignal(int signal);
 // The signal last noted in a wait.
 int LastNotedSignal();
 
+// Has the waits below call `routine` each time before they block, so that what was put off for as
+// long as there was work is done before it can be missed. Null: nothing.
+void CallBeforeBlocking(void (*routine)());
+
 // Waits until `fd` can be read or its other end is closed. 0, or -1 with errno set: EINTR when a
 // signal was noted, which goes before data that is there already.
 int WaitReadable(int fd);

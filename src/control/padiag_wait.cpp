@@ -19,6 +19,7 @@
 #include "msg/trace.h"
 #include "report/history.h"
 #include "report/system_event.h"
+#include "sys/profile.h"
 
 namespace patrol {
 namespace {
@@ -130,6 +131,7 @@ void PadiagWaitHddTest() {
                      &disk.read_fd,
                      disk.schedule_index});
     }
+    PutProfileWrites();
     Ptltrprintf("[%s] End.\n", __func__);
 }
 

@@ -178,7 +178,7 @@ int PipeEnded(const TestWait& wait, int last_length) {
         section.Format("HDD_SCHEDULE %d", wait.schedule_index);
         Text<64> address;
         address.Format("0x%08x", wait.address + kAddressStep);
-        WritePrivateProfileString(section.c_str(), "address", address.c_str(), sche_path.c_str());
+        WriteProfileSoon(section.c_str(), "address", address.c_str(), sche_path.c_str());
     }
     Ptltrprintf("[%s] Time Out Error [%s] Threshold Time= %d Sec\n", kName, "Diagnosis End",
                 wait.timeout);
@@ -254,12 +254,13 @@ int WaitMemTest() {
 int WaitHddTest() {
     Ptltrprintf("[%s] Start.\n", __func__);
     int all = 0;
+    ProfileReader schedule(sche_path.c_str());
     for (int i = 0; i < hdd_exec_use; ++i) {
         const HddExec& disk = hdd_exec_tbl[i];
         Text<64> section;
         section.Format("HDD_SCHEDULE %d", disk.schedule_index);
-        // Read anew for each disk: the waits before it may have been long.
-        const ProfileReader schedule(sche_path.c_str());
+        // The waits for the disks before it may have been long.
+        schedule.Refresh();
         Text<65> device;
         schedule.String(section.c_str(), "device_name", "NO DATA", &device);
         Text<65> address;
@@ -276,6 +277,7 @@ int WaitHddTest() {
                     disk.schedule_index);
         if (result != 0) all = -1;
     }
+    PutProfileWrites();
     Ptltrprintf("[%s] End.\n", __func__);
     return all;
 }

@@ -67,7 +67,7 @@ bool SaveNextAddress(const char* caller, const char* body, int schedule_index, i
     Text<64> value;
     value.Format("0x%016llx", static_cast<unsigned long long>(*address));
     const Path& schedule = run_mode == kRunPadiag ? sche_path2 : sche_path;
-    WritePrivateProfileString(section.c_str(), "address", value.c_str(), schedule.c_str());
+    WriteProfileSoon(section.c_str(), "address", value.c_str(), schedule.c_str());
     return true;
 }
 

@@ -8,6 +8,7 @@
 #include "base/signals.h"
 #include "msg/log_files.h"
 #include "msg/trace.h"
+#include "sys/profile.h"
 
 namespace patrol {
 namespace {
@@ -34,6 +35,7 @@ void Route(int fd, int target) {
 }  // namespace
 
 pid_t StartChild(const ChildStart& start) {
+    PutProfileWrites();
     FlushLogBuffers();
     std::fflush(nullptr);
     const pid_t pid = start.fork_call != nullptr ? start.fork_call() : fork();

@@ -11,6 +11,8 @@
 // leaves the file as it was. Only regular files are profiles.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <list>
 #include <optional>
@@ -46,10 +48,22 @@ int GetPrivateProfileSectionNames(char* result, int size, const char* path);
 void WritePrivateProfileString(const char* section, const char* key, const char* value,
                                const char* path);
 
+// WritePrivateProfileString for a caller that has many such writes in a row, each with other work
+// between: they are put in place together, by a ProfileWriter, before this process next waits for
+// anything, starts a child, or reads that profile or writes to it in another way (Refresh apart).
+void WriteProfileSoon(const char* section, const char* key, const char* value, const char* path);
+
+// Puts those writes in place now; with a path, only if they are to that profile.
+void PutProfileWrites(const char* path = nullptr);
+
 // A profile read once and asked many times, by the rules above.
 class ProfileReader {
  public:
     explicit ProfileReader(const char* path);
+
+    // Reads the file again if another one stands in its place, or it was changed. Writes by
+    // WriteProfileSoon that are still to come are not looked for.
+    void Refresh();
 
     // Whether the file could be read; else every answer is the default.
     bool loaded() const { return loaded_; }
@@ -86,8 +100,12 @@ class ProfileReader {
     std::optional<size_t> FirstLine(const Lines& lines, const char* section,
                                     bool bracket_needed) const;
 
+    void Load();
+
+    std::string path_;
+    struct stat status_ = {};
     std::string bytes_;
-    bool loaded_;
+    bool loaded_ = false;
     mutable std::optional<Lines> string_lines_;
     mutable std::optional<Lines> int_lines_;
 };
@@ -139,7 +157,8 @@ int rf_fileclose(Stream stream);
 
 // The whole of a regular file. False when it is none, is larger than 16 MiB, cannot be opened or a
 // read fails for good; `bytes` then holds what was read.
-bool LoadProfile(const char* path, std::string* bytes);
+// `status`, where given, is the file's before it was read, cleared where there is none.
+bool LoadProfile(const char* path, std::string* bytes, struct stat* status = nullptr);
 
 // The next line of `rest` with its line feed, at most `limit` characters of it; empty at the end.
 std::string_view TakePiece(std::string_view* rest, size_t limit);

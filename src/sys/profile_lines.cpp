@@ -1,7 +1,5 @@
 // What reading and writing of profiles share: the stream routines and the cutting into lines.
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -39,11 +37,13 @@ bool rf_filegets(std::string* line, size_t size, std::string_view* rest) {
 
 int rf_fileclose(Stream stream) { return std::fclose(stream.release()) == 0 ? 0 : 1; }
 
-bool LoadProfile(const char* path, std::string* bytes) {
+bool LoadProfile(const char* path, std::string* bytes, struct stat* status) {
+    PutProfileWrites(path);
     bytes->clear();
-    struct stat status = {};
-    if (stat(path, &status) != 0 || !S_ISREG(status.st_mode)) return false;
-    if (status.st_size > kMaxSize) return false;
+    struct stat found = {};
+    const bool there = stat(path, &found) == 0;
+    if (status != nullptr) *status = found;
+    if (!there || !S_ISREG(found.st_mode) || found.st_size > kMaxSize) return false;
     Stream stream = rf_fileopen(path, "r");
     if (stream == nullptr) return false;
     char piece[16384];

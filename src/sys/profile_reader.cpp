@@ -44,9 +44,28 @@ int CopyValue(std::string_view value, char* result, int size) {
     return size - 2;
 }
 
+bool SameFile(const struct stat& a, const struct stat& b) {
+    const auto same_time = [](const timespec& x, const timespec& y) {
+        return x.tv_sec == y.tv_sec && x.tv_nsec == y.tv_nsec;
+    };
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+           same_time(a.st_mtim, b.st_mtim) && same_time(a.st_ctim, b.st_ctim);
+}
+
 }  // namespace
 
-ProfileReader::ProfileReader(const char* path) : loaded_(LoadProfile(path, &bytes_)) {}
+ProfileReader::ProfileReader(const char* path) : path_(path) { Load(); }
+
+void ProfileReader::Load() {
+    string_lines_.reset();
+    int_lines_.reset();
+    loaded_ = LoadProfile(path_.c_str(), &bytes_, &status_);
+}
+
+void ProfileReader::Refresh() {
+    struct stat now = {};
+    if (stat(path_.c_str(), &now) != 0 || !loaded_ || !SameFile(now, status_)) Load();
+}
 
 const ProfileReader::Lines& ProfileReader::CutAt(size_t line_size,
                                                  std::optional<Lines>* cached) const {

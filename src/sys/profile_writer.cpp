@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <utility>
 
+#include "base/signals.h"
 #include "sys/profile.h"
 #include "sys/replace_file.h"
 
@@ -32,6 +34,18 @@ bool LinkAs(const std::string& path, const std::string& old_path) {
     unlink(temporary.c_str());
     return renamed;
 }
+
+struct PutOff {
+    std::string section;
+    std::string key;
+    std::string value;
+};
+
+// Writes that are to come, all to one profile.
+std::vector<PutOff> put_off;
+std::string put_off_path;
+
+void PutAllWrites() { PutProfileWrites(); }
 
 }  // namespace
 
@@ -131,6 +145,26 @@ void WritePrivateProfileString(const char* section, const char* key, const char*
                                const char* path) {
     ProfileWriter writer(path);
     writer.Write(section, key, value);
+    writer.Save();
+}
+
+void WriteProfileSoon(const char* section, const char* key, const char* value, const char* path) {
+    if (Empty(section) || Empty(key) || Empty(value)) return;
+    if (put_off_path != path) PutAllWrites();
+    put_off_path = path;
+    put_off.push_back({section, key, value});
+    CallBeforeBlocking(PutAllWrites);
+}
+
+void PutProfileWrites(const char* path) {
+    if (put_off.empty() || (path != nullptr && put_off_path != path)) return;
+    CallBeforeBlocking(nullptr);
+    // Emptied first: the writer reads the profile, and so comes by here again.
+    const std::vector<PutOff> writes = std::exchange(put_off, {});
+    ProfileWriter writer(put_off_path.c_str());
+    for (const PutOff& write : writes) {
+        writer.Write(write.section.c_str(), write.key.c_str(), write.value.c_str());
+    }
     writer.Save();
 }
 

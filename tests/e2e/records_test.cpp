@@ -75,6 +75,30 @@ TEST_F(PassTest, NextAddressGoesBackIntoTheSectionOfTheDisk) {
     }
 }
 
+TEST_F(PassTest, NextAddressesAreInPlaceWhileAnotherDiskIsWaitedFor) {
+    Plan("OFF", "OFF", {"ON", "ON", "ON"});
+    // Nothing is enabled, so that nothing is written after the tests.
+    for (const char* disk : {"HDD_SCHEDULE 0", "HDD_SCHEDULE 1", "HDD_SCHEDULE 2"}) {
+        agent_.SetKey(disk, "hdd_exe", "OFF");
+    }
+    agent_.SetKey("CPU_SCHEDULE", "cpu_exe", "OFF");
+    agent_.SetKey("MEM_SCHEDULE", "mem_exe", "OFF");
+    agent_.Write("data/hold", "");
+    const std::string done = StatusRecord(3, 1, "", "0x00000040");
+    Stub("hddtest", done, "", "if [ $2 = /dev/sdc ]; then " + std::string(kHold) + "fi\n");
+    Process& process = Begin();
+    EXPECT_TRUE(Eventually([&] {
+        return agent_.Key("HDD_SCHEDULE 1", "address") == "0x0000000000000040";
+    })) << "a kill would lose what two disks have reported";
+    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 0", "address"), "0x0000000000000040");
+    agent_.Remove("data/hold");
+    EXPECT_EQ(process.Wait().status, 0);
+    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 2", "address"), "0x0000000000000040");
+    const std::string old = std::string(kSchedule) + ".old";
+    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 1", "address", old), "0x0000000000000040");
+    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 2", "address", old), "0x0000000000000000");
+}
+
 TEST_F(PassTest, LogRecordsGoWhereTheirLevelSays) {
     EventPipe pipe(agent_);
     const std::string a106(106, 'a');
