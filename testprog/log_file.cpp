@@ -46,12 +46,13 @@ bool LogFile::Append(std::string_view text) const {
     const bool full = stat(Path(0).c_str(), &current) == 0 && current.st_size > 0 &&
                       static_cast<std::uint64_t>(current.st_size) + line.size() > max_size_;
     const bool rotated = full && Rotate();
-    const int fd = open(Path(0).c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    if (fd >= 0) {
-        // A line that does not fit on the disk is lost, as the contract says.
-        static_cast<void>(!write(fd, line.data(), line.size()));
-        close(fd);
-    }
+    if (full && !rotated) return false;
+    // Not to wait for the other end should a pipe stand in the file's place.
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK;
+    const int fd = open(Path(0).c_str(), kFlags, 0644);
+    if (fd < 0) return rotated;
+    [[maybe_unused]] const ssize_t written = write(fd, line.data(), line.size());
+    close(fd);
     return rotated;
 }
 

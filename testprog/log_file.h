@@ -19,8 +19,8 @@ class LogFile {
             std::uint64_t generations);
 
     // Appends one line, stamped with time and process id; its control characters are dropped.
-    // Returns true when a new generation was begun for it. A file that cannot be written loses
-    // the line: a test does not fail for its log.
+    // Returns true when a new generation was begun for it. A file that cannot be written, or is
+    // full and cannot be moved away, loses the line: a test does not fail for its log.
     bool Append(std::string_view text) const;
 
  private:

@@ -41,8 +41,9 @@ std::vector<std::string> SplitList(std::string_view list) {
 
 Option TextOption(std::string word, std::string* target) {
     return {std::move(word), true, [target](const std::string& value) {
+                if (value.empty()) return false;
                 *target = value;
-                return !value.empty();
+                return true;
             }};
 }
 
@@ -75,7 +76,7 @@ std::vector<Option> CommonOptionTable(CommonOptions* common) {
             NumberOption("lv", &common->level, 0, 255),
             patrol_number("log", &common->log_kib),
             patrol_number("gen", &common->generations),
-            NumberOption("runtime", &common->runtime, 1, kMaxSeconds),
+            NumberOption("runtime", &common->runtime, 0, kMaxSeconds),
             NumberOption("waitusec", &common->wait_usec, 0, kMaxSeconds),
             NumberOption("waitsec", &common->wait_sec, 0, kMaxSeconds)};
 }

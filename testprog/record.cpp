@@ -57,10 +57,8 @@ std::string Format(const char* format, ...) {
 
 std::string Printable(std::string_view text) {
     std::string result;
-    std::copy_if(text.begin(), text.end(), std::back_inserter(result), [](char c) {
-        const auto code = static_cast<unsigned char>(c);
-        return code > 31 && code != 127;
-    });
+    std::copy_if(text.begin(), text.end(), std::back_inserter(result),
+                 [](char c) { return static_cast<unsigned char>(c) > 31; });
     return result;
 }
 

@@ -94,7 +94,7 @@ std::string FormatRecord(unsigned type, std::string_view program, std::string_vi
 // snprintf into a string of whatever length it takes.
 [[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...);
 
-// `text` without its control characters (codes below 32, and 127).
+// `text` without its control characters (codes below 32).
 std::string Printable(std::string_view text);
 
 // Local time as "yy/mm/dd hh:mm:ss mmm.uuu", 25 characters.

@@ -17,6 +17,7 @@ namespace testprog {
 namespace {
 
 constexpr double kProgressInterval = 0.5;
+constexpr int kCancelSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
 double Now() {
     timespec now{};
@@ -27,9 +28,15 @@ double Now() {
 sigset_t CancelSignals() {
     sigset_t set;
     sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGTERM);
+    for (const int signal : kCancelSignals) sigaddset(&set, signal);
     return set;
+}
+
+void SetDisposition(int signal, void (*handler)(int)) {
+    struct sigaction action {};
+    sigemptyset(&action.sa_mask);
+    action.sa_handler = handler;
+    sigaction(signal, &action, nullptr);
 }
 
 std::string LogDirectory() {
@@ -70,15 +77,11 @@ int ExitStatus(EndCode code) {
 
 void EnterBackground() {
     const sigset_t set = CancelSignals();
-    struct sigaction action {};
-    sigemptyset(&action.sa_mask);
-    // A shell starts its background jobs with SIGINT ignored, and what is ignored never comes.
-    action.sa_handler = SIG_DFL;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    action.sa_handler = SIG_IGN;
-    sigaction(SIGPIPE, &action, nullptr);
     sigprocmask(SIG_BLOCK, &set, nullptr);
+    // A shell starts its background jobs with SIGINT ignored, and what is ignored never comes.
+    for (const int signal : kCancelSignals) SetDisposition(signal, SIG_DFL);
+    // A reader that went away and a file at its size limit are failed writes.
+    for (const int signal : {SIGPIPE, SIGXFSZ}) SetDisposition(signal, SIG_IGN);
 
     // Where the system refuses any of this the test runs all the same, only less politely.
     static_cast<void>(setpriority(PRIO_PROCESS, 0, 19));
@@ -186,6 +189,13 @@ int Run::Finish(Outcome outcome) {
     }
     AppendLog(Format("end: code %d, passes %ld %s", static_cast<int>(outcome.code), passes_,
                      outcome.error.c_str()));
+    // From here on only a reader that does not read can hold the program up; SIGTERM ends that.
+    sigset_t terminate;
+    sigemptyset(&terminate);
+    sigaddset(&terminate, SIGTERM);
+    const timespec no_time{};
+    sigtimedwait(&terminate, nullptr, &no_time);  // one that came before has had its effect
+    sigprocmask(SIG_UNBLOCK, &terminate, nullptr);
     const bool heard = writer_.Status(outcome.code, flags, next_address_, ResultBlock(result));
     return heard ? ExitStatus(outcome.code) : kExitUnheard;
 }

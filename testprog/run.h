@@ -39,9 +39,9 @@ struct Outcome {
     std::string error;  // one line; for kNg, kSkip and kAbort
 };
 
-// To be called first in main. Gives the process the lowest CPU and I/O priority, keeps SIGPIPE
-// from killing it, and holds SIGINT and SIGTERM back for Run, which looks for them between steps
-// and while it waits; so no handler ever interrupts anything.
+// To be called first in main. Gives the process the lowest CPU and I/O priority, keeps SIGPIPE and
+// SIGXFSZ from killing it, and holds SIGINT, SIGTERM and SIGHUP back for Run, which looks for them
+// between steps and while it waits; so no handler ever interrupts anything.
 void EnterBackground();
 
 class Run {
@@ -77,7 +77,7 @@ class Run {
 
     // Sends the closing status record with its result block and returns the exit status. A
     // failure (kNg) is first announced to the system log and the agent. kOk becomes kCancel
-    // where the run was cancelled.
+    // where the run was cancelled. A reader that does not read holds it up until SIGTERM comes.
     int Finish(Outcome outcome);
 
     const RecordWriter& writer() const { return writer_; }
