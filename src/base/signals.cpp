@@ -11,6 +11,7 @@ namespace patrol {
 namespace {
 
 sigset_t start_mask;
+sigset_t changed;    // signals whose disposition may not be the default
 sigset_t wait_mask;  // what is blocked inside the waits
 volatile sig_atomic_t noted_signal = 0;
 void (*before_blocking)() = nullptr;
@@ -50,6 +51,12 @@ int PollNoting(pollfd* polled, nfds_t count, const timespec* limit, const sigset
 }  // namespace
 
 void PrepareSignals() {
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+        struct sigaction action = {};
+        if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_DFL) {
+            sigaddset(&changed, signal);
+        }
+    }
     sigset_t blocked;
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGINT);
@@ -67,6 +74,7 @@ void CatchFailedWrites() {
 }
 
 int InstallHandler(int signal, SignalHandler handler) {
+    sigaddset(&changed, signal);
     struct sigaction action = {};
     action.sa_handler = handler;
     return sigaction(signal, &action, nullptr);
@@ -126,7 +134,9 @@ int SignalChild(pid_t pid, int signal) {
 }
 
 void RestoreSignalsInChild() {
-    for (int signal = 1; signal <= SIGRTMAX; ++signal) InstallHandler(signal, SIG_DFL);
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+        if (sigismember(&changed, signal) == 1) InstallHandler(signal, SIG_DFL);
+    }
     sigprocmask(SIG_SETMASK, &start_mask, nullptr);
 }
 

@@ -53,14 +53,13 @@ int MaskFailed(const char* call, int error, const char* operation) {
 [[noreturn]] void BecomeTest(const char* caller, int kind, const LaunchBlock& block) {
     if (kind == kKindCpu && cntl_sigfpe(1) != 0) ptl_exit(kSignalMaskFailed);
     // execv takes its arguments as writable text, but leaves them alone.
-    LaunchBlock own = block;
     char* arguments[LaunchBlock::kSlots + 1] = {};
-    for (int i = 0; i < LaunchBlock::kSlots && !own.slot[i].empty(); ++i) {
-        arguments[i] = own.slot[i].data();
+    for (int i = 0; i < LaunchBlock::kSlots && !block.slot[i].empty(); ++i) {
+        arguments[i] = const_cast<char*>(block.slot[i].c_str());
         Ptltrprintf("[%s] [%s:%d] %s\n", caller, "execv(argv)", i, arguments[i]);
     }
-    Ptltrprintf("[%s] [%s:%d] %s\n", caller, "execv(path)", 1, own.path.c_str());
-    execv(own.path.c_str(), arguments);
+    Ptltrprintf("[%s] [%s:%d] %s\n", caller, "execv(path)", 1, block.path.c_str());
+    execv(block.path.c_str(), arguments);
     const int error = errno;
     CatchFailedWrites();
     Ptltrprintf("[%s] System Call Error (%s) , errno:%d\n", caller, "execv", error);
@@ -71,7 +70,7 @@ int MaskFailed(const char* call, int error, const char* operation) {
 }  // namespace
 
 int test_exec_init(int kind, int, const char* command, LaunchBlock* block) {
-    *block = LaunchBlock();
+    for (auto& slot : block->slot) slot.Clear();
     const char* directory = std::getenv("KVX_bin");
     if (directory == nullptr) {
         Ptltrprintf("[%s] Environment Variable %s Not Found.\n", __func__, "KVX_bin");

@@ -42,8 +42,16 @@ std::string GenerationName(int generation) {
     return std::string(ring.path.view()) + "." + std::to_string(generation);
 }
 
-std::string LineHead() {
+// The head of a line of this process, made once a second.
+const std::string& LineHead() {
+    static std::string head;
+    static std::time_t made_at = 0;
+    static pid_t made_by = 0;
     const std::time_t now = std::time(nullptr);
+    const pid_t pid = getpid();
+    if (made_at == now && made_by == pid) return head;
+    made_at = now;
+    made_by = pid;
     std::tm local = {};
     localtime_r(&now, &local);
     char host[65] = "";
@@ -53,19 +61,19 @@ std::string LineHead() {
     Text<160> stamp;
     stamp.Format("%04d/%02d/%02d %02d:%02d:%02d %u %s (", local.tm_year + 1900, local.tm_mon + 1,
                  local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-                 static_cast<unsigned>(getpid()), host);
-    std::string head(stamp.view());
+                 static_cast<unsigned>(pid), host);
+    head.assign(stamp.view());
     if (remote != nullptr) head += remote;
     head += "):";
     return head;
 }
 
 void PutLine(const char* text) {
-    const std::string head = LineHead();
+    const std::string& head = LineHead();
     const size_t room = ring.line_size - 1;
-    const size_t kept_text = std::min(std::strlen(text), room / 2);
-    const size_t head_size = std::min(head.size(), room - kept_text);
-    const size_t text_size = std::min(std::strlen(text), room - head_size);
+    const size_t length = std::strlen(text);
+    const size_t head_size = std::min(head.size(), room - std::min(length, room / 2));
+    const size_t text_size = std::min(length, room - head_size);
 
     if (ring.next >= static_cast<uint32_t>(ring.count)) ring.next = 0;
     char* slot = ring.Slot(ring.next++);
@@ -77,9 +85,14 @@ void PutLine(const char* text) {
 // The trace file ready for appending, rotated first when it has grown too large.
 Descriptor OpenForAppending() {
     constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    Descriptor file(open(ring.path.c_str(), kFlags, 0666));
     struct stat status = {};
-    if (stat(ring.path.c_str(), &status) == 0 && status.st_size > kMaxFileSize) tr_rotate();
-    return Descriptor(open(ring.path.c_str(), kFlags, 0666));
+    const int found = file.ok() ? fstat(file.get(), &status) : stat(ring.path.c_str(), &status);
+    if (found == 0 && status.st_size > kMaxFileSize) {
+        tr_rotate();
+        file.Reset(open(ring.path.c_str(), kFlags, 0666));
+    }
+    return file;
 }
 
 }  // namespace
@@ -122,7 +135,11 @@ int trflush() {
 
 int trpurge() {
     if (!ring.Usable()) return -1;
-    for (int32_t i = 0; i < ring.count; ++i) ring.Slot(static_cast<uint32_t>(i))[0] = '\0';
+    for (int32_t i = 0; i < ring.count; ++i) {
+        char* slot = ring.Slot(static_cast<uint32_t>(i));
+        // A write would copy the page in every child.
+        if (slot[0] != '\0') slot[0] = '\0';
+    }
     return 0;
 }
 
@@ -142,7 +159,9 @@ int Ptltrprintf(const char* format, ...) {
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    return trprintf("%s", text) == 0 ? trflush() : -1;
+    if (!ring.Usable()) return -1;
+    PutLine(text);
+    return trflush();
 }
 
 int inttrace(int command) {
