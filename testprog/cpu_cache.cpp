@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <memory>
 #include <new>
 
@@ -11,7 +10,7 @@ namespace {
 
 using Area = std::shared_ptr<std::uint64_t>;
 
-constexpr std::size_t kSizes[] = {16 << 10, 128 << 10, 1 << 20, 4 << 20, 16 << 20};
+constexpr std::size_t kSizes[] = {16 << 10, 96 << 10, 1 << 20, 4 << 20, 16 << 20, 32 << 20};
 // One word, one cache line, and a page with a line, which visits every set in turn.
 constexpr std::size_t kStrides[] = {8, 64, 4160};
 constexpr std::size_t kWord = sizeof(std::uint64_t);
@@ -54,19 +53,20 @@ Answer WalkArea(std::uint64_t* words, std::size_t size, std::size_t stride, std:
 
 }  // namespace
 
-std::vector<Check> CacheChecks(std::uint64_t level, const std::function<bool()>& stop) {
-    const std::size_t depth = 3 + static_cast<std::size_t>(std::min<std::uint64_t>(level, 4) / 2);
-    const Area area(new (std::nothrow) std::uint64_t[kSizes[depth - 1] / kWord],
+std::vector<Check> CacheChecks(std::size_t areas, const std::function<bool()>& stop) {
+    const Area area(new (std::nothrow) std::uint64_t[kSizes[areas - 1] / kWord],
                     std::default_delete<std::uint64_t[]>());
     std::vector<Check> checks;
     if (!area) return checks;
-    for (std::size_t i = 0; i < depth; ++i) {
+    for (std::size_t i = 0; i < areas; ++i) {
         for (const std::size_t stride : kStrides) {
             const std::size_t size = kSizes[i];
-            checks.push_back({Format("cache %zuK/%zu", size >> 10, stride), 1,
-                              [area, size, stride, stop](std::uint64_t variant) {
-                                  return WalkArea(area.get(), size, stride, variant, stop);
-                              }});
+            const bool small = size < 1 << 20;
+            checks.push_back(
+                {Format("walk %zu%c/%zu", size >> (small ? 10 : 20), small ? 'K' : 'M', stride), 1,
+                 [area, size, stride, stop](std::uint64_t variant) {
+                     return WalkArea(area.get(), size, stride, variant, stop);
+                 }});
         }
     }
     return checks;

@@ -4,6 +4,7 @@
 #ifndef TESTPROG_CPU_CHECK_H_
 #define TESTPROG_CPU_CHECK_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -18,10 +19,13 @@ struct Answer {
 };
 
 struct Check {
+    // At most 13 characters: the controller shows 80 of the line that tells a failure.
     std::string operation;
-    // How often the check runs between two looks for a cancel; together less than a millisecond.
+    // How often the check runs between two looks for a cancel; together about a millisecond. A
+    // check that may take longer by itself looks too.
     int repeats;
-    // `variant` differs from call to call, for checks that make their operands from it.
+    // `variant` differs from call to call and is never 0, for checks that make their operands
+    // from it.
     std::function<Answer(std::uint64_t variant)> run;
 };
 
@@ -30,14 +34,14 @@ struct Check {
 // and fresh operands against slower ways to the same result.
 std::vector<Check> InstructionChecks();
 
-// Patterns carried in more values than there are registers through nested calls, against the
-// same calculation in memory. Whole and floating point registers.
+// Patterns, changed by the variant, carried in more values than there are registers through
+// nested calls, against the same calculation in memory. Whole and floating point registers.
 std::vector<Check> RegisterChecks();
 
 // Walks over areas from first-level cache size upwards at several strides, each word holding its
-// own address; deeper levels add larger areas. `stop` is asked within a walk and ends it early
-// (with equal answers). Empty when there is no memory for the largest area.
-std::vector<Check> CacheChecks(std::uint64_t level, const std::function<bool()>& stop);
+// own address; `areas` (1 to 6) says how many sizes. `stop` is asked within a walk and ends it
+// early (with equal answers). Empty when there is no memory for the largest area.
+std::vector<Check> CacheChecks(std::size_t areas, const std::function<bool()>& stop);
 
 inline std::uint64_t Rotate(std::uint64_t value, unsigned count) {
     return (value << (count & 63U)) | (value >> ((64U - count) & 63U));

@@ -121,10 +121,10 @@ constexpr KnownAnswer kKnownAnswers[] = {
     {"multiply", Multiply, 0x3eb871c979ba5035},
     {"divide", Divide, 0xcd8d50bab973dafc},
     {"signed divide", SignedDivide, 0x5a20c88591b343ac},
-    {"bit operations", BitOperations, 0x6837cfef8536bf0f},
-    {"float add", FloatAdd, 0xc0a6f7c2d80d1f3c},
-    {"float multiply", FloatMultiply, 0xda5e2604744ecb72},
-    {"float divide", FloatDivide, 0x88db0fcb311f339e},
+    {"bit logic", BitOperations, 0x6837cfef8536bf0f},
+    {"fp add", FloatAdd, 0xc0a6f7c2d80d1f3c},
+    {"fp multiply", FloatMultiply, 0xda5e2604744ecb72},
+    {"fp divide", FloatDivide, 0x88db0fcb311f339e},
     {"square root", SquareRoot, 0x6ab48ded3fb8bd89},
     {"convert", Convert, 0x2e24d5fd11aef1d5},
 };
@@ -187,10 +187,10 @@ struct TwoWays {
 };
 
 constexpr TwoWays kTwoWays[] = {
-    {"add (fresh)", Sum, SumByCarries},
-    {"multiply (fresh)", Product, ProductByAdding},
-    {"divide (fresh)", Quotient, QuotientBySubtracting},
-    {"float (fresh)", FloatProduct, FloatProductByAdding},
+    {"new add", Sum, SumByCarries},
+    {"new multiply", Product, ProductByAdding},
+    {"new divide", Quotient, QuotientBySubtracting},
+    {"new fp", FloatProduct, FloatProductByAdding},
 };
 
 Answer CompareWays(const TwoWays& ways, std::uint64_t variant) {
@@ -214,7 +214,7 @@ std::vector<Check> InstructionChecks() {
                           }});
     }
     for (const TwoWays& ways : kTwoWays) {
-        checks.push_back({ways.operation, 40,
+        checks.push_back({ways.operation, 25,
                           [&ways](std::uint64_t variant) { return CompareWays(ways, variant); }});
     }
     return checks;

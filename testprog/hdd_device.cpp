@@ -1,6 +1,8 @@
 #include "hdd_device.h"
 
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,7 +19,9 @@ namespace testprog {
 
 namespace {
 
-constexpr std::size_t kAlignment = 4096;
+constexpr std::uint64_t kPiece = 0x800;     // blocks read at once
+constexpr std::uint64_t kMaxSector = 0x80;  // blocks of the largest sector that disks have
+constexpr std::size_t kAlignment = kMaxSector * kBlockSize;
 
 struct Image {
     std::string file;
@@ -33,8 +37,11 @@ std::optional<Image> FindImage(const std::string& name) {
         if (entry.substr(0, name.size() + 1) != name + "=") continue;
         const std::string_view file = entry.substr(name.size() + 1);
         const std::size_t mark = file.rfind('@');
-        if (mark == std::string_view::npos) return Image{std::string(file), std::nullopt};
-        return Image{std::string(file.substr(0, mark)), ParseNumber(file.substr(mark + 1))};
+        if (mark != std::string_view::npos) {
+            const auto blocks = ParseNumber(file.substr(mark + 1));
+            if (blocks) return Image{std::string(file.substr(0, mark)), blocks};
+        }
+        return Image{std::string(file), std::nullopt};
     }
     return std::nullopt;
 }
@@ -55,11 +62,12 @@ Disk::~Disk() {
     if (fd_ >= 0) close(fd_);
 }
 
-std::string Disk::Open(const std::string& name) {
+Outcome Disk::Open(const std::string& name) {
     const std::optional<Image> image = FindImage(name);
     name_ = name;
     image_ = image.has_value();
     const std::string& path = image ? image->file : name;
+    const auto skip = [](const std::string& reason) { return Outcome{EndCode::kSkip, reason}; };
     // Not to wait for the other end should the name be a pipe's.
     constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
     direct_ = true;
@@ -70,18 +78,45 @@ std::string Disk::Open(const std::string& name) {
     }
     struct stat status {};
     if (fd_ < 0 || fstat(fd_, &status) != 0) {
-        return Format("cannot open %s: %s", path.c_str(), std::strerror(errno));
+        return skip(Format("cannot open %s: %s", path.c_str(), std::strerror(errno)));
     }
     if (image ? !S_ISREG(status.st_mode) : !S_ISBLK(status.st_mode)) {
-        return path + (image ? " is no image file" : " is no disk");
+        return skip(path + (image ? " is no image file" : " is no disk"));
     }
     const off_t size = lseek(fd_, 0, SEEK_END);
-    if (size < 0) return Format("cannot size %s: %s", path.c_str(), std::strerror(errno));
-    blocks_ = static_cast<std::uint64_t>(size) / kBlockSize;
+    int sector = kBlockSize;
+    if (size < 0 || (!image && ioctl(fd_, BLKSSZGET, &sector) != 0)) {
+        return skip(Format("cannot size %s: %s", path.c_str(), std::strerror(errno)));
+    }
+    sector_ = static_cast<std::uint64_t>(sector) / kBlockSize;
+    if (sector_ == 0 || sector_ > kMaxSector) return skip(path + " has sectors of a strange size");
+    blocks_ = static_cast<std::uint64_t>(size) / kBlockSize / sector_ * sector_;
     if (image && image->blocks) blocks_ = *image->blocks;
-    if (blocks_ == 0) return path + " has no blocks";
-    buffer_.reset(std::aligned_alloc(kAlignment, kMaxStep * kBlockSize));
-    return buffer_ ? "" : "no memory for a read";
+    if (blocks_ == 0) return skip(path + " has no blocks");
+    // With room for the rest of the first and the last sector.
+    buffer_.reset(std::aligned_alloc(kAlignment, (kPiece + 2 * kMaxSector) * kBlockSize));
+    if (!buffer_) return {EndCode::kAbort, "no memory for a read"};
+    return {};
+}
+
+ssize_t Disk::ReadSectors(off_t offset, std::size_t size) {
+    // Only whole pages are dropped from the page cache.
+    const off_t page_size = sysconf(_SC_PAGESIZE);
+    const off_t page = offset / page_size * page_size;
+    const off_t end = offset + static_cast<off_t>(size) + page_size - 1;
+    const auto drop = [&] {
+        if (direct_) return;
+        posix_fadvise(fd_, page, end / page_size * page_size - page, POSIX_FADV_DONTNEED);
+    };
+    drop();
+    const ssize_t got = pread(fd_, buffer_.get(), size, offset);
+    drop();  // leaves errno alone
+    if (got < 0 && errno == EINVAL && image_ && direct_ && fcntl(fd_, F_SETFL, 0) == 0) {
+        // The file system of the image wants larger blocks, or does not read directly after all.
+        direct_ = false;
+        return ReadSectors(offset, size);
+    }
+    return got;
 }
 
 std::int64_t Disk::ReadSome(std::uint64_t first, std::uint64_t count) {
@@ -92,51 +127,43 @@ std::int64_t Disk::ReadSome(std::uint64_t first, std::uint64_t count) {
             return -1;
         }
     }
-    const auto offset = static_cast<off_t>(first * kBlockSize);
-    const std::size_t size = count * kBlockSize;
-    if (!direct_) posix_fadvise(fd_, offset, static_cast<off_t>(size), POSIX_FADV_DONTNEED);
-    const ssize_t got = pread(fd_, buffer_.get(), size, offset);
-    if (got < 0 && errno == EINVAL && direct_) {
-        // The device wants larger blocks than the step has, or does not read directly after all.
-        direct_ = fcntl(fd_, F_SETFL, 0) != 0;
-        if (!direct_) return ReadSome(first, count);
-        errno = EINVAL;
-    }
-    return got < 0 ? -1 : got / static_cast<ssize_t>(kBlockSize);
+    const std::uint64_t ahead = first % sector_;
+    const std::uint64_t whole = (ahead + count + sector_ - 1) / sector_ * sector_;
+    const ssize_t got =
+        ReadSectors(static_cast<off_t>((first - ahead) * kBlockSize), whole * kBlockSize);
+    if (got < 0) return -1;
+    const std::uint64_t blocks = static_cast<std::uint64_t>(got) / kBlockSize;
+    return static_cast<std::int64_t>(std::min(std::max(blocks, ahead) - ahead, count));
 }
 
-std::string Disk::ReadOnce(std::uint64_t* first, std::uint64_t* count) {
-    while (*count > 0) {
-        const std::int64_t got = ReadSome(*first, *count);
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return std::strerror(errno);
-        if (got == 0) return "end of data";
-        *first += static_cast<std::uint64_t>(got);
-        *count -= static_cast<std::uint64_t>(got);
-    }
-    return {};
-}
-
-std::optional<ReadFailure> Disk::Read(std::uint64_t first, std::uint64_t count,
-                                      std::uint64_t retries) {
-    std::string reason = ReadOnce(&first, &count);
-    for (std::uint64_t i = 0; i < retries && !reason.empty(); ++i) {
-        reason = ReadOnce(&first, &count);
-    }
-    // A long read may fail as a whole for one bad block anywhere in it.
-    while (!reason.empty() && count > 0) {
-        std::uint64_t block = first;
-        std::uint64_t one = 1;
-        reason = ReadOnce(&block, &one);
-        for (std::uint64_t i = 0; i < retries && !reason.empty(); ++i) {
-            reason = ReadOnce(&block, &one);
+ReadResult Disk::Read(std::uint64_t first, std::uint64_t count, std::uint64_t retries,
+                      const std::function<bool()>& stop) {
+    using End = ReadResult::End;
+    ReadResult result;
+    std::uint64_t failures = 0;      // in a row
+    std::uint64_t suspects = first;  // the end of what is read sector by sector
+    while (count > 0) {
+        const std::uint64_t one = sector_ - first % sector_;
+        const bool single = first < suspects;
+        const std::uint64_t size = std::min(count, single ? one : kPiece);
+        const std::int64_t got = ReadSome(first, size);
+        if (got > 0) {
+            first += static_cast<std::uint64_t>(got);
+            count -= static_cast<std::uint64_t>(got);
+            failures = 0;
+        } else {
+            const bool lasting = single || (size <= one && failures == retries);
+            result = {lasting ? End::kFailed : End::kAgain, first,
+                      got < 0 ? std::strerror(errno) : "end of data"};
+            if (lasting) break;
+            if (failures++ == retries) suspects = first + size;
         }
-        if (!reason.empty()) return ReadFailure{first, reason};
-        ++first;
-        --count;
-        if (count > 0) reason = ReadOnce(&first, &count);
+        if (count > 0 && stop()) {
+            result.end = End::kStopped;
+            break;
+        }
     }
-    return std::nullopt;
+    return result;
 }
 
 DiskInfo Disk::Info(bool ide) const {

@@ -5,20 +5,26 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "record.h"
+#include "run.h"
 
 namespace testprog {
 
 constexpr std::uint64_t kBlockSize = 512;
-// The most blocks that one read takes.
-constexpr std::uint64_t kMaxStep = 0x8000;
 
-struct ReadFailure {
-    std::uint64_t block;  // the first that cannot be read
+// What came of a read.
+struct ReadResult {
+    // kAgain: all was read, but not all at the first attempt.
+    enum class End { kGood, kAgain, kFailed, kStopped };
+    End end = End::kGood;
+    // For kFailed the first block that cannot be read; for kAgain where the last failed attempt
+    // began.
+    std::uint64_t block = 0;
     std::string reason;
 };
 
@@ -31,15 +37,17 @@ class Disk {
 
     // Opens a disk by its device name. Where the environment variable "HDDTEST_IMAGES" maps the
     // name to an image file ("NAME=FILE" or "NAME=FILE@BLOCKS", several joined by ":"), the file
-    // is read in its place; with BLOCKS it counts as a disk of that many blocks, of which those
-    // behind the file's end cannot be read. Returns an empty text, or why it cannot be tested.
-    std::string Open(const std::string& name);
+    // is read in its place; with BLOCKS, a number, it counts as a disk of that many blocks, of
+    // which those behind the file's end cannot be read. Returns kOk, kSkip for a disk that cannot
+    // be tested, or kAbort.
+    Outcome Open(const std::string& name);
 
-    // Reads `count` blocks (at most kMaxStep) from `first` on, past the page cache where the
-    // system allows. A read that fails is repeated up to `retries` times, then block by block, so
-    // that the failure names the block. What was read is thrown away.
-    std::optional<ReadFailure> Read(std::uint64_t first, std::uint64_t count,
-                                    std::uint64_t retries);
+    // Reads `count` blocks from `first` on, past the page cache where the system allows, in whole
+    // sectors of the disk and at most 1 MiB at once. Such a piece is repeated up to `retries`
+    // times when it fails, then read sector by sector; the first sector to fail there is the
+    // failure. `stop` is asked before each attempt but the first. What was read is thrown away.
+    ReadResult Read(std::uint64_t first, std::uint64_t count, std::uint64_t retries,
+                    const std::function<bool()>& stop);
 
     // From now on reads of that block fail.
     void PretendBad(std::uint64_t block) { bad_block_ = block; }
@@ -57,15 +65,15 @@ class Disk {
 
     // As pread, in blocks. 0 is the end of the data.
     std::int64_t ReadSome(std::uint64_t first, std::uint64_t count);
-    // One attempt; moves *first and *count on over what could be read. The reason of a failure,
-    // or empty.
-    std::string ReadOnce(std::uint64_t* first, std::uint64_t* count);
+    // As pread into the buffer; `offset` and `size` are those of whole sectors.
+    ssize_t ReadSectors(off_t offset, std::size_t size);
 
     std::string name_;
     bool image_ = false;
     int fd_ = -1;
     bool direct_ = false;
     std::uint64_t blocks_ = 0;
+    std::uint64_t sector_ = 1;  // blocks that the disk reads at the least
     std::optional<std::uint64_t> bad_block_;
     std::unique_ptr<void, Free> buffer_;
 };

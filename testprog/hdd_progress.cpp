@@ -1,11 +1,17 @@
 #include "hdd_progress.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <cstdio>
-#include <fstream>
+#include <cstring>
+#include <string_view>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "record.h"
@@ -16,61 +22,127 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-Lines ReadLines(const std::string& path) {
-    Lines lines;
-    std::ifstream file(path);
-    for (std::string line; std::getline(file, line);) lines.push_back(line);
-    return lines;
+constexpr off_t kMaxFile = off_t{1} << 20;
+constexpr auto kLockPause = std::chrono::milliseconds(50);
+
+// A descriptor that closes itself.
+struct Descriptor {
+    explicit Descriptor(int number) : fd(number) {}
+    ~Descriptor() {
+        if (fd >= 0) close(fd);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int fd;
+};
+
+// A line as its readers see it.
+std::string Cleaned(std::string line) {
+    constexpr char kBlanks[] = " \t\v\f";
+    line.erase(std::remove(line.begin(), line.end(), '\r'), line.end());
+    line.erase(line.find_last_not_of(kBlanks) + 1);
+    return line.erase(0, line.find_first_not_of(kBlanks));
 }
 
-// Replaces the key's line in the section, or adds what is missing of them.
+bool IsHeader(const std::string& line) {
+    const std::string cleaned = Cleaned(line);
+    return cleaned.compare(0, 1, "[") == 0 && cleaned.find(']') != std::string::npos;
+}
+
+// Replaces the key's lines in the section, or adds what is missing of them. Readers take the
+// first header that contains the section's name, and the last line for the key.
 void SetKey(Lines* lines, const std::string& section, const std::string& key,
             const std::string& value) {
     const std::string entry = key + "=";
-    auto head = std::find(lines->begin(), lines->end(), "[" + section + "]");
-    if (head == lines->end()) head = lines->insert(head, "[" + section + "]");
-    const auto end = std::find_if(head + 1, lines->end(), [](const std::string& line) {
-        return line.compare(0, 1, "[") == 0;
+    const std::string name = "[" + section + "]";
+    auto head = std::find_if(lines->begin(), lines->end(), [&name](const std::string& line) {
+        return IsHeader(line) && line.find(name) != std::string::npos;
     });
-    const auto old = std::find_if(head + 1, end, [&entry](const std::string& line) {
-        return line.compare(0, entry.size(), entry) == 0;
-    });
-    if (old == end) {
-        lines->insert(end, entry + value);
+    if (head == lines->end()) head = lines->insert(head, name);
+    const auto end = std::find_if(head + 1, lines->end(), IsHeader);
+    const auto matches = [&entry](const std::string& line) {
+        return Cleaned(line).compare(0, entry.size(), entry) == 0;
+    };
+    if (std::any_of(head + 1, end, matches)) {
+        std::replace_if(head + 1, end, matches, entry + value);
     } else {
-        *old = entry + value;
+        lines->insert(end, entry + value);
     }
 }
 
-bool WriteLines(const std::string& path, const Lines& lines) {
-    std::ofstream file(path, std::ios::trunc);
-    for (const std::string& line : lines) file << line << '\n';
-    file.close();
-    return !file.fail();
+// Reads the lines of the file and its mode; a missing file has none and leaves the mode.
+bool ReadLines(const std::string& path, Lines* lines, mode_t* mode) {
+    // Not to wait for the other end should it be a pipe.
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.fd < 0) return errno == ENOENT;
+    struct stat status {};
+    if (fstat(file.fd, &status) != 0) return false;
+    errno = !S_ISREG(status.st_mode) ? EINVAL : status.st_size > kMaxFile ? EFBIG : 0;
+    if (errno != 0) return false;
+    *mode = status.st_mode & 07777;
+    std::string text(static_cast<std::size_t>(status.st_size), '\0');
+    errno = EIO;
+    if (read(file.fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) return false;
+    std::string_view rest = text;
+    while (!rest.empty()) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        lines->emplace_back(line);
+        rest.remove_prefix(std::min(rest.size(), line.size() + 1));
+    }
+    return true;
+}
+
+bool WriteLines(const std::string& path, const Lines& lines, mode_t mode) {
+    std::string text;
+    for (const std::string& line : lines) text += line + '\n';
+    std::remove(path.c_str());
+    Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (file.fd < 0 || fchmod(file.fd, mode) != 0) return false;
+    errno = ENOSPC;  // of a write that is taken in part
+    return write(file.fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+           close(std::exchange(file.fd, -1)) == 0;
+}
+
+bool Lock(int fd, const std::function<bool()>& stop) {
+    for (int left = 20; lockf(fd, F_TLOCK, 0) != 0; --left) {
+        if ((errno != EAGAIN && errno != EACCES) || left == 0) return false;
+        if (stop()) left = std::min(left, 2);
+        std::this_thread::sleep_for(kLockPause);
+    }
+    return true;
+}
+
+bool Replace(const std::string& path, const std::string& device, std::uint64_t blocks,
+             std::uint64_t next) {
+    const std::string fresh = path + ".hddtest";
+    const auto number = [](std::uint64_t value) {
+        return Format("0x%016llx", static_cast<unsigned long long>(value));
+    };
+    Lines lines;
+    mode_t mode = 0644;
+    if (!ReadLines(path, &lines, &mode)) return false;
+    SetKey(&lines, "HDD_MAX_LBA", device, number(blocks));
+    SetKey(&lines, "HDD_NEXT_LBA", device, number(next));
+    if (WriteLines(fresh, lines, mode) && std::rename(fresh.c_str(), path.c_str()) == 0) {
+        return true;
+    }
+    const int error = errno;
+    std::remove(fresh.c_str());
+    errno = error;
+    return false;
 }
 
 }  // namespace
 
-bool SaveProgress(const std::string& directory, const std::string& device, std::uint64_t blocks,
-                  std::uint64_t next) {
-    const std::string path = directory + "/lba_outfile.ini";
-    const std::string fresh = path + ".hddtest";
-    const int lock =
-        open((directory + "/lba_outfile.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    if (lock < 0) return false;
-    const auto number = [](std::uint64_t value) {
-        return Format("0x%016llx", static_cast<unsigned long long>(value));
-    };
-    bool saved = false;
-    if (lockf(lock, F_LOCK, 0) == 0) {
-        Lines lines = ReadLines(path);
-        SetKey(&lines, "HDD_MAX_LBA", device, number(blocks));
-        SetKey(&lines, "HDD_NEXT_LBA", device, number(next));
-        saved = WriteLines(fresh, lines) && std::rename(fresh.c_str(), path.c_str()) == 0;
-        if (!saved) std::remove(fresh.c_str());
-    }
-    close(lock);  // gives the lock back
-    return saved;
+std::string SaveProgress(const std::string& directory, const std::string& device,
+                         std::uint64_t blocks, std::uint64_t next,
+                         const std::function<bool()>& stop) {
+    if (directory.empty()) return "no directory is named";
+    const Descriptor lock(open((directory + "/lba_outfile.lock").c_str(),
+                               O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644));
+    const bool saved = lock.fd >= 0 && Lock(lock.fd, stop) &&
+                       Replace(directory + "/lba_outfile.ini", device, blocks, next);
+    return saved ? "" : std::strerror(errno);
 }
 
 }  // namespace testprog

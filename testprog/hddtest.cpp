@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <optional>
 #include <random>
 
 #include "hdd_device.h"
@@ -18,12 +19,16 @@ using testprog::Disk;
 using testprog::EndCode;
 using testprog::Format;
 using testprog::Outcome;
-using testprog::ReadFailure;
+using testprog::ReadResult;
 
-// What a record can say: the next address has 32 bits. The rest of a larger disk is left out.
-constexpr std::uint64_t kMaxBlocks = std::uint64_t{1} << 32;
-// Steps of one "sector" round by level; the last level reads to the end of the disk.
-constexpr std::uint64_t kSteps[] = {2048, 8192, 32768, UINT64_MAX};
+// What a record can say: the next address, up to the end, has 32 bits.
+constexpr std::uint64_t kMaxBlocks = UINT32_MAX;
+constexpr std::uint64_t kMaxStep = 0x8000;
+// What a round does by level. The last level reads to the end of the disk.
+constexpr struct {
+    std::uint64_t steps;  // of "sector"
+    int reads;            // of "iorandom" for each of its places
+} kDepths[] = {{2048, 1}, {8192, 2}, {32768, 3}, {UINT64_MAX, 4}};
 constexpr std::uint64_t kLastLevel = 3;
 constexpr auto kSaveInterval = std::chrono::seconds(5);
 
@@ -40,10 +45,20 @@ struct Options {
 
 std::uint64_t Level(const Options& options) { return std::min(options.common.level, kLastLevel); }
 
-Outcome Failed(const ReadFailure& failure) {
-    return {EndCode::kNg,
-            Format("read error at block 0x%08llx: %s",
-                   static_cast<unsigned long long>(failure.block), failure.reason.c_str())};
+std::string Tell(const char* what, const ReadResult& read) {
+    return Format("%s at block 0x%08llx: %s", what, static_cast<unsigned long long>(read.block),
+                  read.reason.c_str());
+}
+
+// Reads on behalf of a round; nothing when that is to go on, else how it ends: kOk when stopped.
+std::optional<Outcome> Read(const Options& options, Disk& disk, testprog::Run& run,
+                            std::uint64_t first, std::uint64_t count) {
+    using End = ReadResult::End;
+    const ReadResult read = disk.Read(first, count, options.retries, [&run] { return run.Stop(); });
+    if (read.end == End::kStopped) return Outcome{};
+    if (read.end == End::kFailed) return Outcome{EndCode::kNg, Tell("read error", read)};
+    if (read.end == End::kAgain) run.Note(Tell("read again with success", read));
+    return std::nullopt;
 }
 
 // Reads on through the disk, over as many rounds as the run has.
@@ -55,22 +70,27 @@ class SectorTest {
           run_(run),
           end_(std::min(disk.blocks(), kMaxBlocks)),
           next_(options.lba < end_ ? options.lba : 0) {
-        Keep(next_);
+        Announce(next_);
+        if (disk.blocks() > end_) {
+            run.Note(Format("blocks from 0x%08llx on are not read",
+                            static_cast<unsigned long long>(end_)));
+        }
         if (options.debug) disk.PretendBad(next_ + std::min(options.step, end_ - next_) / 2);
     }
 
     Outcome Round() {
-        const std::uint64_t steps = kSteps[Level(options_)];
+        const std::uint64_t steps = kDepths[Level(options_)].steps;
         for (std::uint64_t i = 0; i < steps; ++i) {
             const std::uint64_t count = std::min(options_.step, end_ - next_);
-            const auto failure = disk_.Read(next_, count, options_.retries);
+            const auto ending = Read(options_, disk_, run_, next_, count);
+            if (ending && ending->code == EndCode::kOk) return *ending;
             next_ += count;
             const bool completed = next_ == end_;
             // The last level shows how far it came, up to the whole; the others are ready to
             // begin again. A start at the end begins again too.
-            Keep(completed && Level(options_) < kLastLevel ? 0 : next_);
+            Announce(completed && Level(options_) < kLastLevel ? 0 : next_);
             run_.SetDone(next_, end_);
-            if (failure) return Failed(*failure);
+            if (ending) return *ending;
             if (completed) return {EndCode::kCompleted, {}};
             if (run_.Pause()) break;
         }
@@ -78,20 +98,24 @@ class SectorTest {
     }
 
     // Writes the progress of the last level; now and then while the test runs, and at its end.
-    void Save() {
+    void SaveProgress() {
         const char* directory = std::getenv("KVX_data");
         if (Level(options_) < kLastLevel || directory == nullptr) return;
-        saved_ = std::chrono::steady_clock::now();
-        if (!testprog::SaveProgress(directory, options_.common.device, end_, kept_)) {
-            run_.Note(Format("the progress of %s is not saved", options_.common.device.c_str()));
-        }
+        const std::string& device = options_.common.device;
+        const std::string complaint = testprog::SaveProgress(directory, device, end_, announced_,
+                                                             [this] { return run_.Stop(); });
+        last_save_ = std::chrono::steady_clock::now();
+        if (complaint.empty() || save_failed_) return;
+        save_failed_ = true;
+        run_.Note(Format("the progress of %s is not saved: %s", device.c_str(), complaint.c_str()));
     }
 
  private:
-    void Keep(std::uint64_t next) {
-        kept_ = next;
+    // Sets what the closing record and the saved progress say.
+    void Announce(std::uint64_t next) {
+        announced_ = next;
         run_.SetNextAddress(next);
-        if (std::chrono::steady_clock::now() - saved_ >= kSaveInterval) Save();
+        if (std::chrono::steady_clock::now() - last_save_ >= kSaveInterval) SaveProgress();
     }
 
     const Options& options_;
@@ -99,26 +123,29 @@ class SectorTest {
     testprog::Run& run_;
     const std::uint64_t end_;
     std::uint64_t next_;
-    std::uint64_t kept_ = 0;
-    std::chrono::steady_clock::time_point saved_ = std::chrono::steady_clock::now();
+    std::uint64_t announced_ = 0;
+    std::chrono::steady_clock::time_point last_save_ = std::chrono::steady_clock::now();
+    bool save_failed_ = false;
 };
 
-// One round of reads at random places within "-wide" blocks from "-lba" on. From level 2 on each
-// is followed by one at the mirrored place, which makes the longest seeks.
+// One round of reads at random places within "-wide" blocks from "-lba" on. At the higher levels
+// each is followed by others that make long seeks: at the mirrored place, at the first, at the
+// last.
 Outcome RandomRound(const Options& options, Disk& disk, testprog::Run& run,
                     std::mt19937_64& random) {
     const std::uint64_t first = options.lba < disk.blocks() ? options.lba : 0;
     const std::uint64_t range = std::min(options.wide, disk.blocks() - first);
     const std::uint64_t count = std::min(options.step, range);
-    std::uniform_int_distribution<std::uint64_t> place(0, range - count);
+    const std::uint64_t last = range - count;
+    std::uniform_int_distribution<std::uint64_t> place(0, last);
     for (std::uint64_t i = 0; i < options.count; ++i) {
         const std::uint64_t at = place(random);
         if (options.debug) disk.PretendBad(first + at + count / 2);
-        auto failure = disk.Read(first + at, count, options.retries);
-        if (!failure && Level(options) >= 2) {
-            failure = disk.Read(first + (range - count - at), count, options.retries);
+        const std::uint64_t places[] = {at, last - at, 0, last};
+        for (int read = 0; read < kDepths[Level(options)].reads; ++read) {
+            const auto ending = Read(options, disk, run, first + places[read], count);
+            if (ending) return *ending;
         }
-        if (failure) return Failed(*failure);
         run.SetDone(i + 1, options.count);
         if (run.Pause()) break;
     }
@@ -134,14 +161,14 @@ Outcome TestDisk(const Options& options, testprog::Run& run) {
     }
     if (options.common.device.empty()) return {EndCode::kSkip, "option \"-dev\" is missing"};
     Disk disk;
-    const std::string complaint = disk.Open(options.common.device);
-    if (!complaint.empty()) return {EndCode::kSkip, complaint};
+    const Outcome opened = disk.Open(options.common.device);
+    if (opened.code != EndCode::kOk) return opened;
     run.writer().SendDiskInfo(disk.Info(options.ide));
 
     if (sector) {
         SectorTest test(options, disk, run);
         Outcome outcome = run.Rounds([&test] { return test.Round(); });
-        test.Save();
+        test.SaveProgress();
         return outcome;
     }
     const auto now = std::chrono::system_clock::now().time_since_epoch().count();
@@ -158,7 +185,7 @@ int main(int argc, char** argv) {
     std::vector<testprog::Option> table = testprog::CommonOptionTable(&options.common);
     using testprog::NumberOption;
     table.push_back(NumberOption("lba", &options.lba, 0, UINT64_MAX));
-    table.push_back(NumberOption("sc", &options.step, 1, testprog::kMaxStep));
+    table.push_back(NumberOption("sc", &options.step, 1, kMaxStep));
     table.push_back(NumberOption("retry", &options.retries, 0, 100));
     table.push_back(NumberOption("wide", &options.wide, 1, UINT64_MAX));
     table.push_back(NumberOption("count", &options.count, 1, UINT32_MAX));

@@ -91,22 +91,22 @@ def signed_divide(o):
     return (quotient & MASK) ^ rotate((x - quotient * divisor) & MASK, 32)
 
 
-def bit_operations(o):
+def bit_logic(o):
     x, y, z = o.next(), o.next(), o.next()
     return ((x & y) | (~x & MASK & z)) ^ bin(x ^ y).count("1")
 
 
-def float_add(o):
+def fp_add(o):
     x, y = o.real(), o.real()
     return bits(x + y) ^ rotate(bits(x - y), 32)
 
 
-def float_multiply(o):
+def fp_multiply(o):
     x = o.real()
     return bits(x * o.real())
 
 
-def float_divide(o):
+def fp_divide(o):
     x = o.real()
     return bits(x / o.real())
 
@@ -125,8 +125,8 @@ def convert(o):
     return bits(Fraction(x)) ^ whole ^ bits(rounded(o.real(), 24))
 
 
-for operation in (add, shift, multiply, divide, signed_divide, bit_operations, float_add,
-                  float_multiply, float_divide, square_root, convert):
+for operation in (add, shift, multiply, divide, signed_divide, bit_logic, fp_add,
+                  fp_multiply, fp_divide, square_root, convert):
     operands, digest = Operands(), 0
     for _ in range(OPERANDS):
         digest = rotate(digest, 7) ^ operation(operands)

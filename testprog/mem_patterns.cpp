@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t kWord = sizeof(std::uint64_t);
 // What is swept between two looks for a cancel, in bytes.
 constexpr std::size_t kSlice = 64 << 10;
-constexpr std::size_t kBlock = 512;
+constexpr std::size_t kBlock = 4096;  // bytes
 
 // A part of the area, in words.
 struct Range {
@@ -69,16 +69,39 @@ unsigned char* Bytes(const Area& area, Range range) {
     return reinterpret_cast<unsigned char*>(const_cast<std::uint64_t*>(area.words + range.first));
 }
 
-// Moves the whole of one half to the other in pieces of `size` bytes, each of them for itself.
-void Move(const Area& area, Range to, Range from, std::size_t size) {
+// Moves the whole of one half to the other block by block; the last may be shorter. The fence
+// keeps the compiler from joining or leaving out moves.
+void MoveBlocks(const Area& area, Range to, Range from) {
     unsigned char* target = Bytes(area, to);
     const unsigned char* source = Bytes(area, from);
-    Sweep(area, (from.count * kWord + size - 1) / size, size, [&](std::size_t i) {
-        const std::size_t at = i * size;
-        std::memcpy(target + at, source + at, std::min(size, from.count * kWord - at));
+    const std::size_t size = from.count * kWord;
+    Sweep(area, (size + kBlock - 1) / kBlock, kBlock, [&](std::size_t i) {
+        const std::size_t at = i * kBlock;
+        std::memcpy(target + at, source + at, std::min(kBlock, size - at));
         std::atomic_signal_fence(std::memory_order_seq_cst);
         return Finding();
     });
+}
+
+// Fills the upper half from the lower by one load and one store for each element. Volatile
+// accesses are made as they stand and in their order, whatever their types.
+template <typename Element>
+Finding MoveElements(const Area& area, std::uint64_t pattern) {
+    const auto value = [pattern](std::size_t i) {
+        return pattern ^ (std::uint64_t{i} * 0x0101010101010101);
+    };
+    Fill(area, Lower(area), value);
+    Fill(area, Upper(area), [pattern](std::size_t) { return ~pattern; });
+    auto* target = reinterpret_cast<volatile Element*>(area.words + Upper(area).first);
+    const auto* source = reinterpret_cast<const volatile Element*>(area.words);
+    Sweep(area, Lower(area).count * (kWord / sizeof(Element)), sizeof(Element),
+          [target, source](std::size_t i) {
+              target[i] = source[i];
+              return Finding();
+          });
+    if (area.stop()) return std::nullopt;
+    SpoilIfAsked(area, Upper(area));
+    return Verify(area, Upper(area), value);
 }
 
 }  // namespace
@@ -86,48 +109,33 @@ void Move(const Area& area, Range to, Range from, std::size_t size) {
 Finding BlockMoves(const Area& area, std::uint64_t pattern) {
     // The first word of a block is its place, so that a block in a wrong place shows.
     const auto value = [pattern](std::size_t i) {
-        return i % kBlock == 0 ? std::uint64_t{i} : pattern;
+        return i % (kBlock / kWord) == 0 ? std::uint64_t{i} : pattern;
     };
     Fill(area, Lower(area), value);
-    Move(area, Upper(area), Lower(area), kBlock * kWord);
+    MoveBlocks(area, Upper(area), Lower(area));
     if (area.stop()) return std::nullopt;
     SpoilIfAsked(area, Upper(area));
     if (Finding finding = Verify(area, Upper(area), value)) return finding;
     Fill(area, Lower(area), [pattern](std::size_t) { return ~pattern; });
-    Move(area, Lower(area), Upper(area), kBlock * kWord);
+    MoveBlocks(area, Lower(area), Upper(area));
     if (area.stop()) return std::nullopt;
     return Verify(area, Lower(area), value);
 }
 
 Finding ElementMoves(const Area& area, std::uint64_t pattern) {
-    const auto value = [pattern](std::size_t i) {
-        return pattern ^ (std::uint64_t{i} * 0x0101010101010101);
-    };
-    Fill(area, Lower(area), value);
-    for (const std::size_t size : {1, 2, 4, 8}) {
-        Fill(area, Upper(area), [pattern](std::size_t) { return ~pattern; });
-        switch (size) {  // a constant size makes the move one instruction
-            case 1:
-                Move(area, Upper(area), Lower(area), 1);
-                break;
-            case 2:
-                Move(area, Upper(area), Lower(area), 2);
-                break;
-            case 4:
-                Move(area, Upper(area), Lower(area), 4);
-                break;
-            default:
-                Move(area, Upper(area), Lower(area), 8);
-        }
-        if (area.stop()) return std::nullopt;
-        SpoilIfAsked(area, Upper(area));
-        if (Finding finding = Verify(area, Upper(area), value)) return finding;
+    using Moves = Finding(const Area& area, std::uint64_t pattern);
+    constexpr Moves* kMoves[] = {MoveElements<std::uint8_t>, MoveElements<std::uint16_t>,
+                                 MoveElements<std::uint32_t>, MoveElements<std::uint64_t>};
+    for (Moves* const moves : kMoves) {
+        Finding finding = moves(area, pattern);
+        if (finding || area.stop()) return finding;
     }
     return std::nullopt;
 }
 
 Finding WalkingBits(const Area& area, unsigned positions) {
-    const std::uint64_t one = positions == 8 ? 0x0101010101010101 : 1;
+    // Divided by 8 ones this is 0x0101010101010101.
+    const std::uint64_t one = positions == 64 ? 1 : UINT64_MAX / ((1ULL << positions) - 1);
     for (unsigned position = 0; position < 2 * positions; ++position) {
         const std::uint64_t ones = one << (position / 2);
         const std::uint64_t word = position % 2 == 0 ? ones : ~ones;

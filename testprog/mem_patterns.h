@@ -35,8 +35,8 @@ Finding BlockMoves(const Area& area, std::uint64_t pattern);
 // Moves element by element, of 1, 2, 4 and 8 bytes, of a pattern that depends on the address.
 Finding ElementMoves(const Area& area, std::uint64_t pattern);
 
-// A single one and a single zero in every word, at each of `positions` (8 or 64) places in turn:
-// with 8 the places repeat in every byte.
+// A single one and a single zero in every word, at each of `positions` (8, 16, 32 or 64)
+// places in turn: with 8 the places repeat in every byte, and so on.
 Finding WalkingBits(const Area& area, unsigned positions);
 
 // Every word holds its own address, then its complement.

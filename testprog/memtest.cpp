@@ -11,7 +11,8 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <memory>
+#include <iterator>
+#include <optional>
 
 #include "mem_patterns.h"
 #include "run.h"
@@ -29,6 +30,15 @@ constexpr std::uint64_t kPatterns[] = {0x5555555555555555, 0xaaaaaaaaaaaaaaaa, 0
                                        0x0f0f0f0f0f0f0f0f, 0xf0f0f0f0f0f0f0f0, 0x00ff00ff00ff00ff,
                                        0xff00ff00ff00ff00};
 constexpr std::uint64_t kSmallestSize = 64 << 10;
+constexpr std::size_t kLockedAtOnce = 4 << 20;
+
+// How deep the tests go, by level; higher levels are as the last.
+struct Depth {
+    std::size_t patterns;  // of those above, where "-data" names none
+    unsigned positions;    // of a walking bit
+    unsigned sweeps;       // with each pattern
+};
+constexpr Depth kDepths[] = {{2, 8, 1}, {4, 16, 2}, {6, 32, 3}, {std::size(kPatterns), 64, 4}};
 
 struct Options {
     testprog::CommonOptions common;
@@ -49,6 +59,20 @@ bool TakeSize(const std::string& text, std::uint64_t* size) {
     return *size >= kSmallestSize;
 }
 
+// A pattern word: with less than 64 bits given, they are repeated.
+std::optional<std::uint64_t> PatternOf(const std::string& word) {
+    auto number = testprog::ParseNumber(word);
+    if (!number) return number;
+    const bool hexadecimal = word.compare(0, 2, "0x") == 0;
+    const auto too_narrow = [&](unsigned width) {
+        return hexadecimal ? (word.size() - 2) * 4 > width : *number >> width != 0;
+    };
+    unsigned width = 8;
+    while (width < 64 && too_narrow(width)) width *= 2;
+    for (; width < 64; width *= 2) *number |= *number << width;
+    return number;
+}
+
 // "all", or pattern words joined by "+".
 bool TakePatterns(const std::string& text, std::vector<std::uint64_t>* patterns) {
     patterns->clear();
@@ -58,7 +82,7 @@ bool TakePatterns(const std::string& text, std::vector<std::uint64_t>* patterns)
         return true;
     }
     for (const std::string& word : words) {
-        const auto number = testprog::ParseNumber(word);
+        const auto number = PatternOf(word);
         if (!number) return false;
         patterns->push_back(*number);
     }
@@ -73,12 +97,12 @@ struct Step {
 };
 
 // The steps of one test, in upper case and without its X; none for an unknown one.
-std::vector<Step> StepsOf(const std::string& test, bool spoil, const Options& options) {
+std::vector<Step> StepsOf(const std::string& test, bool spoil,
+                          const std::vector<std::uint64_t>& patterns, const Depth& depth) {
     std::vector<Step> steps;
     const bool whole = test == "WHOLE";
     if (whole) {
-        const unsigned positions = options.common.level < 2 ? 8 : 64;
-        steps.push_back({test, spoil, [positions](const Area& area) {
+        steps.push_back({test, spoil, [positions = depth.positions](const Area& area) {
                              return testprog::WalkingBits(area, positions);
                          }});
         steps.push_back({test, spoil, testprog::AddressInAddress});
@@ -88,27 +112,32 @@ std::vector<Step> StepsOf(const std::string& test, bool spoil, const Options& op
                        : whole           ? testprog::MovingInversions
                                          : nullptr;
     if (sweep == nullptr) return steps;
-    for (const std::uint64_t pattern : options.patterns) {
-        steps.push_back(
-            {test, spoil, [sweep, pattern](const Area& area) { return sweep(area, pattern); }});
+    for (const std::uint64_t pattern : patterns) {
+        steps.push_back({test, spoil, [sweep, pattern, sweeps = depth.sweeps](const Area& area) {
+                             Finding finding;
+                             for (unsigned i = 0;
+                                  i < sweeps && !finding && (i == 0 || !area.stop()); ++i) {
+                                 finding = sweep(area, i % 2 == 0 ? pattern : ~pattern);
+                             }
+                             return finding;
+                         }});
     }
     return steps;
 }
 
 // Collects the steps that "-tp" names; a complaint otherwise.
-std::string Prepare(Options options, std::vector<Step>* steps) {
-    if (options.patterns.empty()) {
-        const std::size_t count = options.common.level == 0   ? 2
-                                  : options.common.level == 1 ? 4
-                                                              : std::size(kPatterns);
-        options.patterns.assign(kPatterns, kPatterns + count);
-    }
+std::string Prepare(const Options& options, std::vector<Step>* steps) {
+    const Depth& depth = kDepths[std::min<std::uint64_t>(options.common.level, 3)];
+    std::vector<std::uint64_t> patterns = options.patterns;
+    if (patterns.empty()) patterns.assign(kPatterns, kPatterns + depth.patterns);
+    std::size_t at = 0;
     for (std::string test : testprog::SplitList(options.common.pattern)) {
-        const std::string given = test;
+        const std::string given = options.common.pattern.substr(at, test.size());
+        at += test.size() + 1;
         for (char& c : test) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
         const bool spoil = !test.empty() && test.back() == 'X';
         if (spoil) test.pop_back();
-        const std::vector<Step> more = StepsOf(test, spoil, options);
+        const std::vector<Step> more = StepsOf(test, spoil, patterns, depth);
         if (more.empty()) {
             return Format("option \"-tp\" with an unknown test \"%s\"", given.c_str());
         }
@@ -133,10 +162,16 @@ Outcome Round(const std::vector<Step>& steps, Area* area, testprog::Run& run) {
     return {};
 }
 
-struct Unmap {
-    std::size_t size;
-    void operator()(void* memory) const { munmap(memory, size); }
-};
+// Locks the area piece by piece, because the system clears what it locks, which takes seconds for
+// a large one.
+void Lock(char* memory, std::size_t size, testprog::Run& run) {
+    for (std::size_t at = 0; at < size && !run.Stop(); at += kLockedAtOnce) {
+        if (mlock(memory + at, std::min(kLockedAtOnce, size - at)) == 0) continue;
+        run.Note(
+            Format("only %zu bytes of the memory area are locked: %s", at, std::strerror(errno)));
+        return;
+    }
+}
 
 Outcome TestMemory(const Options& options, testprog::Run& run) {
     std::vector<Step> steps;
@@ -148,15 +183,13 @@ Outcome TestMemory(const Options& options, testprog::Run& run) {
     if (options.size / page > pages / 2) {
         return {EndCode::kSkip, "option \"-size\" is more than half of the machine's memory"};
     }
+    // Given back when the process ends: that takes its time, and the closing record comes first.
     void* memory =
         mmap(nullptr, options.size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED) {
         return {EndCode::kAbort, Format("no memory area: %s", std::strerror(errno))};
     }
-    const std::unique_ptr<void, Unmap> owner(memory, Unmap{options.size});
-    if (mlock(memory, options.size) != 0) {
-        run.Note(Format("the memory area is not locked: %s", std::strerror(errno)));
-    }
+    Lock(static_cast<char*>(memory), options.size, run);
     const std::size_t count = options.size / sizeof(std::uint64_t) & ~std::size_t{1};
     Area area{static_cast<std::uint64_t*>(memory), count, [&run] { return run.Stop(); }, false};
     return run.Rounds([&] { return Round(steps, &area, run); });

@@ -1,0 +1,639 @@
+// The test programs as they are built: by themselves, in a patrol pass and on request.
+
+#include <fcntl.h>
+#include <linux/loop.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+
+#include "padiag.h"
+
+namespace patrol_test {
+namespace {
+
+namespace fs = std::filesystem;
+using Strings = std::vector<std::string>;
+using Numbers = std::vector<unsigned long>;
+
+constexpr const char* kPrograms[] = {"memtest", "hddtest", "cputest"};
+
+struct Record {
+    std::string type, device, body;
+};
+
+// Takes the records apart and expects each of them to have the form that it announces.
+std::vector<Record> ParseRecords(const std::string& out) {
+    static const std::regex head(
+        "ONLPTL,(0x[0-9a-f]{8}),(0x0[12346]),(0x[0-9a-f]{2}),[a-z ]{16},([ -~]{16}),\n");
+    static const std::map<std::string, std::regex> bodies = {
+        {"0x01", std::regex("0x0[12],[0-9A-Z]{5},([0-9]{2}[/: ]){6}[0-9]{3}\\.[0-9]{3},[ -~]+\n")},
+        {"0x02", std::regex("0x0[1-6],0x0[26],0x[0-9a-f]{8},\\[{4}[ -~\n]*\n={78}\n")},
+        {"0x03", std::regex("(0x[0-9a-f]{8},){2}(0x[0-9a-f]{2},){2}Pass=[0-9]+\n")},
+        {"0x04", std::regex("0x[0-9a-f]{8},0x0200,0x0[0-2],[ -~]{16},[ -~]{4}\n")},
+        {"0x06", std::regex("0x00000001\n")}};
+    std::vector<Record> records;
+    for (size_t at = 0; at < out.size();) {
+        std::smatch m;
+        const std::string start = out.substr(at, 63);
+        const bool good = std::regex_match(start, m, head);
+        EXPECT_TRUE(good) << "no record at byte " << at << ": " << out.substr(at);
+        if (!good) break;
+        const size_t size = std::stoul(m[1], nullptr, 16);
+        const std::string body = out.substr(at + 63, size - 45);
+        EXPECT_EQ(body.size(), size - 45) << "an incomplete record";
+        EXPECT_TRUE(std::regex_match(body, bodies.at(m[2]))) << body;
+        EXPECT_EQ(m[3], Hex(static_cast<unsigned>(std::count(body.begin(), body.end(), '\n')), 2));
+        records.push_back({m[2], m[4], body});
+        at += 18 + size;
+    }
+    return records;
+}
+
+// What one run of a test program left behind; the last record is the closing one.
+struct Said {
+    int exit_status = -1;
+    std::vector<Record> records;
+    std::string error;  // as the result block has it
+
+    const std::string& status() const { return records.back().body; }
+    // The numbers in one column of the progress records.
+    Numbers Progress(size_t column) const {
+        Numbers numbers;
+        for (const Record& record : records) {
+            if (record.type != "0x03") continue;
+            numbers.push_back(std::stoul(Split(record.body, ',').at(column), nullptr, 16));
+        }
+        return numbers;
+    }
+};
+
+// What follows an option in a command line; `otherwise` where it is not there.
+std::string ValueOf(const std::string& words, const std::string& option,
+                    const std::string& otherwise) {
+    std::smatch m;
+    const bool found = std::regex_search(words, m, std::regex("[-/]" + option + " (\\S+)"));
+    return found ? m[1].str() : otherwise;
+}
+
+// The whole body of the closing record; no address is block 0.
+std::string Closing(const std::string& program, const std::string& words, const std::string& result,
+                    const std::string& address, const std::string& error) {
+    static const Strings results = {"", "OK", "CANCEL", "COMPLETED", "NG", "SKIP"};
+    static const Strings ends = {"", "No Error", "Canceled", "Completed", "Error Ended", "Skipped"};
+    static const std::map<std::string, Strings> names = {{"cputest", {"Processor", "CPU"}},
+                                                         {"memtest", {"Memory", "mem"}},
+                                                         {"hddtest", {"Disk", ""}}};
+    const auto code = std::find(results.begin(), results.end(), result) - results.begin();
+    const bool patrol = ValueOf(words, "(?:log|gen)", "-") != "-";
+    const std::string line = std::string(61, '-') + "\n";
+    std::string time = ValueOf(words, "runtime", "0");
+    time = time == "0" ? "1 [ROUND]" : std::to_string((std::stoi(time) + 59) / 60) + " [MINUTE]";
+    return StatusBody(
+        static_cast<int>(code), code == 4 ? 6 : 2,
+        (patrol ? "[[[[ PATROL DIAGNOSIS RESULT ]]]]\n" : "[[[[ DIAGNOSIS RESULT ]]]]       \n") +
+            line + "PROGRAM : " + program + "\nTITLE   : " + names.at(program)[0] +
+            " diagnosis\nDEVICE  : " + ValueOf(words, "dev", names.at(program)[1]) +
+            "\nOPTION  : LEVEL " + ValueOf(words, "lv", "0") + "\n          TIME  " + time +
+            "\nRESULT  : " + result + " ( PASS:  " + (code % 2 == 1 && code < 5 ? "1" : "0") +
+            " )\n" + (error.empty() ? "" : "ERROR   : " + error + "\n") + line + "I0399:<<" +
+            program + " " + ends[static_cast<size_t>(code)] + ">>\n" + std::string(78, '='),
+        address.empty() ? "0x00000000" : address);
+}
+
+constexpr char kBits[] = "BMOVE offset 0xaaa8: expected 0x5555555555555555 got 0x5555555555555545";
+constexpr char kAnswer[] = "processor # fp reg 0000: expected #";
+
+// A text without what differs from run to run.
+std::string Masked(std::string text) {
+    for (const std::string before : {"processor ", "\\[", "pass="}) {
+        text = std::regex_replace(text, std::regex("(" + before + ")\\d+(?!\\[)"), "$1#");
+    }
+    return std::regex_replace(text, std::regex("(fp reg 0000: expected )0x.*"), "$1#");
+}
+
+// The rows of a table, in fields between "|"; what is left out at the end is empty.
+std::vector<Strings> Rows(const std::string& table) {
+    std::vector<Strings> rows;
+    for (const std::string& line : Split(table)) rows.push_back(Split(line + "||||", '|'));
+    return rows;
+}
+
+class TestProgramTest : public PadiagFixture {
+ protected:
+    void SetUp() override {
+        const std::string real = TESTPROG_DIR "/";
+        for (const std::string name : kPrograms) {
+            fs::create_symlink(real + name, agent_.Path("bin/" + name));
+        }
+        agent_.Script("parts",
+                      "echo \"$*\" >> $KVX_data/calls; grep -E '^(FRU1|SUMMARY)=' \"$2\" "
+                      ">> $KVX_data/calls");
+        agent_.Write("data/devconf_cur.xml", "<dev type=\"Partition\" path=\"3\">\n");
+        Image("sda", 0x1000 * 512);
+    }
+    // An image file, which stands for the disk of that name from now on.
+    void Image(const std::string& name, uint64_t bytes, const std::string& blocks = "") {
+        const std::string file = agent_.Path("data/" + name);
+        agent_.Write("data/" + name, "");
+        fs::resize_file(file, bytes);
+        images_.insert(0, "/dev/" + name + "=" + file + blocks + ":");
+    }
+    Launch WithImages() const { return {{{"HDDTEST_IMAGES", images_}}}; }
+
+    // What the parts command has noted of one report.
+    std::string Report(const std::string& file, const std::string& unit, const std::string& error) {
+        return "set " + agent_.Path("temp/parts_" + file) + "\nFRU1=" + unit +
+               "\nSUMMARY=" + error + "\n";
+    }
+
+    // Starts a test program on its own and waits for its first words; the words of its command
+    // line stand between single blanks.
+    std::unique_ptr<Process> StartProgram(const std::string& program, const std::string& words,
+                                          const Launch& launch = {}) {
+        Env env = agent_.Environment();
+        env["HDDTEST_IMAGES"] = images_;
+        for (const auto& [name, value] : launch.env) env[name] = value;
+        const std::string output = "program" + std::to_string(++programs_);
+        auto process = std::make_unique<Process>(agent_.Path("bin/" + program),
+                                                 Split(program + " " + words, ' '), env,
+                                                 agent_.Path(output), launch);
+        if (!launch.in_child) {
+            EXPECT_TRUE(Eventually([&] { return agent_.Read(output + ".out").size() > 63; }));
+        }
+        return process;
+    }
+    static Said Listen(Process& process) {
+        const Result result = process.Wait();
+        EXPECT_EQ(result.err, "");
+        Said said{result.status, ParseRecords(result.out), ""};
+        if (said.records.empty()) said.records.emplace_back();
+        EXPECT_FALSE(said.Progress(0).empty());
+        for (const Record& record : said.records) {
+            EXPECT_EQ(record.type == "0x02", &record == &said.records.back());
+        }
+        std::smatch m;
+        if (std::regex_search(said.status(), m, std::regex("\nERROR   : (.*)\n")))
+            said.error = m[1];
+        return said;
+    }
+    Said RunProgram(const std::string& program, const std::string& words,
+                    const Launch& launch = {}) {
+        return Listen(*StartProgram(program, words, launch));
+    }
+
+    // Waits until every test has begun its own log, and sends each the signal (0 sends none).
+    void AwaitTests(int signal) const {
+        for (const std::string log : {"log/memtest", "log/hddtest_sda", "log/cputest"}) {
+            const auto begun = [&] { return !agent_.Lines(log + ".0.log").empty(); };
+            ASSERT_TRUE(Eventually(begun)) << log;
+            const pid_t pid = std::stoi(Split(agent_.Lines(log + ".0.log")[0], ' ').at(3));
+            ASSERT_GT(pid, 1);
+            EXPECT_EQ(kill(pid, signal), 0);
+        }
+    }
+
+    // A pass over all three kinds; parameters are added to a small test of each.
+    void PlanPass(const std::string& address, const std::string& disk_keys, const std::string& cpu,
+                  const std::string& memory, const std::string& disk) {
+        PassTest::Plan("ON", "ON", {"ON"});
+        agent_.SetKey("HDD_SCHEDULE 0", "address", address + disk_keys);
+        agent_.Write("data/pat_new_para.ini",
+                     "[CPUDIAG_PARAM]\ntp=register" + cpu +
+                         "\n[MEMDIAG_PARAM]\ntp_error=BMOVEX -size 64KB\ntp=BMOVE -size 64KB" +
+                         memory + "\n[HDDDIAG_PARAM]\ntp=sector" + disk + "\n");
+    }
+    // The same with every test in the pause behind its first step.
+    void PlanPause() { PlanPass("0x100", "", " -waitsec 600", " -waitsec 600", " -waitsec 600"); }
+
+    std::string images_;
+    int programs_ = 0;
+};
+
+TEST_F(TestProgramTest, EachEndHasItsExactRecordAndExitStatus) {
+    const char table[] =
+        R"(cputest|-tp INSTRUCTION+register+Cache|OK
+cputest|/gen 4 -waitusec 1 /runtime 0 -tp Register -log 512 /lv 0 -dev C0|OK
+memtest|-tp bmove+IMOVE+Whole -lv 2 -size 64KB|OK
+memtest|-data 0x123+7+0XFF -size 65kb -tp WHOLE+IMOVE -gen 0 -dev m /waitsec 0|OK
+hddtest|-sc 0x1 -ide -lba 0x10 -retry 1 -tp SECTOR -dev /dev/sda|OK|0x00000810
+hddtest|-lba 7 -lv 2 -count 9 -wide 64 -tp IoRandom -dev /dev/sda|OK|0x00000007
+hddtest|-dev /dev/sda -lba 0xfc1|COMPLETED
+hddtest|-lba 0x1000 -dev /dev/sda -sc 0x8000 -log 1|COMPLETED
+hddtest|-dev /dev/sda -lv 3|COMPLETED|0x00001000
+cputest|-dbg_modid 0x10000 -dbg_point 1|NG||processor # add: expected 0x34e1247275f8fd4c got 0x34e1247275f8fd4d
+cputest|-tp cache -dbg_point 0x2 -dbg_modid 0x20000 -log 9|NG||processor # fp reg 0000: expected #
+memtest|-size 64KB -tp BMOVEX -data 0x1234|NG||BMOVE offset 0xaaa8: expected 0x1234123412341234 got 0x1234123412341224
+memtest|-size 64KB -tp IMOVE+imovex -data 0|NG||IMOVE offset 0xaaa8: expected 0x5a5a5a5a5a5a5a55 got 0x5a5a5a5a5a5a5a45
+memtest|-data 0x1234 -size 64KB -tp WHOLEX -gen 4|NG||WHOLE offset 0x5550: expected 0x0101010101010101 got 0x0101010101010111
+hddtest|-dev /dev/sda -debug2 -lba 0x100 -log 512|NG|0x00000140|read error at block 0x00000120: Input/output error
+hddtest|-tp iorandom -debug2 -wide 8 -dev /dev/sda -sc 8 -lba 8|NG|0x00000008|read error at block 0x0000000c: Input/output error
+cputest|-tp cache -dbg_modid 0x40000 -dbg_point 10|SKIP||options "-dbg_modid" and "-dbg_point" name no check
+cputest|-tp register -size 1MB|SKIP||unknown option "-size"
+cputest|-lv 0 -lv 256|SKIP||option "-lv" with a wrong value "256"
+cputest|/runtime 61 -runtime 1s|SKIP||option "-runtime" with a wrong value "1s"
+cputest|-dev C1 -tp|SKIP||option "-tp" without a value
+cputest|dev C1|SKIP||unknown option "dev"
+memtest|-tp BMOVE+XMOVE|SKIP||option "-tp" with an unknown test "XMOVE"
+memtest|-size 63KB|SKIP||option "-size" with a wrong value "63KB"
+memtest|-size 1000000000GB|SKIP||option "-size" is more than half of the machine's memory
+memtest|-data 0x1+all|SKIP||option "-data" with a wrong value "0x1+all"
+memtest|-waitsec -1 -lba 0|SKIP||option "-waitsec" with a wrong value "-1"
+hddtest|-dev /dev/sda -lba 0x55 -write|SKIP|0x00000055|unknown option "-write"
+hddtest|-sc 0x8001 -dev /dev/sda|SKIP||option "-sc" with a wrong value "0x8001"
+hddtest|-dev /dev/sda -tp sector+iorandom|SKIP||option "-tp" with an unknown test "sector+iorandom"
+hddtest|-lba 5|SKIP|0x00000005|option "-dev" is missing
+hddtest|-dev /dev/null|SKIP||/dev/null is no disk
+hddtest|-lba 9 -dev /none|SKIP|0x00000009|cannot open /none: No such file or directory)";
+    for (const Strings& c : Rows(table)) {
+        SCOPED_TRACE(c[0] + " " + c[1]);
+        const Said said = RunProgram(c[0], c[1]);
+        EXPECT_EQ(Masked(said.status()), Closing(c[0], c[1], c[2], c[3], c[4]));
+        EXPECT_EQ(said.exit_status, c[2] == "NG" ? 1 : c[2] == "SKIP" ? 2 : 0);
+        const bool read = c[0] == "hddtest" && c[2] != "SKIP";
+        const std::string info = "0x00001000,0x0200,0x00," + Pad("", 16) + ",    \n";
+        EXPECT_EQ(said.records.at(1).body == info, read);
+    }
+}
+
+TEST_F(TestProgramTest, ControlCharactersNeverTravel) {
+    const Said said = RunProgram("hddtest", "-dev /dev/\x1b[1mx\n=====\ty");
+    EXPECT_EQ(said.error, "cannot open /dev/[1mx=====y: No such file or directory");
+    EXPECT_NE(said.status().find("\nDEVICE  : /dev/[1mx=====y\n"), std::string::npos);
+    EXPECT_EQ(said.records.back().device, "/dev/[1mx=====y ");
+    EXPECT_EQ(agent_.Lines("log/hddtest___1mx_______y.0.log").size(), 2U);
+}
+
+TEST_F(TestProgramTest, AnInterruptEndsPauseAndWorkWithWhatWasDone) {
+    // The next address, and how much of a round is done after one step; the last rows are at work.
+    const char table[] = R"(cputest|-tp register -waitsec 600 /runtime 600||0
+memtest|-size 64KB -waitsec 600||50
+memtest|-size 64KB -waitusec 600000000 -data all||10
+memtest|-size 64KB -waitsec 600 -tp WHOLE+IMOVE -data 1+2+3||12
+hddtest|-dev /dev/sda -lba 0x100 -sc 8 -waitsec 600|0x00000108|6
+cputest|-tp cache -lv 4 /runtime 600
+memtest|-tp WHOLE -size 32MB -lv 3 /runtime 600
+hddtest|-tp iorandom -dev /dev/sda /runtime 600)";
+    for (const Strings& c : Rows(table)) {
+        SCOPED_TRACE(c[0] + " " + c[1]);
+        const std::unique_ptr<Process> process = StartProgram(c[0], c[1]);
+        EXPECT_EQ(getpriority(PRIO_PROCESS, static_cast<id_t>(process->pid())), 19);
+        EXPECT_EQ(syscall(SYS_ioprio_get, 1, process->pid()) >> 13, 3) << "not the idle class";
+        const auto begin = std::chrono::steady_clock::now();
+        process->Signal(SIGINT);
+        const Said said = Listen(*process);
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+        EXPECT_EQ(said.exit_status, 0);
+        EXPECT_EQ(said.status().substr(0, 10), "0x02,0x02,");
+        if (c[3].empty()) continue;
+        EXPECT_EQ(said.status(), Closing(c[0], c[1], "CANCEL", c[2], ""));
+        EXPECT_EQ(std::to_string(said.Progress(3).back()), c[3]);
+    }
+}
+
+TEST_F(TestProgramTest, ProgressComesEverySecondUntilTheTimeIsOver) {
+    const char* const words[] = {"-size 64KB -waitusec 20000 /runtime 3",
+                                 "-dev /dev/sda -sc 1 -waitsec 600 /runtime 3",
+                                 "-tp register -waitsec 600 /runtime 3"};
+    std::vector<std::unique_ptr<Process>> processes;
+    for (size_t i = 0; i < 3; ++i) processes.push_back(StartProgram(kPrograms[i], words[i]));
+    for (const auto& process : processes) {
+        const Said said = Listen(*process);
+        EXPECT_EQ(said.status().substr(0, 10), "0x01,0x02,");
+        EXPECT_NE(said.status().find("\n          TIME  1 [MINUTE]\n"), std::string::npos);
+        EXPECT_EQ(said.Progress(1), Numbers(said.Progress(1).size(), 3)) << "the limit";
+        Numbers seconds = said.Progress(0);
+        seconds.erase(std::unique(seconds.begin(), seconds.end()), seconds.end());
+        EXPECT_EQ(seconds, (Numbers{0, 1, 2, 3}));
+    }
+}
+
+TEST_F(TestProgramTest, EveryProcessorIsTestedInItsTurn) {
+    cpu_set_t own, set;
+    ASSERT_EQ(sched_getaffinity(0, sizeof own, &own), 0);
+    const auto process = StartProgram("cputest", "-tp register -waitusec 9000 /runtime 600");
+    for (int i = 0, left = 4; i < CPU_SETSIZE && left > 0; ++i) {
+        if (!CPU_ISSET(i, &own)) continue;
+        --left;
+        EXPECT_TRUE(Eventually([&] {
+            return sched_getaffinity(process->pid(), sizeof set, &set) == 0 &&
+                   CPU_COUNT(&set) == 1 && CPU_ISSET(i, &set);
+        })) << i;
+    }
+}
+
+TEST_F(TestProgramTest, TheOwnLogKeepsItsSizeAndGenerations) {
+    const std::string file = "log/cputest.", device(200, 'd');
+    size_t announced = 0, begun = 0;
+    for (int i = 0; i < 12; ++i) {
+        const std::string newest = agent_.Read(file + "0.log");
+        const Said said = RunProgram("cputest", "-tp none -log 1 -gen 3 -dev " + device);
+        for (const Record& record : said.records) announced += record.type == "0x06";
+        begun += agent_.Read(file + "0.log").rfind(newest, 0) != 0;
+    }
+    EXPECT_EQ(announced, begun);
+    EXPECT_GE(begun, 3U);
+    const std::regex form("(\\d\\d[/: ]){6}\\d{3}\\.\\d{3} \\d+ (start|end): [ -~]+");
+    for (const char* generation : {"0.log", "1.log", "2.log"}) {
+        EXPECT_LE(agent_.Read(file + generation).size(), 1024U);
+        EXPECT_GT(agent_.Read(file + generation).size(), 0U);
+        for (const std::string& line : agent_.Lines(file + generation)) {
+            EXPECT_TRUE(std::regex_match(line, form)) << line;
+        }
+    }
+    EXPECT_FALSE(agent_.Exists(file + "3.log"));
+    Forget();
+    Launch nowhere = {{{"KVX_log", std::nullopt}}};
+    nowhere.in_child = [this] { static_cast<void>(!chdir(agent_.Path("log").c_str())); };
+    RunProgram("hddtest", "-tp none", nowhere);
+    RunProgram("memtest", "-tp none -log 0");
+    RunProgram("cputest", "-tp none -gen 0");
+    EXPECT_TRUE(fs::is_empty(agent_.Path("log")));
+}
+
+TEST_F(TestProgramTest, AReaderThatHasGoneEndsTheTestAndKillsNothing) {
+    Launch launch;
+    launch.in_child = [] {
+        int ends[2];
+        if (pipe(ends) != 0) _exit(125);
+        dup2(ends[1], STDOUT_FILENO);
+        close_range(3, ~0U, 0);
+    };
+    for (const char* program : kPrograms) {
+        for (const char* words : {"-waitsec 600 -dev /dev/sda", "-tp none"}) {
+            EXPECT_EQ(StartProgram(program, words, launch)->Wait().status, 4) << program << words;
+        }
+    }
+}
+
+TEST_F(TestProgramTest, AHoleInADiskIsFoundAtItsAddress) {
+    // The size of the image of 256 blocks, in bytes; the bad block; the next address.
+    const char table[] = R"(0||00|0x00000040
+51200||64|0x00000080
+51200|-retry 100 -sc 0xff|64|0x000000ff
+51200|-sc 1 -retry 1|64|0x00000065
+51200|-lba 0xf8|f8|0x00000000
+51711||64|0x00000080
+32768||40|0x00000080
+130560|-retry 2|ff|0x00000000
+130560|-lv 3|ff|0x00000100
+130560|-tp iorandom -lba 0xfe -sc 2 -retry 1|ff|0x000000fe)";
+    for (const Strings& c : Rows(table)) {
+        SCOPED_TRACE(c[0] + " " + c[1]);
+        Image("sdh", std::stoul(c[0]), "@256");
+        const Said said = RunProgram("hddtest", "-dev /dev/sdh" + (c[1].empty() ? "" : " " + c[1]));
+        EXPECT_EQ(said.error, "read error at block 0x000000" + c[2] + ": end of data");
+        EXPECT_EQ(said.status().substr(0, 20), "0x04,0x06," + c[3]);
+    }
+}
+
+TEST_F(TestProgramTest, AnInputOutputErrorOfABlockDeviceIsFoundAtItsAddress) {
+    // A loop device whose file is cut short behind its back fails to read what is missing. It goes
+    // back by itself when its last descriptor is closed, whatever becomes of this test.
+    const int control = open("/dev/loop-control", O_RDWR | O_CLOEXEC);
+    const std::string device = "/dev/loop" + std::to_string(ioctl(control, LOOP_CTL_GET_FREE));
+    const int loop = open(device.c_str(), O_RDONLY | O_DIRECT | O_CLOEXEC);
+    const int file = open(agent_.Path("data/sda").c_str(), O_RDWR | O_CLOEXEC);
+    loop_config settings = {};
+    settings.fd = static_cast<uint32_t>(file);
+    settings.info.lo_flags = LO_FLAGS_READ_ONLY | LO_FLAGS_AUTOCLEAR | LO_FLAGS_DIRECT_IO;
+    const bool ready = ioctl(loop, LOOP_CONFIGURE, &settings) == 0;
+    fs::resize_file(agent_.Path("data/sda"), 51200);
+    alignas(4096) char block[512];
+    const bool fails = ready && pread(loop, block, 512, 0) == 512 &&
+                       pread(loop, block, 512, 0xfff * 512) < 0 && errno == EIO;
+    const Said said = fails ? RunProgram("hddtest", "-dev " + device + " -retry 1") : Said();
+    for (const int fd : {control, file, loop}) close(fd);
+    if (!fails) GTEST_SKIP() << "no loop device that fails to read can be had here";
+    EXPECT_EQ(said.error, "read error at block 0x00000064: Input/output error");
+    EXPECT_EQ(said.status().substr(0, 20), "0x04,0x06,0x00000080");
+    EXPECT_EQ(said.records.at(1).body.substr(0, 23), "0x00001000,0x0200,0x01,");
+}
+
+constexpr uint64_t kPattern = 0x123456789abcdef1, kCount = 0x0101010101010101;
+
+// Stops a program and flips one bit of a word on each page of the memory that it tests: those that
+// hold the pattern, the pattern with a count or their own addresses. False when the program has
+// ended, or its memory is out of reach.
+bool FlipBit(pid_t pid, unsigned bit, bool* reached) {
+    kill(pid, SIGSTOP);
+    siginfo_t info = {};
+    waitid(P_PID, static_cast<id_t>(pid), &info, WSTOPPED | WEXITED | WNOWAIT);
+    if (info.si_code != CLD_STOPPED) return false;
+    const std::string proc = "/proc/" + std::to_string(pid);
+    const int memory = open((proc + "/mem").c_str(), O_RDWR | O_CLOEXEC);
+    std::ifstream maps(proc + "/maps");
+    static size_t turn = 0;
+    for (std::string line; std::getline(maps, line);) {
+        unsigned long from = 0, to = 0;
+        if (sscanf(line.c_str(), "%lx-%lx rw", &from, &to) != 2) continue;
+        if (line.find_first_of("/[") < SIZE_MAX || to - from > (64U << 20)) continue;
+        for (uint64_t page = from; page < to; page += 4096) {
+            uint64_t words[512] = {};
+            if (pread(memory, words, 4096, static_cast<off_t>(page)) != 4096) break;
+            const auto constant = [&words](const auto& value) {
+                size_t i = 2;
+                while (i < 512 && value(i) == value(1)) ++i;
+                return i == 512;
+            };
+            const bool tested =
+                words[1] == kPattern || words[1] == ~kPattern
+                    ? constant([&](size_t i) { return words[i]; })
+                    : constant([&](size_t i) { return (words[i] ^ kPattern) - i * kCount; }) ||
+                          constant([&](size_t i) { return words[i] ^ (page + 8 * i); });
+            if (!tested) continue;
+            const size_t i = turn++ * 37 % 512;  // seldom the same word again
+            words[i] ^= uint64_t{1} << bit;
+            EXPECT_EQ(pwrite(memory, &words[i], 8, static_cast<off_t>(page + 8 * i)), 8);
+        }
+    }
+    *reached = memory >= 0;
+    close(memory);
+    kill(pid, SIGCONT);
+    return *reached;
+}
+
+TEST_F(TestProgramTest, AnyBitThatChangesInMemoryIsFound) {
+    const std::pair<std::string, std::string> cases[] = {{"memtest", "-size 64KB -tp BMOVE -data "},
+                                                         {"memtest", "-size 64KB -tp IMOVE -data "},
+                                                         {"memtest", "-size 64KB -tp WHOLE -data "},
+                                                         {"cputest", "-tp cache -dev "}};
+    // BMOVE compares both halves; which of them shows the bit depends on the moment.
+    std::set<bool> upper;
+    for (unsigned turn = 0; turn < (upper.size() < 2 ? 640 : 64); ++turn) {
+        const auto& [program, words] = cases[turn % 4];
+        const unsigned bit = turn % 64;
+        SCOPED_TRACE(words + ", bit " + std::to_string(bit));
+        const auto process = StartProgram(program, words + Hex(kPattern, 16) + " /runtime 600");
+        bool reached = true;
+        ASSERT_GT(process->pid(), 1);
+        ASSERT_TRUE(Eventually([&] { return !FlipBit(process->pid(), bit, &reached); }));
+        if (!reached) GTEST_SKIP() << "the memory of another process cannot be changed here";
+        const Said said = Listen(*process);
+        std::smatch m;
+        const std::regex form(".*?(0x[0-9a-f]+)?: expected 0x([0-9a-f]+) got 0x([0-9a-f]+)");
+        ASSERT_TRUE(std::regex_match(said.error, m, form)) << said.status();
+        EXPECT_EQ(std::stoull(m[2], nullptr, 16) ^ std::stoull(m[3], nullptr, 16), 1ULL << bit);
+        if (turn % 4 == 0) upper.insert(std::stoul(m[1], nullptr, 16) >= 32 << 10);
+    }
+    EXPECT_EQ(upper.size(), 2U);
+}
+
+TEST_F(TestProgramTest, APassTellsEveryResultOfEveryKind) {
+    const std::string unread = "read error at block 0x00000820: Input/output error";
+    const struct {
+        std::string address, step, cpu_words, memory_words, disk_words;
+        std::string word, memory, disk, cpu;  // the word and the errors of the history
+        std::string verdict, result, next;
+    } cases[] = {
+        {"0x1", "0x1", "", "", "", "OK     ", "", "", "", "End", "OK ( PASS:  1 )", "801"},
+        {"0x800", "1", "", "", "", "OK     ", "", "", "", "End", "COMPLETED ( PASS:  1 )", "000"},
+        {"0x800", "0x40", "\nerror=ON", "\nerror=ON", "\nerror=ON", "ERROR  ", kBits, unread,
+         kAnswer, "Error End", "NG ( PASS:  0 )", "840"},
+        {"0x123", "0x40", "\nlv=-3", "\ntp=none", "", "OK     ",
+         "option \"-tp\" with an unknown test \"none\"",
+         "cannot open /none: No such file or directory", "option \"-lv\" with a wrong value \"-3\"",
+         "Skipped", "SKIP ( PASS:  0 )", "123"},
+    };
+    EventPipe pipe(agent_);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.result);
+        Forget();
+        if (c.verdict == "Skipped") images_ = "/dev/sda=/none:";
+        PlanPass(c.address, "\nsc=" + c.step, c.cpu_words, c.memory_words, c.disk_words);
+        PassTest::Pass(WithImages());
+        const auto line = [&](const std::string& what, const std::string& error) {
+            return c.word + " " + what + " [#s]" + (error.empty() ? "\n" : " " + error + "\n");
+        };
+        EXPECT_EQ(Masked(Join(agent_.History())), line("memtest Memory", c.memory) +
+                                                      line("hddtest /dev/sda", c.disk) +
+                                                      line("cputest CPU", c.cpu));
+        PassTest::ExpectSteps({"[wait_for_testdata] Memory Patrol " + c.verdict,
+                               "[wait_for_testdata] HDD Patrol " + c.verdict,
+                               "[wait_for_testdata] CPU Patrol " + c.verdict});
+        EXPECT_EQ(agent_.Key("HDD_SCHEDULE 0", "address"), "0x0000000000000" + c.next);
+        EXPECT_TRUE(InOrder(agent_.Log(),
+                            {"L1000 [[[[ PATROL DIAGNOSIS RESULT ]]]]", "PROGRAM : memtest",
+                             "PROGRAM : hddtest", "RESULT  : " + c.result, "PROGRAM : cputest"}));
+        const bool failed = c.verdict == "Error End";
+        const std::string reports = Report("pt_mem", "Partition;3", kBits) +
+                                    Report("pt_hdd.sda", "HDD;/SCSI/dev/sda", unread) +
+                                    Report("pt_cpu", "Partition;3", kAnswer);
+        EXPECT_EQ(Masked(agent_.Read("data/calls")), failed ? reports : "");
+        EXPECT_EQ(Join(pipe.Lines()), failed ? "E0809:memtest of mem ended with NG\n"
+                                               "E0809:hddtest of /dev/sda ended with NG\n"
+                                               "E0809:cputest of CPU ended with NG\n"
+                                             : "");
+        EXPECT_EQ(Masked(agent_.Read("log/pat_sys.log")),
+                  failed ? "I0807: cputest of CPU failed\n" + std::string(kAnswer) +
+                               "\nE0809:ZQWNkvx cputest of CPU ended with NG\n"
+                         : "");
+    }
+}
+
+TEST_F(TestProgramTest, AnInterruptedTestIsCancelledAndItsDiskGoesOnThere) {
+    PlanPause();
+    Process& process = PassTest::Begin(WithImages());
+    AwaitTests(SIGINT);
+    EXPECT_EQ(process.Wait().status, 0);
+    ExpectHistory({"CANCEL  memtest Memory [#s]", "CANCEL  hddtest /dev/sda [#s]",
+                   "CANCEL  cputest CPU [1s]"});
+    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 0", "address"), "0x0000000000000140");
+    EXPECT_TRUE(
+        InOrder(agent_.Log(), {"RESULT  : CANCEL ( PASS:  0 )", "I0399:<<memtest Canceled>>",
+                               "I0399:<<hddtest Canceled>>", "I0399:<<cputest Canceled>>"}));
+    EXPECT_FALSE(agent_.Exists("data/calls"));
+}
+
+TEST_F(TestProgramTest, ATestThatRunsOverItsTimeIsStoppedAndItsDiskGoesPastThePlace) {
+    // The pipe ends while the test goes on; only then the controller looks at its time.
+    PlanPause();
+    for (const std::string name : kPrograms) {
+        const std::string file = "$KVX_data/" + name + ".out";
+        agent_.Script(name, "( " + std::string(kClosePipe) + "exec \"" TESTPROG_DIR "/" + name +
+                                "\" \"$@\" >" + file + " ) &\ntrap 'kill -INT $!' INT\n" +
+                                "until [ -s " + file + " ]; do sleep 0.05; done\nsleep 2.1\n" +
+                                kClosePipe + "wait; wait");
+        agent_.SetKey("TEST_SCHEDULE", name.substr(0, 3) + "_timeout", "1");
+    }
+    PassTest::Pass(WithImages());
+    ExpectHistory({"TIMEOUT memtest Memory [#s]", "TIMEOUT hddtest /dev/sda [#s]",
+                   "TIMEOUT cputest CPU [1s]"});
+    EXPECT_EQ(PassTest::Count("[wait_for_testdata] Time Out Error [Diagnosis End] "
+                              "Threshold Time= 1 Sec"),
+              3U);
+    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 0", "address"), "0x00000040");
+    EXPECT_FALSE(agent_.Exists("data/calls"));
+    for (const std::string name : kPrograms) {
+        const auto told = [&] { return agent_.Read("data/" + name + ".out"); };
+        EXPECT_TRUE(Eventually([&] { return told().find(" Canceled>>\n====") < SIZE_MAX; }));
+        EXPECT_EQ(ParseRecords(told()).back().type, "0x02");
+    }
+}
+
+TEST_F(TestProgramTest, OnRequestAFailureOfEachKindIsTold) {
+    Plan(2, "ON", "ON", {"ON"}, "600");
+    agent_.Write(kParameters,
+                 "[CPUDIAG_PARAM_LEVEL2]\nwaitusec=1\nerror=ON\n[MEMDIAG_PARAM_LEVEL2]\n"
+                 "size=64KB\nerror=ON\n[HDDDIAG_PARAM_LEVEL2]\nwide=1\nerror=ON\n");
+    Diagnose(WithImages());
+    const std::string unread = "read error at block 0x00000000: Input/output error";
+    EXPECT_EQ(Masked(Join(History())), std::string("ERROR   cputest CPU [#s] pass=#  ") + kAnswer +
+                                           "\nERROR   memtest Memory [#s] pass=#  " + kBits +
+                                           "\nERROR   hddtest /dev/sda [#s] pass=#  " + unread +
+                                           "\n");
+    EXPECT_EQ(Masked(agent_.Read("data/calls")),
+              Report("pd_cpu", "Partition;3", kAnswer) + Report("pd_mem", "Partition;3", kBits) +
+                  Report("pd_hdd.sda", "HDD;/SCSI/dev/sda", unread));
+}
+
+TEST_F(TestProgramTest, OnRequestADiskIsReadToItsEndInSeveralRuns) {
+    const auto expect_next = [this](const std::string& next) {
+        EXPECT_EQ(agent_.Key("HDD_MAX_LBA", "/dev/sda", kProgress), "0x0000000000001000");
+        EXPECT_EQ(agent_.Key("HDD_NEXT_LBA", "/dev/sda", kProgress), "0x0000000000000" + next);
+        EXPECT_EQ(agent_.Key("HDD_SCHEDULE 0", "address", kPadiagSchedule),
+                  "0x0000000000000" + next);
+    };
+    agent_.Write(kProgress, "[HDD_MAX_LBA]\n/dev/sdb=0x7\n");
+    agent_.Write(kParameters,
+                 "[CPUDIAG_PARAM_LEVEL3]\nwaitusec=600000000\n[MEMDIAG_PARAM_LEVEL3]\n"
+                 "waitsec=600\nsize=64KB\n[HDDDIAG_PARAM_LEVEL3]\ntp=sector -waitsec 600\n");
+    // An interruption of the controller is handed on to every test.
+    Plan(3, "ON", "ON", {"ON"}, "600");
+    Process& process = Begin(WithImages());
+    AwaitTests(0);
+    EXPECT_TRUE(Eventually([&] { return Count("[PadiagWaitCpuTest] ProcessIdCpu") == 1; }));
+    process.Signal(SIGINT);
+    EXPECT_EQ(process.Wait().status, 0);
+    expect_next("080");
+    // The next run is over by its time, and the last has no pauses.
+    agent_.SetKey("TEST_SCHEDULE", "time", "1", kPadiagSchedule);
+    Diagnose(WithImages());
+    expect_next("100");
+    agent_.SetKey("CPU_SCHEDULE", "cpu", "OFF", kPadiagSchedule);
+    agent_.SetKey("MEM_SCHEDULE", "mem", "OFF", kPadiagSchedule);
+    agent_.SetKey("TEST_SCHEDULE", "time", "600", kPadiagSchedule);
+    agent_.Remove(kParameters);
+    Diagnose(WithImages());
+    EXPECT_EQ(agent_.Key("HDD_NEXT_LBA", "/dev/sda", kProgress), "0x0000000000001000");
+    EXPECT_EQ(agent_.Key("HDD_MAX_LBA", "/dev/sdb", kProgress), "0x7");
+    EXPECT_EQ(agent_.Read(kProgressCopy), agent_.Read(kProgress));
+    EXPECT_EQ(Masked(Join(History())),
+              "CANCEL  cputest CPU [#s] pass=#\nCANCEL  memtest Memory [#s] pass=#\n"
+              "CANCEL  hddtest /dev/sda [#s] 0[%] -> 3[%](pass=#)\n"
+              "OK      cputest CPU [#s] pass=#\nOK      memtest Memory [#s] pass=#\n"
+              "OK      hddtest /dev/sda [#s] 3[%] -> 6[%](pass=#)\n"
+              "OK      hddtest /dev/sda [#s] 6[%] -> 100[%](pass=#)\n");
+}
+
+}  // namespace
+}  // namespace patrol_test
