@@ -161,7 +161,7 @@ Outcome TestDisk(const Options& options, testprog::Run& run) {
     }
     if (options.common.device.empty()) return {EndCode::kSkip, "option \"-dev\" is missing"};
     Disk disk;
-    const Outcome opened = disk.Open(options.common.device);
+    Outcome opened = disk.Open(options.common.device);
     if (opened.code != EndCode::kOk) return opened;
     run.writer().SendDiskInfo(disk.Info(options.ide));
 
