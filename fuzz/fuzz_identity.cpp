@@ -1,0 +1,38 @@
+// "common.ini" and the machine's identity: what an event to the system log is made of.
+
+#include "report/system_event.h"
+#include "report/system_event_settings.h"
+#include "support.h"
+
+using namespace patrol_fuzz;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    FuzzedDataProvider input(data, size);
+    Agent& agent = Agent::Fresh();
+    EventRecord record;
+    record.pass = input.ConsumeIntegral<int32_t>();
+    record.level = input.ConsumeIntegralInRange(1, 3);
+    record.end_lba = input.ConsumeIntegral<uint64_t>();
+    const int result = input.ConsumeIntegralInRange(0, 9);
+    agent.Write("config/common.ini", input.ConsumeRandomLengthString());
+    agent.Write("data/devconf_cur.xml", input.ConsumeRandomLengthString());
+    const std::string component = Word(&input);
+    record.errmsg.Assign(input.ConsumeRemainingBytesAsString());
+
+    Check(check_config_file() == 0 && get_serial_model() == 0, "files that are there can be read");
+    for (const Text<100>* text : {&machine_identity.serial_number, &machine_identity.model}) {
+        Check(text->size() != 1, "a value has two characters or more", text->c_str());
+    }
+    const bool known = result == 2 || result == 3 || result == 5 || result == 8;
+    const bool sent = known && event_settings.enable != 0;
+    for (const Kind& kind : kKinds) {
+        for (const char* name : {StartEventName(kind.code), EndEventName(kind.code)}) {
+            agent.system_log.clear();
+            padiag_sdb_event(name, result, component.c_str(), record);
+            const bool begins = agent.system_log.rfind("SDB::ZQWNkvx:10", 0) == 0;
+            Check(begins == sent && agent.system_log.empty() != sent,
+                  "a known result is sent where sending is on", agent.system_log);
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,48 @@
+// The output file of an on-request test: what is entered and announced.
+
+#include <algorithm>
+
+#include "base/file.h"
+#include "base/padiag_test.h"
+#include "control/padiag_output.h"
+#include "support.h"
+
+using namespace patrol_fuzz;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    FuzzedDataProvider input(data, size);
+    const Agent& agent = Agent::Fresh();
+    const Kind& kind = kKinds[input.ConsumeIntegralInRange(0, 2)];
+    const std::string device = kind.code == kKindHdd ? "/dev/sdb" : kind.name;
+    padiag_level = input.ConsumeIntegralInRange(1, 3);
+    agent.Write("config/common.ini", "[sdb]\nenable=1\n");
+    agent.Write("data/pat_sche2.txt", "[HDD_SCHEDULE 1]\naddress=0x2\n");
+    agent.Write("data/lba_outfile.ini", input.ConsumeRandomLengthString());
+    const auto much = input.ConsumeIntegralInRange<size_t>(0, 9000);
+    std::string bytes = input.ConsumeRemainingBytesAsString();
+    const size_t tab = bytes.find('\t');
+    if (tab != std::string::npos) bytes.replace(tab, 1, much, 'x');
+    agent.Write("data/out", bytes);
+    AllocateDiskTable(1);
+    hdd_exec_use = 1;
+    PadiagTest* test = FindPadiagTest(kind.code, 0);
+    test->event_check = 1;
+    test->phypath.Assign("/place");
+
+    const Stream file = OpenForReading(agent.Path("data/out").c_str());
+    ReadPadiagOutput({"Fuzz", kind.code, kind.name, device.c_str(), 1, 0}, file.get());
+
+    const std::string history = agent.Read("log/pastat.txt"), sent = agent.system_log;
+    Check(std::count(sent.begin(), sent.end(), '\n') <=
+              std::count(history.begin(), history.end(), '\n'),
+          "what is announced is entered", sent);
+    Check(test->event_check == (sent.empty() ? 1 : 0), "a test told its end or did not");
+    for (size_t at = 0; at < history.size();) {
+        const size_t end = history.find('\n', at);
+        Check(end != std::string::npos && end - at < 250, "a history line is whole",
+              history.substr(at, end - at));
+        at = end + 1;
+    }
+    FreeDiskTable();
+    return 0;
+}

@@ -1,0 +1,124 @@
+// The record stream of a test program, through the wait for its end.
+
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "base/file.h"
+#include "base/signals.h"
+#include "control/pipe_data.h"
+#include "control/test_wait.h"
+#include "report/records.h"
+#include "support.h"
+#include "sys/file_control.h"
+#include "sys/pipe_reader.h"
+
+using namespace patrol_fuzz;
+
+// libFuzzer's own time limit needs the one alarm there is.
+extern "C" unsigned alarm(unsigned) { return 0; }
+
+namespace {
+
+constexpr char kBefore[] = "[HDD_SCHEDULE 0]\naddress=0x1\n[HDD_SCHEDULE 1]\nhdd_exe=ON\naddress=";
+constexpr char kAfter[] = "\n[TEST_SCHEDULE]\nhdd_all_num=2\n";
+
+// A pipe that hands over each piece as it was sent, so that the reads are those of the input. Its
+// writer has gone.
+Descriptor FilledPipe(FuzzedDataProvider* input, std::string bytes) {
+    int ends[2];
+    Check(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0, "a pipe can be made");
+    const Descriptor writer(ends[1]);
+    for (int pieces = 0; !bytes.empty(); ++pieces) {
+        const size_t most = std::min<size_t>(bytes.size(), 16384);
+        const size_t piece = pieces < 64 ? input->ConsumeIntegralInRange<size_t>(1, most) : most;
+        Check(send(writer.get(), bytes.data(), piece, MSG_DONTWAIT) > 0, "the pipe has room");
+        bytes.erase(0, piece);
+    }
+    return Descriptor(ends[0]);
+}
+
+// The agent's answer comes through the same reader, in lines of at most 63 characters.
+void CheckLines(FuzzedDataProvider* input, const std::string& bytes) {
+    const Descriptor pipe = FilledPipe(input, bytes);
+    PipeReader reader(pipe.get());
+    std::string lines;
+    char line[64];
+    while (reader.ReadLine(line, sizeof line)) lines += line;
+    Check(bytes.find('\0') != std::string::npos || lines == bytes, "lines join to what was sent");
+}
+
+// A stream that was saved to a file is searched for its records.
+void CheckSaved(const Agent& agent, const std::string& bytes) {
+    agent.Write("data/pat_temp.txt", bytes);
+    ptl_file_cntl(1, kFileTmp, "r");
+    long offset = 0;
+    for (long before = 0; check_pipedata(&offset) > 0; before = offset) {
+        Check(offset > before, "the search goes on behind a record");
+    }
+    ptl_file_cntl(0, 0xff, nullptr);
+}
+
+// A child that has ended and waits to be collected.
+void EndedChild() {
+    const pid_t child = vfork();
+    if (child == 0) _exit(0);
+    NoteNewChild(child);
+    siginfo_t ended;
+    // libFuzzer's alarm may ring in between.
+    while (waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT) != 0) {
+        Check(errno == EINTR, "a child can be made and waited for");
+    }
+}
+
+void CheckSchedule(const std::string& schedule) {
+    const std::string before = kBefore;
+    const size_t end =
+        std::min(schedule.find_first_not_of("0123456789abcdefx", before.size()), schedule.size());
+    Check(schedule.substr(0, before.size()) == before && schedule.substr(end) == kAfter &&
+              end - before.size() <= 18,
+          "nothing but the disk's address changes", schedule);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    FuzzedDataProvider input(data, size);
+    Agent& agent = Agent::Fresh();
+    const Kind& kind = kKinds[input.ConsumeIntegralInRange(0, 2)];
+    const std::string device = kind.code == kKindHdd ? "/dev/sdb" : kind.name;
+    const uint32_t mask = input.ConsumeBool() ? 0xff : kTypeLog | kTypeStatus | kTypeProcess;
+    const int mode = input.ConsumeBool() ? kRunPatrol : kRunPadiag;
+    const int timeout = input.ConsumeIntegralInRange(0, 5);
+    agent.now += input.ConsumeIntegralInRange(-10, 10);
+    padiag_level = input.ConsumeIntegralInRange(1, 3);
+    if (input.ConsumeBool()) EndedChild();
+    for (const char* name : {"data/pat_new_sche.txt", "data/pat_sche2.txt"}) {
+        agent.Write(name, kBefore + std::string("0x2") + kAfter);
+    }
+    AllocateDiskTable(1);
+    hdd_exec_use = 1;
+    const std::string bytes = input.ConsumeRandomLengthString();
+    const Descriptor pipe = FilledPipe(&input, bytes);
+    const int result = wait_for_testdata({kind.code, timeout, device.c_str(), mask, 1, 7,
+                                          pipe.get(), 0, input.ConsumeIntegralInRange(0, 1), mode});
+    CheckLines(&input, bytes);
+    while (waitpid(-1, nullptr, WNOHANG) > 0) continue;
+
+    Check(result == 0 || result == -1, "a wait succeeds or fails");
+    CheckSchedule(agent.Read("data/pat_new_sche.txt"));
+    CheckSchedule(agent.Read("data/pat_sche2.txt"));
+    const std::string entered = agent.Read("log/patstat0.txt") + agent.Read("log/pastat.txt");
+    Check(entered.size() < 300 && std::count(entered.begin(), entered.end(), '\n') <= 1,
+          "a test has one line in the histories", entered);
+    FlushLogBuffers();
+    for (const char* name : {"log/pat_trc0.log", "log/pat_sys.log"}) {
+        Check(agent.Read(name).size() < 4 * bytes.size() + 8192, "a log grows with the stream");
+    }
+    CheckSaved(agent, bytes);
+    FreeDiskTable();
+    return 0;
+}

@@ -1,0 +1,78 @@
+// A damaged Schedule file: the runs that read and rewrite it.
+
+#include "control/next_test.h"
+#include "control/padiag_commands.h"
+#include "control/test_commands.h"
+#include "schedule/sched_main.h"
+#include "schedule/update.h"
+#include "support.h"
+
+using namespace patrol_fuzz;
+
+namespace {
+
+// The configuration of three disks, /dev/sda with serial number SN-a and so on.
+std::string ThreeDisks() {
+    std::string configuration;
+    for (int i = 0; i < 3; ++i) {
+        const auto letter = static_cast<char>('a' + i);
+        configuration += std::string("<dev phypath=\"/S /dev/sd") + letter +
+                         "\">\n<attr \"type\">HDD</attr>\n<attr \"S/N\">SN-" + letter +
+                         "</attr>\n<attr \"vendor\">MAKER</attr>\n<attr \"model\">MODEL</attr>\n"
+                         "<attr \"status\">ok</attr>\n</dev>\n";
+    }
+    return configuration;
+}
+
+void Rebuild(uint8_t mode) {
+    entry_cmd = mode;
+    Check(sched_main() == 0, "a damaged Schedule can be brought up to date");
+}
+
+// What a pass does apart from the tests. Their programs cannot be started here.
+void Pass() {
+    for (int (*launch)() : {CpuTestExec, MemTestExec, HddTestExec, PadiagCpuTestExec,
+                            PadiagMemTestExec, PadiagHddTestExec}) {
+        Check(launch() <= 0, "no test is started");
+    }
+    FreeDiskTable();
+    NextTestSchedule();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    FuzzedDataProvider input(data, size);
+    const Agent& agent = Agent::Fresh();
+    agent.Write("data/devconf_new.xml", ThreeDisks());
+    const std::string schedule = input.ConsumeRandomLengthString();
+    for (const char* name : {"data/pat_new_sche.txt", "data/pat_sche2.txt"}) {
+        agent.Write(name, schedule);
+    }
+    agent.Write("data/pat_new_para.ini", input.ConsumeRandomLengthString());
+    // More would only take longer.
+    if (GetPrivateProfileInt("TEST_SCHEDULE", "hdd_all_num", 0, sche_path.c_str()) > 100) return 0;
+
+    for (int steps = 0; steps < 4 && input.remaining_bytes() > 0; ++steps) {
+        const std::string before = agent.Read("data/pat_new_sche.txt");
+        switch (input.ConsumeIntegralInRange(0, 3)) {
+            case 0:
+                Pass();
+                break;
+            case 1:
+                Rebuild(kModeReload);
+                Check(CheckWholeSchedule(sche_path2.c_str()) == 3, "all disks are in the file");
+                break;
+            default:
+                Rebuild(input.ConsumeBool() ? kModeConfigChange : kModeAgentStart);
+                Check(CheckWholeSchedule(sche_path.c_str()) == 3, "all disks are in the file");
+        }
+        for (const char* name : {"data/pat_new_sche.txt.new", "data/pat_new_sche.txt.old.new"}) {
+            Check(!agent.Exists(name), "no .new stays", name);
+        }
+        const std::string after = agent.Read("data/pat_new_sche.txt");
+        Check(after == before || agent.Exists("data/pat_new_sche.txt.old"),
+              "a changed Schedule leaves the one before");
+    }
+    return 0;
+}
