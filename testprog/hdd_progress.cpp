@@ -106,7 +106,7 @@ bool WriteLines(const std::string& path, const Lines& lines, mode_t mode) {
 bool Lock(int fd, const std::function<bool()>& stop) {
     for (int left = 20; lockf(fd, F_TLOCK, 0) != 0; --left) {
         if ((errno != EAGAIN && errno != EACCES) || left == 0) return false;
-        if (stop()) left = std::min(left, 2);
+        if (stop()) left = std::min(left, 1);
         std::this_thread::sleep_for(kLockPause);
     }
     return true;

@@ -174,7 +174,17 @@ void Run::Note(std::string_view text) {
 
 int Run::Finish(Outcome outcome) {
     if (outcome.code == EndCode::kOk && cancelled_) outcome.code = EndCode::kCancel;
+    if (outcome.code == EndCode::kOk && unheard_) {
+        outcome = {EndCode::kAbort, "a record could not be written"};
+    }
     SendProgress();
+    // From here on only a reader that does not read can hold the program up; SIGTERM ends that.
+    sigset_t terminate;
+    sigemptyset(&terminate);
+    sigaddset(&terminate, SIGTERM);
+    const timespec no_time{};
+    sigtimedwait(&terminate, nullptr, &no_time);  // one that came before has had its effect
+    sigprocmask(SIG_UNBLOCK, &terminate, nullptr);
     const Result result{
         common_.patrol,    program_,     title_,  common_.device, static_cast<long>(common_.level),
         ExtentOf(common_), outcome.code, passes_, outcome.error};
@@ -189,13 +199,6 @@ int Run::Finish(Outcome outcome) {
     }
     AppendLog(Format("end: code %d, passes %ld %s", static_cast<int>(outcome.code), passes_,
                      outcome.error.c_str()));
-    // From here on only a reader that does not read can hold the program up; SIGTERM ends that.
-    sigset_t terminate;
-    sigemptyset(&terminate);
-    sigaddset(&terminate, SIGTERM);
-    const timespec no_time{};
-    sigtimedwait(&terminate, nullptr, &no_time);  // one that came before has had its effect
-    sigprocmask(SIG_UNBLOCK, &terminate, nullptr);
     const bool heard = writer_.Status(outcome.code, flags, next_address_, ResultBlock(result));
     return heard ? ExitStatus(outcome.code) : kExitUnheard;
 }
