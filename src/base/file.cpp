@@ -39,6 +39,10 @@ Stream OpenForAppending(const char* path) { return OpenWith(path, kWriteFlags | 
 
 Stream OpenForWriting(const char* path) { return OpenWith(path, kWriteFlags | O_TRUNC, "w"); }
 
+bool FileExists(const char* path) {
+    return access(path, F_OK) == 0 || errno == EIO || errno == ENOMEM;
+}
+
 void Descriptor::Reset(int fd) {
     if (fd_ >= 0) close(fd_);
     fd_ = fd;

@@ -22,6 +22,10 @@ Stream OpenForReading(const char* path);
 Stream OpenForAppending(const char* path);
 Stream OpenForWriting(const char* path);
 
+// Whether something stands at `path`. Where the system fails to tell, something does: what cannot
+// be looked at now is not to be made anew.
+bool FileExists(const char* path);
+
 // A descriptor that is closed when its holder goes. -1 is none.
 class Descriptor {
  public:

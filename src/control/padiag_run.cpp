@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "base/file.h"
 #include "base/paths.h"
 #include "base/settings.h"
 #include "control/padiag_commands.h"
@@ -28,7 +29,7 @@ int PadiagCntlMain() { return RunDiagnosis(__func__, "Padiag", PadiagSchedCntl);
 
 int PadiagSchedCntl() {
     Ptltrprintf("[%s] Start.\n", __func__);
-    if (access(sche_path2.c_str(), F_OK) != 0) {
+    if (!FileExists(sche_path2.c_str())) {
         return RemakeSchedule(__func__, PadiagCreateSchedule, "Remake");
     }
     {

@@ -1,7 +1,6 @@
 #include "control/patrol_run.h"
 
-#include <unistd.h>
-
+#include "base/file.h"
 #include "base/paths.h"
 #include "control/next_test.h"
 #include "control/run_steps.h"
@@ -16,7 +15,7 @@ int cntl_main() { return RunDiagnosis(__func__, "Patrol", sched_cntl); }
 
 int sched_cntl() {
     Ptltrprintf("[%s] Start.\n", __func__);
-    if (access(sche_path.c_str(), F_OK) != 0) {
+    if (!FileExists(sche_path.c_str())) {
         return RemakeSchedule(__func__, CreateSchedule, "Remark");
     }
     const int cpu = CpuTestExec();

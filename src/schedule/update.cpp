@@ -1,10 +1,9 @@
 #include "schedule/update.h"
 
-#include <unistd.h>
-
 #include <cstring>
 #include <string>
 
+#include "base/file.h"
 #include "base/number.h"
 #include "base/paths.h"
 #include "base/run_mode.h"
@@ -36,7 +35,7 @@ void WriteFlags(ProfileWriter* schedule, const std::string& section, const char*
 
 // Whether the patrol Schedule file is there; traced under `caller` when it is not.
 bool ScheduleExists(const char* caller) {
-    if (access(sche_path.c_str(), F_OK) == 0) return true;
+    if (FileExists(sche_path.c_str())) return true;
     Ptltrprintf("[%s] Not Found %s.\n", caller, sche_path.c_str());
     Ptltrprintf("[%s] end.( -1 )\n", caller);
     return false;
@@ -101,11 +100,10 @@ void PatrolUpdateSchedule() {
 int CompareSchedule() {
     Ptltrprintf("[%s] start.\n", __func__);
     if (!ScheduleExists(__func__)) return -1;
-    if (HddTblAlloc() != 0) {
+    if (HddTblAlloc() != 0 || !HddSaveData()) {
         Ptltrprintf("[%s] end.( -1 )\n", __func__);
         return -2;
     }
-    HddSaveData();
     // The addresses come back in a second step; until then they must not exist in memory alone.
     KeepProfileAsOld(sche_path.c_str());
     if (CreateSchedule() != 0 || HddCompareData() != 0) {
@@ -137,7 +135,7 @@ int HddTblAlloc() {
     return 0;
 }
 
-void HddSaveData() {
+bool HddSaveData() {
     Ptltrprintf("[%s] Start.\n", __func__);
     const ProfileReader schedule(sche_path.c_str());
     for (int i = 0; i < hdd_type_cnt; ++i) {
@@ -149,6 +147,7 @@ void HddSaveData() {
         schedule.Field(section.c_str(), "address", "0x00000000", &disk.address);
     }
     Ptltrprintf("[%s] End.\n", __func__);
+    return schedule.loaded();
 }
 
 int HddCompareData() {
@@ -168,7 +167,7 @@ int HddCompareData() {
             break;
         }
     }
-    const bool saved = schedule.Save();
+    const bool saved = built.loaded() && schedule.Save();
     FreeOldDisks();
     Ptltrprintf("[%s] End.\n", __func__);
     return saved ? 0 : -1;

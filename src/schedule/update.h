@@ -27,8 +27,8 @@ int CompareSchedule();
 
 // The steps of these.
 void PatrolUpdateSchedule();
-int HddTblAlloc();  // 0, or -1 (traced)
-void HddSaveData();
-int HddCompareData();  // 0, or -1 when the addresses could not be written
+int HddTblAlloc();     // 0, or -1 (traced)
+bool HddSaveData();    // false when the Schedule cannot be read
+int HddCompareData();  // 0, or -1 when the addresses could not be carried over
 
 }  // namespace patrol

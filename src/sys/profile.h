@@ -119,8 +119,8 @@ class ProfileWriter {
 
     void Write(const char* section, const char* key, const char* value);
 
-    // Puts the writes, if there are any, in place. False when that failed; the file is then as it
-    // was. A "<path>.old" that cannot be had does not keep the writes out.
+    // Puts the writes, if there are any, in place. False when that, or reading the file, failed; the
+    // file is then as it was. A "<path>.old" that cannot be had does not keep the writes out.
     bool Save();
 
  private:

@@ -71,7 +71,7 @@ void ProfileWriter::Write(const char* section, const char* key, const char* valu
 }
 
 bool ProfileWriter::Save() {
-    if (!pending_.has_value()) return true;
+    if (!pending_.has_value()) return loaded_;
     const std::string before = Join();
     Apply(*pending_);
     pending_.reset();
