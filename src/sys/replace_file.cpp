@@ -30,6 +30,8 @@ FileReplacement::FileReplacement(const char* path)
     : path_(path), temporary_(SideName(path, ".new")) {
     struct stat status = {};
     if (!Replaceable(path, &status)) return;
+    // A killed run may have left it, even as a second name of the file that is to be kept.
+    unlink(temporary_.c_str());
     stream_ = OpenForWriting(temporary_.c_str());
     created_ = stream_ != nullptr;
     if (created_ && status.st_nlink > 0) fchmod(fileno(stream_.get()), status.st_mode & 0777);

@@ -13,8 +13,8 @@ namespace patrol {
 // held and "<path>.new" is removed. Names are cut at 4095 characters.
 class FileReplacement {
  public:
-    // Creates "<path>.new". It fails, with errno set, for a `path` that exists and is no regular
-    // file. The new file gets the permissions of the old one.
+    // Creates "<path>.new" afresh. It fails, with errno set, for a `path` that exists and is no
+    // regular file. The new file gets the permissions of the old one.
     explicit FileReplacement(const char* path);
     ~FileReplacement();
     FileReplacement(const FileReplacement&) = delete;

@@ -253,6 +253,11 @@ TEST_P(KilledTest, LeavesAWholeScheduleToANextRunThatWorks) {
             const std::string text = scene.agent_.Read(kSchedule);
             EXPECT_TRUE(text == scene.old_ || text == new_) << text;
         }
+        if (strike.call.rfind("rename", 0) == 0) {
+            // What it left behind does no harm when the next run is killed, too.
+            scene.Run("reload", Strike{"write data/pat_new_sche.txt.old.new", 1, kKill});
+            EXPECT_EQ(Split(scene.agent_.Read(kSchedule)).size(), Split(new_).size());
+        }
         scene.Run(mode_ == "confchg" ? mode_ : "reload");
         EXPECT_EQ(scene.result_.status, 0);
         EXPECT_TRUE(Mix(scene.agent_.Read(kSchedule), wholes_)) << scene.agent_.Read(kSchedule);
