@@ -29,40 +29,21 @@ class PadiagFixture : public PassTest {
  protected:
     // A Schedule file with these due words; disks are /dev/sda, ..., and start at block 0.
     void Plan(int level, const std::string& cpu, const std::string& memory,
-              const std::vector<std::string>& disks, const std::string& time = "3600") const {
-        std::string text = "[CPU_SCHEDULE]\ncpu=" + cpu + "\n[MEM_SCHEDULE]\nmem=" + memory + "\n";
-        const std::vector<Disk> named = NumberedDisks(static_cast<int>(disks.size()));
-        for (size_t i = 0; i < disks.size(); ++i) {
-            text += "[HDD_SCHEDULE " + std::to_string(i) + "]\nhdd=" + disks[i] +
-                    "\naddress=0x0000000000000000\ndevice_name=" + named[i].device +
-                    "\nhdd_ide=0\n";
-        }
+              std::vector<std::string> disks, const std::string& time = "3600") const {
+        for (std::string& disk : disks) disk = "hdd=" + disk + "\naddress=0x0000000000000000";
         agent_.Write(kPadiagSchedule,
-                     text + "[TEST_SCHEDULE]\nhdd_all_num=" + std::to_string(disks.size()) +
-                         "\nlevel=" + std::to_string(level) + "\ntime=" + time + "\n");
+                     ScheduleText("cpu=" + cpu, "mem=" + memory, disks,
+                                  "level=" + std::to_string(level) + "\ntime=" + time));
     }
     void PlanMemory() const { Plan(1, "OFF", "ON", {}); }
 
-    Process& Begin(const Launch& launch = {}) {
-        process_ = agent_.Start({"pastart"}, launch);
-        return *process_;
-    }
+    Process& Begin(const Launch& launch = {}) { return BeginMode("pastart", kPadiagTrace, launch); }
     void Diagnose(const Launch& launch = {}, int status = 0) {
         const Result result = Begin(launch).Wait();
         EXPECT_EQ(result.status, status) << result.err;
         EXPECT_EQ(result.out, "") << "nothing may reach the caller";
     }
 
-    std::vector<std::string> Steps() const { return agent_.Trace(kPadiagTrace); }
-    bool Stepped(const std::string& line) const { return agent_.Traced(line, kPadiagTrace); }
-    void ExpectSteps(const std::vector<std::string>& expected) const {
-        EXPECT_TRUE(InOrder(Steps(), expected));
-    }
-    size_t Count(const std::string& start) const {
-        size_t count = 0;
-        for (const std::string& line : Steps()) count += line.rfind(start, 0) == 0 ? 1 : 0;
-        return count;
-    }
     // The pid that the waiting line of a kind ("Cpu", "Mem", "Hdd") names, in the form of the
     // cancel lines.
     std::string PidOf(const std::string& kind) const {

@@ -35,10 +35,6 @@ class PadiagTest : public PadiagFixture {
         Stub("memtest", output);
         Diagnose();
     }
-    void SignalAt(const std::string& step, int number) {
-        EXPECT_TRUE(Eventually([&] { return Count(step) > 0; })) << step;
-        process_->Signal(number);
-    }
     ino_t Inode(const std::string& relative) const {
         struct stat status = {};
         return stat(agent_.Path(relative).c_str(), &status) == 0 ? status.st_ino : 0;
@@ -389,44 +385,6 @@ TEST_F(PadiagTest, EveryFormOfOutputIsReadAsItStands) {
         EXPECT_FALSE(agent_.Exists("log/padiag_memtest_stdout"));
     }
     EXPECT_EQ(agent_.Read(kProgressCopy), "old") << "saved though no disk was tested";
-}
-
-TEST_F(PadiagTest, ForeignBytesInOutputAndFilesAreHarmless) {
-    const std::string zeros(600, '\0'), odd(5000, '\xff'), head = Head("0x02", "memtest");
-    const std::string outputs[] = {zeros,
-                                   odd,
-                                   "ONLPTL" + odd,
-                                   "ONLPTL" + zeros + "=====\n",
-                                   "ONLPTL,0xffffffff,-001",
-                                   Framed(head + "0x01,0x02") + "=====",
-                                   Framed(Head("0x03", "memtest") + "%n,Pass=" + odd)};
-    for (const std::string& output : outputs) {
-        Judge(output);
-        EXPECT_EQ(Last(History()).rfind("ABORT   memtest Memory [", 0), 0U);
-    }
-    for (const std::string& value : {std::string("-1"), std::string("99999999999999999999"), odd}) {
-        Plan(3, "OFF", "ON", {"ON"}, value);
-        agent_.SetKey("HDD_SCHEDULE 0", "address", value, kPadiagSchedule);
-        agent_.SetKey("HDD_SCHEDULE 0", "device_name", value, kPadiagSchedule);
-        agent_.Write(kProgress, "[HDD_MAX_LBA]\n" + value + "=" + value + "\n[HDD_NEXT_LBA]\n" +
-                                    value + "=" + value + "\n");
-        agent_.Write("data/devconf_cur.xml", "<dev phypath=\"" + value);
-        Stub("hddtest", Verdict(1, 3, "hddtest", "", "0xffffffff"));
-        Diagnose();
-        agent_.SetKey("TEST_SCHEDULE", "level", value, kPadiagSchedule);
-        Diagnose();
-    }
-}
-
-TEST_F(PadiagTest, ProgressBoundsTheSecondsByTheTimeLimit) {
-    Plan(2, "ON", "ON", {"ON"}, "50");
-    Stub("cputest", ProgressRecord(49, "cputest") + Verdict(1, 2, "cputest"));
-    Stub("memtest", ProgressRecord(7, "memtest") + ProgressRecord(51, "other") + Verdict(1, 2));
-    Stub("hddtest", ProgressRecord(1, "hddtest") + Verdict(1, 2, "hddtest"));
-    Diagnose();
-    EXPECT_EQ(History(),
-              (Strings{"OK      cputest CPU [49s] pass=1", "OK      memtest Memory [50s] pass=1",
-                       "OK      hddtest /dev/sda [1s] pass=1"}));
 }
 
 TEST_F(PadiagTest, ADiskKeepsItsPlaceInItsOwnSection) {

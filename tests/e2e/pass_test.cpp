@@ -344,15 +344,5 @@ TEST_F(PassTest, ChildrenGetTheSignalsOfTheControllerAndNoForeignDescriptor) {
     EXPECT_EQ(pipe.Lines(), std::vector<std::string>{"E3820:x"});
 }
 
-TEST_F(PassTest, NoPipeTakesAClosedStandardDescriptor) {
-    Plan("ON", "OFF", {"ON"});
-    Stub("cputest", StatusRecord(1));
-    Stub("hddtest", StatusRecord(1));
-    Launch launch;
-    launch.in_child = [] { close_range(0, 2, 0); };
-    Pass(launch);
-    ExpectHistory({"OK      hddtest /dev/sda [#s]", "OK      cputest CPU [1s]"});
-}
-
 }  // namespace
 }  // namespace patrol_test

@@ -103,25 +103,32 @@ inline ::testing::AssertionResult InOrder(const std::vector<std::string>& lines,
            << "missing or out of order: " << expected[found] << "\nin:" << text;
 }
 
+// A Schedule file of these keys. Disks are /dev/sda, ...
+inline std::string ScheduleText(
+    const std::string& cpu, const std::string& memory, const std::vector<std::string>& disks,
+    const std::string& test =
+        "hdd_timeout=45\nhdd_max=128\nhdd_next_gusu=0\nhdd_next_kisu=1\nhdd_start_kigu=1\n"
+        "cpu_timeout=45\nmem_timeout=45") {
+    std::string text = "[CPU_SCHEDULE]\n" + cpu + "\n[MEM_SCHEDULE]\n" + memory + "\n";
+    const std::vector<Disk> named = NumberedDisks(static_cast<int>(disks.size()));
+    for (size_t i = 0; i < disks.size(); ++i) {
+        text += "[HDD_SCHEDULE " + std::to_string(i) + "]\nserial_number=" + named[i].serial +
+                "\n" + disks[i] + "\ndevice_name=" + named[i].device + "\nhdd_ide=0\n";
+    }
+    return text + "[TEST_SCHEDULE]\nhdd_all_num=" + std::to_string(disks.size()) + "\n" + test +
+           "\n";
+}
+
 class PassTest : public AgentTest {
  protected:
     // A Schedule file with everything enabled and these due flags; disks are /dev/sda, ...
     void Plan(const std::string& cpu, const std::string& memory,
-              const std::vector<std::string>& disks) const {
-        std::string text = "[CPU_SCHEDULE]\ncpu_exe=ON\ncpu_next_go=" + cpu +
-                           "\n[MEM_SCHEDULE]\nmem_exe=ON\nmem_next_go=" + memory + "\n";
-        const std::vector<Disk> named = NumberedDisks(static_cast<int>(disks.size()));
-        for (size_t i = 0; i < disks.size(); ++i) {
-            text += "[HDD_SCHEDULE " + std::to_string(i) + "]\nserial_number=" + named[i].serial +
-                    "\nhdd_exe=ON\nhdd_next_go=" + disks[i] +
-                    "\naddress=0x0000000000000000\ndevice_name=" + named[i].device +
-                    "\nhdd_ide=0\n";
+              std::vector<std::string> disks) const {
+        for (std::string& disk : disks) {
+            disk = "hdd_exe=ON\nhdd_next_go=" + disk + "\naddress=0x0000000000000000";
         }
-        agent_.Write(kSchedule, text +
-                                    "[TEST_SCHEDULE]\nhdd_all_num=" + std::to_string(disks.size()) +
-                                    "\nhdd_timeout=45\nhdd_max=128\nhdd_next_gusu=0\n"
-                                    "hdd_next_kisu=1\nhdd_start_kigu=1\ncpu_timeout=45\n"
-                                    "mem_timeout=45\n");
+        agent_.Write(kSchedule, ScheduleText("cpu_exe=ON\ncpu_next_go=" + cpu,
+                                             "mem_exe=ON\nmem_next_go=" + memory, disks));
     }
 
     // A test program that sends `records` and then runs `after`; `before` runs first of all.
@@ -132,21 +139,23 @@ class PassTest : public AgentTest {
     }
 
     // Starts a pass; Pass also waits for its end and expects its exit status.
-    Process& Begin(const Launch& launch = {}) {
-        process_ = agent_.Start({"start"}, launch);
-        return *process_;
-    }
+    Process& Begin(const Launch& launch = {}) { return BeginMode("start", kTrace, launch); }
     void Pass(const Launch& launch = {}, int status = 0) {
         const Result result = Begin(launch).Wait();
         EXPECT_EQ(result.status, status) << result.err;
     }
+    Process& BeginMode(const char* mode, const char* trace, const Launch& launch) {
+        process_ = agent_.Start({mode}, launch);
+        trace_ = trace;
+        return *process_;
+    }
 
-    // The trace of the last pass itself without its children, over all generations of the file.
+    // The trace of the last run itself without its children, over all generations of the file.
     std::vector<std::string> Steps() const {
         std::vector<std::string> steps;
         const std::string pid = std::to_string(process_->pid());
         for (const char* generation : {".5", ".4", ".3", ".2", ".1", ".0", ""}) {
-            for (const std::string& line : agent_.Lines(std::string(kTrace) + generation)) {
+            for (const std::string& line : agent_.Lines(trace_ + generation)) {
                 std::string date, time, writer;
                 std::istringstream(line) >> date >> time >> writer;
                 if (writer == pid) steps.push_back(line.substr(line.find("):") + 2));
@@ -163,6 +172,11 @@ class PassTest : public AgentTest {
     bool Stepped(const std::string& line) const { return bool(InOrder(Steps(), {line})); }
     void ExpectSteps(const std::vector<std::string>& expected) const {
         EXPECT_TRUE(InOrder(Steps(), expected));
+    }
+    // Sends the signal once the run has made a step that begins so.
+    void SignalAt(const std::string& step, int number) const {
+        EXPECT_TRUE(Eventually([&] { return Count(step) > 0; })) << step;
+        process_->Signal(number);
     }
 
     // The history, with the time stamps off and "#" for the seconds of memory and disks.
@@ -183,6 +197,7 @@ class PassTest : public AgentTest {
     }
 
     std::unique_ptr<Process> process_;
+    std::string trace_;
 };
 
 }  // namespace patrol_test

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <regex>
 
 #include "agent_dir.h"
 
@@ -226,18 +227,14 @@ TEST_F(ScheduleTest, DueFlagsOfABuildAndOfAnUpdate) {
             SCOPED_TRACE(std::string(rule.cpu) + rule.memory + rule.due +
                          (update ? " update" : ""));
             if (update) {
-                const auto flip = [this](const std::string& section, const char* key) {
-                    agent_.SetKey(section, key, agent_.Key(section, key) == "ON" ? "OFF" : "ON");
-                };
-                flip("CPU_SCHEDULE", "cpu_next_go");
-                flip("MEM_SCHEDULE", "mem_next_go");
-                for (int n = 0; n < rule.disks; ++n) {
-                    flip("HDD_SCHEDULE " + std::to_string(n), "hdd_next_go");
-                    flip("HDD_SCHEDULE " + std::to_string(n), "hdd_exe");
+                std::string other = agent_.Read(kSchedule);
+                for (const auto& [flag, changed] : {Row<2>{"=ON\n", "=x\n"},
+                                                    {"=OFF\n", "=ON\n"},
+                                                    {"=x\n", "=OFF\n"},
+                                                    {"(gusu|kisu|kigu)=[0-9]+", "$1=55"}}) {
+                    other = std::regex_replace(other, std::regex(flag), changed);
                 }
-                for (const char* key : {"hdd_next_gusu", "hdd_next_kisu", "hdd_start_kigu"}) {
-                    agent_.SetKey("TEST_SCHEDULE", key, "55");
-                }
+                agent_.Write(kSchedule, other);
                 agent_.Write(kParameters, "[HDDDIAG_PARAM]\nmax=77\n");
                 EXPECT_EQ(agent_.Run({"reload"}).status, 0);
             }

@@ -4,6 +4,8 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "records.h"
 
 namespace patrol_test {
@@ -16,11 +18,6 @@ constexpr char kFailed[] = "[wait_for_testdata] read() failed. data_size= 0.";
 class SignalTest : public PassTest {
  protected:
     void SetUp() override { agent_.Write("data/hold", ""); }
-    // Sends the signal once the pass has made this step.
-    void SignalAt(const std::string& step, int number) {
-        EXPECT_TRUE(Eventually([&] { return Stepped(step); })) << step;
-        process_->Signal(number);
-    }
 };
 
 TEST_F(SignalTest, EachSignalEndsTheWaitUnderWayAndThePassGoesOn) {
@@ -128,19 +125,32 @@ TEST_F(SignalTest, AnInterruptionWaitsForThePartsCommand) {
                  kFailed, "[WaitCpuTest] Error End."});
 }
 
-TEST_F(SignalTest, ASignalEndsTheWaitForAReaderWhoDoesNotRead) {
-    EventPipe pipe(agent_);
-    const int full = open(agent_.Path("event_pipe").c_str(), O_WRONLY | O_NONBLOCK);
-    const std::string page(4096, 'x');
-    while (write(full, page.data(), page.size()) > 0) continue;
-    // Without a device configuration the reload has something to tell.
-    std::unique_ptr<Process> process = agent_.Start({"reload"});
-    EXPECT_TRUE(Eventually([&] { return agent_.Traced("[CreateSchedule] end.( -1 )"); }));
-    process->Signal(SIGINT);
-    EXPECT_EQ(process->Wait().status, 1);
-    EXPECT_EQ(Last(agent_.Trace()), "[sched_main] Error:Patrol Schedule Creation Error Ended.");
-    EXPECT_TRUE(agent_.Traced(kCleanUpInt));
-    close(full);
+TEST_F(SignalTest, AReaderWhoDoesNotReadHoldsNobodyUpBehindASignalOrHisLeave) {
+    for (const bool leaves : {false, true}) {
+        Forget();
+        for (const char* file : {"event_pipe", kSchedule}) agent_.Remove(file);
+        EventPipe pipe(agent_);
+        const std::string path = agent_.Path("event_pipe"), page(4096, 'x');
+        const int full = open(path.c_str(), O_WRONLY | O_NONBLOCK);
+        while (write(full, page.data(), page.size()) > 0) continue;
+        close(full);
+        // Without a device configuration the reload has something to tell.
+        Process& process = BeginMode("reload", kTrace, {});
+        const std::string fds = "/proc/" + std::to_string(process.pid()) + "/fd/";
+        const auto whole = std::filesystem::canonical(path);
+        EXPECT_TRUE(Eventually([&] {
+            std::error_code none;
+            int fd = Stepped("[CreateSchedule] end.( -1 )") ? 3 : 20;
+            while (fd < 20 &&
+                   std::filesystem::read_symlink(fds + std::to_string(fd), none) != whole)
+                ++fd;
+            return fd < 20;
+        }));
+        leaves ? pipe.Leave() : process.Signal(SIGINT);
+        EXPECT_EQ(process.Wait().status, 1);
+        EXPECT_EQ(Last(Steps()), "[sched_main] Error:Patrol Schedule Creation Error Ended.");
+        EXPECT_EQ(Stepped(kCleanUpInt), !leaves);
+    }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Time-outs, programs that outlive their records, and Schedule files that are damaged.
+// Time-outs, and programs that outlive their records.
 
 #include <signal.h>
 
@@ -108,44 +108,6 @@ TEST_F(PassTest, AGrandchildThatHoldsThePipeIsReadToItsEnd) {
     EXPECT_EQ(process.Wait().status, 0);
     EXPECT_TRUE(Stepped("[WaitCpuTest] Error End."));
     ExpectHistory({"OK      memtest Memory [#s]"});
-}
-
-TEST_F(PassTest, ADamagedScheduleFileDoesNoHarm) {
-    const std::string test = "[CPU_SCHEDULE]\ncpu_next_go=OFF\n[TEST_SCHEDULE]\n";
-    const std::string absurd = "99999999999999999999";
-    const std::pair<std::string, std::string> cases[] = {
-        {"empty", ""},
-        {"binary", std::string("\0\377[\1]=\r\n\0[TEST_SCHEDULE]\0hdd_all_num=9\n", 39)},
-        {"no line feed", test + "hdd_all_num=2"},
-        {"unclosed", "[TEST_SCHEDULE\n[CPU_SCHEDULE\ncpu_next_go=ON\n"},
-        {"long lines", test + std::string(5000, 'x') + "\nhdd_all_num=" + std::string(3000, '9')},
-        {"negative", test + "hdd_all_num=-7\nhdd_max=-7\nhdd_timeout=-" + absurd + "\n"},
-        {"absurd", test + "hdd_all_num=" + absurd + "\nhdd_max=" + absurd + "\ncpu_timeout=" +
-                       absurd + "\nhdd_start_kigu=" + absurd + "\nhdd_next_gusu=-" + absurd + "\n"},
-        {"absurd limit", test + "hdd_all_num=2147483647\nhdd_max=0\n"},
-    };
-    for (const auto& [what, text] : cases) {
-        SCOPED_TRACE(what);
-        agent_.Write(kSchedule, text);
-        Pass();
-        EXPECT_TRUE(Stepped("[NextTestSchedule] End."));
-        EXPECT_EQ(Count("[test_exec]"), 0U);
-    }
-    agent_.Remove(kSchedule);
-    agent_.MakeDir(kSchedule);
-    Pass();
-    EXPECT_TRUE(agent_.Exists(kSchedule));
-}
-
-TEST_F(PassTest, AbsurdDiskNamesAndTimeOutsDoNoHarm) {
-    Plan("OFF", "OFF", {"ON"});
-    agent_.SetKey("HDD_SCHEDULE 0", "device_name", "%n%s" + std::string(1500, '/'));
-    agent_.SetKey("HDD_SCHEDULE 0", "address", "99999999999999999999999999");
-    agent_.SetKey("TEST_SCHEDULE", "hdd_timeout", "2147483647");
-    Stub("hddtest", StatusRecord(1));
-    Pass();
-    ASSERT_EQ(agent_.History().size(), 1U);
-    EXPECT_EQ(agent_.History()[0].rfind("OK      hddtest %n%s////", 0), 0U);
 }
 
 }  // namespace

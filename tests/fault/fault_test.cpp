@@ -28,12 +28,6 @@ constexpr char kNobodyFollows[] = "no process can be followed from call to call 
 const char* const kInputs[] = {kDevices, kPadiagSettings, kSettings, "data/pat_new_para.ini",
                                "data/pat_msge.txt"};
 
-#ifdef __SANITIZE_ADDRESS__
-constexpr bool kSanitized = true;  // a sanitizer's own memory is not to be refused
-#else
-constexpr bool kSanitized = false;
-#endif
-
 // Whether every call is to fail in every way, which takes many minutes.
 bool All() { return getenv("PATROL_FAULT_ALL") != nullptr; }
 
@@ -279,6 +273,7 @@ TEST_P(FailedCallTest, EndsTheRunInOrderAndKeepsTheFiles) {
     std::vector<Strike> all;
     const Calls seen = calls_;
     for (const std::string& name : std::set<std::string>(seen.begin(), seen.end())) {
+        // A sanitizer's own memory is not to be refused.
         if (kSanitized && name == "memory") continue;
         const auto same = [&](const std::string& call) { return call == name; };
         for (Strike strike : Spread(Strikes(same), mode_ == "start" ? 2 : 3)) {

@@ -11,6 +11,13 @@
 
 namespace patrol_test {
 
+// Whether the tests, and the program with them, are built with sanitizers.
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
 // Environment of a child; an empty optional takes a variable away.
 using Env = std::map<std::string, std::optional<std::string>>;
 
