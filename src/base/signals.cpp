@@ -34,10 +34,6 @@ sigset_t Without(sigset_t mask, int signal) {
     return mask;
 }
 
-void PrepareToBlock() {
-    if (before_blocking != nullptr) before_blocking();
-}
-
 // ppoll that comes back for a noted signal only: -1 with EINTR then.
 int PollNoting(pollfd* polled, nfds_t count, const timespec* limit, const sigset_t& mask) {
     noted_signal = 0;
@@ -83,6 +79,10 @@ int InstallHandler(int signal, SignalHandler handler) {
 void NoteSignal(int signal) { noted_signal = signal; }
 
 void CallBeforeBlocking(void (*routine)()) { before_blocking = routine; }
+
+void PrepareToBlock() {
+    if (before_blocking != nullptr) before_blocking();
+}
 
 int LastNotedSignal() { return noted_signal; }
 

@@ -38,6 +38,9 @@ int LastNotedSignal();
 // long as there was work is done before it can be missed. Null: nothing.
 void CallBeforeBlocking(void (*routine)());
 
+// Calls that routine. For other calls that may block: a pause, the system log.
+void PrepareToBlock();
+
 // Waits until `fd` can be read or its other end is closed. 0, or -1 with errno set: EINTR when a
 // signal was noted, which goes before data that is there already.
 int WaitReadable(int fd);

@@ -47,6 +47,11 @@ void TraceWakeUp(const char* caller, const char* program, int status) {
     }
 }
 
+void PauseASecond() {
+    PrepareToBlock();
+    sleep(1);
+}
+
 // Waits until the test has ended. A wait that fails reads as an exit with 0.
 void WaitForTest(const RunningTest& test) {
     int status = 0;
@@ -54,7 +59,7 @@ void WaitForTest(const RunningTest& test) {
         if (WaitForChild(test.pid, &status, WUNTRACED) < 0) {
             status = 0;
             Ptltrprintf("[%s] waitpid -> %s.\n", test.output.caller, "Wait_failed");
-            sleep(1);
+            PauseASecond();
         }
         TraceWakeUp(test.output.caller, FindKind(test.output.kind)->program, status);
     } while (!WIFEXITED(status) && !WIFSIGNALED(status));
@@ -63,7 +68,7 @@ void WaitForTest(const RunningTest& test) {
 Stream OpenOutput(const char* caller, const std::string& path) {
     Stream file;
     for (int i = 1; i <= kOpenAttempts && file == nullptr; ++i) {
-        if (i > 1) sleep(1);
+        if (i > 1) PauseASecond();
         file = OpenForReading(path.c_str());
         if (file == nullptr) Ptltrprintf("[%s] (%d)Not Open %s.\n", caller, i, path.c_str());
     }

@@ -8,6 +8,7 @@
 
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/signals.h"
 #include "msg/call_failure.h"
 #include "msg/event.h"
 #include "msg/format.h"
@@ -42,6 +43,7 @@ int OpenFailed(const Path& path, const char* mode, int error) {
 int SendStaged(const Path& path) {
     const Stream file = OpenForReading(path.c_str());
     if (file == nullptr) return OpenFailed(path, "r", errno);
+    PrepareToBlock();
     openlog("KVX", LOG_PID, LOG_USER);
     char line[StagedLine::kSize];
     while (std::fgets(line, sizeof line, file.get()) != nullptr) {

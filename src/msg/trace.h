@@ -15,8 +15,9 @@ namespace patrol {
 // `line_size` bytes. 0, or -1 when memory runs out. Nothing is opened yet.
 int trinit(const char* path, uint32_t line_size, int32_t count);
 
-// Puts one line into the next slot of the ring. The line is bounded by the slot: of a head too
-// long for it the end is lost first, so that the text comes through. 0, or -1 without a ring.
+// Puts one line, its text of at most 4095 characters, into the next slot of the ring. The line is
+// bounded by the slot: of a head too long for it the end is lost first, so that the text comes
+// through. 0, or -1 without a ring.
 [[gnu::format(printf, 1, 2)]] int trprintf(const char* format, ...);
 
 // Appends the lines of the ring to the file, oldest first, and empties the ring. 0, or -1 without a

@@ -34,6 +34,7 @@ uint32_t Random() {
 void AllocationPause() {
     constexpr int32_t kBelowSecond = 999999;
     const auto product = static_cast<int32_t>(Random() / 1000000u * 2147483647u);
+    PrepareToBlock();
     usleep(static_cast<useconds_t>(std::clamp(product, 0, kBelowSecond)));
 }
 
@@ -78,6 +79,7 @@ bool Null(const void* pointer) { return pointer == nullptr; }
 
 void RetryPause(int32_t divisor) {
     const auto product = static_cast<int32_t>(Random() * 1000000u);
+    PrepareToBlock();
     usleep(static_cast<useconds_t>(std::max(product / divisor, 0)));
 }
 
