@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+#include <utility>
 
 namespace patrol_test {
 namespace {
@@ -118,12 +119,13 @@ constexpr bool kKnownMachine = false;
 void Put(pid_t, Place, long) {}
 #endif
 
-// Lets nothing more be had of `resource`, or again as much as ever.
-void Limit(pid_t pid, __rlimit_resource resource, bool none = true) {
+// Lets so much be had of `resource` from now on. Returns how much it was.
+rlim_t Limit(pid_t pid, __rlimit_resource resource, rlim_t size = 0) {
     rlimit limit = {};
     prlimit(pid, resource, nullptr, &limit);
-    limit.rlim_cur = none ? 0 : limit.rlim_max;
+    std::swap(limit.rlim_cur, size);
     prlimit(pid, resource, &limit, nullptr);
+    return size;
 }
 
 // The process stands at the entry of the call.
@@ -149,10 +151,10 @@ void StrikeAt(pid_t pid, long number, int how) {
     int status = 0;
     if (how == ENOMEM && (number == SYS_mmap || number == SYS_brk)) {
         // The two tell of it in different ways, so the system is left to do it.
-        Limit(pid, RLIMIT_AS);
+        const rlim_t before = Limit(pid, RLIMIT_AS);
         ptrace(PTRACE_SYSCALL, pid, nullptr, 0);
         waitpid(pid, &status, 0);
-        Limit(pid, RLIMIT_AS, false);
+        Limit(pid, RLIMIT_AS, before);
         return;
     }
     // A descriptor whose closing fails is gone all the same.
