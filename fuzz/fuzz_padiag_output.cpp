@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string device = kind.code == kKindHdd ? "/dev/sdb" : kind.name;
     padiag_level = input.ConsumeIntegralInRange(1, 3);
     agent.Write("config/common.ini", "[sdb]\nenable=1\n");
-    agent.Write("data/pat_sche2.txt", "[HDD_SCHEDULE 1]\naddress=0x2\n");
+    agent.WriteDiskSchedule("data/pat_sche2.txt");
     agent.Write("data/lba_outfile.ini", input.ConsumeRandomLengthString());
     const auto much = input.ConsumeIntegralInRange<size_t>(0, 9000);
     std::string bytes = input.ConsumeRemainingBytesAsString();
@@ -31,7 +31,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     const Stream file = OpenForReading(agent.Path("data/out").c_str());
     ReadPadiagOutput({"Fuzz", kind.code, kind.name, device.c_str(), 1, 0}, file.get());
+    PutProfileWrites();
 
+    agent.CheckDiskSchedule("data/pat_sche2.txt");
     const std::string history = agent.Read("log/pastat.txt"), sent = agent.system_log;
     Check(std::count(sent.begin(), sent.end(), '\n') <=
               std::count(history.begin(), history.end(), '\n'),

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "base/clocks.h"
 #include "base/file.h"
 #include "base/signals.h"
 #include "control/pipe_data.h"
@@ -23,8 +24,7 @@ extern "C" unsigned alarm(unsigned) { return 0; }
 
 namespace {
 
-constexpr char kBefore[] = "[HDD_SCHEDULE 0]\naddress=0x1\n[HDD_SCHEDULE 1]\nhdd_exe=ON\naddress=";
-constexpr char kAfter[] = "\n[TEST_SCHEDULE]\nhdd_all_num=2\n";
+constexpr const char* kSchedules[] = {"data/pat_new_sche.txt", "data/pat_sche2.txt"};
 
 // A pipe that hands over each piece as it was sent, so that the reads are those of the input. Its
 // writer has gone.
@@ -74,15 +74,6 @@ void EndedChild() {
     }
 }
 
-void CheckSchedule(const std::string& schedule) {
-    const std::string before = kBefore;
-    const size_t end =
-        std::min(schedule.find_first_not_of("0123456789abcdefx", before.size()), schedule.size());
-    Check(schedule.substr(0, before.size()) == before && schedule.substr(end) == kAfter &&
-              end - before.size() <= 18,
-          "nothing but the disk's address changes", schedule);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -93,24 +84,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint32_t mask = input.ConsumeBool() ? 0xff : kTypeLog | kTypeStatus | kTypeProcess;
     const int mode = input.ConsumeBool() ? kRunPatrol : kRunPadiag;
     const int timeout = input.ConsumeIntegralInRange(0, 5);
-    agent.now += input.ConsumeIntegralInRange(-10, 10);
+    const int passed = input.ConsumeIntegralInRange(-10, 10);
     padiag_level = input.ConsumeIntegralInRange(1, 3);
     if (input.ConsumeBool()) EndedChild();
-    for (const char* name : {"data/pat_new_sche.txt", "data/pat_sche2.txt"}) {
-        agent.Write(name, kBefore + std::string("0x2") + kAfter);
-    }
+    for (const char* name : kSchedules) agent.WriteDiskSchedule(name);
     AllocateDiskTable(1);
     hdd_exec_use = 1;
+    cpu_check_time(1, 0);
+    mem_check_time(1, 0);
+    hdd_check_time(1, 0, 0);
+    agent.now += passed;
     const std::string bytes = input.ConsumeRandomLengthString();
     const Descriptor pipe = FilledPipe(&input, bytes);
     const int result = wait_for_testdata({kind.code, timeout, device.c_str(), mask, 1, 7,
                                           pipe.get(), 0, input.ConsumeIntegralInRange(0, 1), mode});
+    PutProfileWrites();
     CheckLines(&input, bytes);
     while (waitpid(-1, nullptr, WNOHANG) > 0) continue;
 
     Check(result == 0 || result == -1, "a wait succeeds or fails");
-    CheckSchedule(agent.Read("data/pat_new_sche.txt"));
-    CheckSchedule(agent.Read("data/pat_sche2.txt"));
+    for (const char* name : kSchedules) agent.CheckDiskSchedule(name);
     const std::string entered = agent.Read("log/patstat0.txt") + agent.Read("log/pastat.txt");
     Check(entered.size() < 300 && std::count(entered.begin(), entered.end(), '\n') <= 1,
           "a test has one line in the histories", entered);

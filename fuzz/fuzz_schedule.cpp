@@ -1,5 +1,7 @@
 // A damaged Schedule file: the runs that read and rewrite it.
 
+#include <unistd.h>
+
 #include "control/next_test.h"
 #include "control/padiag_commands.h"
 #include "control/test_commands.h"
@@ -55,6 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     for (int steps = 0; steps < 4 && input.remaining_bytes() > 0; ++steps) {
         const std::string before = agent.Read("data/pat_new_sche.txt");
+        unlink(agent.Path("data/pat_new_sche.txt.old").c_str());
         switch (input.ConsumeIntegralInRange(0, 3)) {
             case 0:
                 Pass();
@@ -72,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
         const std::string after = agent.Read("data/pat_new_sche.txt");
         Check(after == before || agent.Exists("data/pat_new_sche.txt.old"),
-              "a changed Schedule leaves the one before");
+              "a changed Schedule leaves an older one");
     }
     return 0;
 }

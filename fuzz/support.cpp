@@ -21,6 +21,9 @@ namespace {
 
 Agent* current = nullptr;
 
+constexpr char kBefore[] = "[HDD_SCHEDULE 0]\naddress=0x1\n[HDD_SCHEDULE 1]\nhdd_exe=ON\naddress=";
+constexpr char kAfter[] = "\n[TEST_SCHEDULE]\nhdd_all_num=2\n";
+
 }  // namespace
 
 Agent::Agent() {
@@ -78,6 +81,19 @@ void Agent::Write(const std::string& relative, const std::string& bytes) const {
 std::string Agent::Read(const std::string& relative) const {
     std::ifstream file(Path(relative), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void Agent::WriteDiskSchedule(const std::string& relative) const {
+    Write(relative, kBefore + std::string("0x2") + kAfter);
+}
+
+void Agent::CheckDiskSchedule(const std::string& relative) const {
+    const std::string schedule = Read(relative), before = kBefore;
+    const size_t end =
+        std::min(schedule.find_first_not_of("0123456789abcdefx", before.size()), schedule.size());
+    Check(schedule.substr(0, before.size()) == before && schedule.substr(end) == kAfter &&
+              end - before.size() <= 18,
+          "nothing but the disk's address changes", schedule);
 }
 
 bool Agent::Exists(const std::string& relative) const { return fs::exists(Path(relative)); }

@@ -35,6 +35,10 @@ class Agent {
     std::string Read(const std::string& relative) const;
     bool Exists(const std::string& relative) const;
 
+    // A Schedule of two disks, and the check that nothing but the address of disk 1 has changed.
+    void WriteDiskSchedule(const std::string& relative) const;
+    void CheckDiskSchedule(const std::string& relative) const;
+
     std::time_t now = 1000000;
     // What went to the system log, one line a call.
     std::string system_log;
