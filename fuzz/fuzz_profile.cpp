@@ -4,6 +4,7 @@
 #include "support.h"
 
 using namespace patrol_fuzz;
+namespace model = profile_model;
 
 namespace {
 

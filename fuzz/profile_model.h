@@ -1,4 +1,5 @@
-// The rules of profiles once more: plainly, without a thought of speed.
+// The rules of profiles once more, plainly and without a thought of speed: what the profile
+// routines are compared with, by a fuzz target and by a unit test.
 #pragma once
 
 #include <algorithm>
@@ -7,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-namespace patrol_fuzz::model {
+namespace profile_model {
 
 using Lines = std::vector<std::string>;
 
@@ -135,4 +136,4 @@ inline std::string Write(const std::string& bytes, const std::string& section,
     return out + (out.empty() || out.back() == '\n' ? "" : "\n") + entry;
 }
 
-}  // namespace patrol_fuzz::model
+}  // namespace profile_model
