@@ -272,16 +272,23 @@ TEST_F(PadiagTest, EachWayOutOfATestIsTold) {
 }
 
 TEST_F(PadiagTest, AnOutputFileThatIsGoneIsLookedForFiveTimes) {
-    PlanMemory();
-    agent_.Script("memtest", "rm $KVX_log/padiag_memtest_stdout");
-    Diagnose();
-    const std::string tail = ")Not Open " + agent_.Path("log/padiag_memtest_stdout") + ".";
+    Plan(3, "OFF", "OFF", {"ON", "ON"});
+    agent_.Write("data/a", Verdict(1, 2, "hddtest", "", "0x00000100"));
+    agent_.Script("hddtest",
+                  "[ $2 = /dev/sdb ] && { rm $KVX_log/padiag_hddtest_stdout1; exit; }\n"
+                  "while [ -e $KVX_log/padiag_hddtest_stdout1 ]; do sleep 0.05; done\n"
+                  "cat $KVX_data/a");
+    Process& process = Begin();
+    const std::string tail = ")Not Open " + agent_.Path("log/padiag_hddtest_stdout1") + ".";
+    EXPECT_TRUE(Eventually([&] { return Stepped("[PadiagWaitHddTest] (2" + tail); }));
+    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 0", "address", kPadiagSchedule), "0x0000000000000100")
+        << "is not in place while the run pauses";
+    EXPECT_EQ(process.Wait().status, 0);
     for (const char* number : {"1", "2", "3", "4", "5"}) {
-        EXPECT_TRUE(Stepped(std::string("[PadiagWaitMemTest] (") + number + tail));
+        EXPECT_TRUE(Stepped(std::string("[PadiagWaitHddTest] (") + number + tail));
     }
-    EXPECT_EQ(Count("[PadiagWaitMemTest] ("), 5U);
-    EXPECT_EQ(Count("[padiag_sdb_event] test = [padiagmemtest]"), 0U);
-    EXPECT_EQ(History(), Strings());
+    EXPECT_EQ(Count("[PadiagWaitHddTest] ("), 5U);
+    EXPECT_EQ(History().size(), 1U) << "more than the disk with an output is entered";
 }
 
 TEST_F(PadiagTest, AnInterruptionCancelsEveryTestThatWasStarted) {

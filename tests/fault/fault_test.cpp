@@ -13,7 +13,7 @@
 #include <set>
 #include <tuple>
 
-#include "../e2e/records.h"
+#include "records.h"
 #include "stepper.h"
 
 namespace patrol_test {
@@ -41,18 +41,14 @@ std::vector<Element> Spread(const std::vector<Element>& elements, size_t count) 
     return some;
 }
 
-std::string ScheduleOf(const std::vector<Disk>& disks, const std::string& flag) {
-    std::string text = "[CPU_SCHEDULE]\ncpu_exe=" + flag + "\ncpu_next_go=" + flag +
-                       "\n[MEM_SCHEDULE]\nmem_exe=" + flag + "\nmem_next_go=OFF\n";
-    for (size_t i = 0; i < disks.size(); ++i) {
-        text += "[HDD_SCHEDULE " + std::to_string(i) + "]\nserial_number=" + disks[i].serial +
-                "\nhdd_exe=" + flag + "\nhdd_next_go=" + (i % 2 == 0 ? flag : "OFF") +
-                "\naddress=" + Hex(0x100 + i, 16) + "\ndevice_name=" + disks[i].device +
-                "\nhdd_ide=0\n";
+std::string ScheduleOf(const std::string& flag) {
+    std::vector<std::string> disks;
+    for (unsigned i = 0; i < kDisks; ++i) {
+        disks.push_back("hdd_exe=" + flag + "\nhdd_next_go=" + (i % 2 == 0 ? flag : "OFF") +
+                        "\naddress=" + Hex(0x100 + i, 16));
     }
-    return text + "[TEST_SCHEDULE]\nhdd_all_num=" + std::to_string(disks.size()) +
-           "\nhdd_timeout=45\nhdd_max=128\nhdd_next_gusu=0\nhdd_next_kisu=1\nhdd_start_kigu=1\n"
-           "cpu_timeout=45\nmem_timeout=45\n";
+    return ScheduleText("cpu_exe=" + flag + "\ncpu_next_go=" + flag,
+                        "mem_exe=" + flag + "\nmem_next_go=OFF", disks);
 }
 
 // Whether every line of a file stands at its place in one of the wholes; `stub` lines, if not 0,
@@ -88,14 +84,9 @@ class Scene {
         agent_.Write("data/pat_new_para.ini",
                      "[CPUDIAG_PARAM]\ntp=Instruction+Register\n[MEMDIAG_PARAM]\ntp=BMOVE\n"
                      "[HDDDIAG_PARAM]\nmax=128\ntp=sector\n");
+        agent_.Write(kSchedule, old_ = ScheduleOf(mode == "start" ? "ON" : "OFF"));
         std::vector<Disk> disks = NumberedDisks(kDisks + 1);
-        const Disk last = disks.back();
-        disks.pop_back();
-        agent_.Write(kSchedule, old_ = ScheduleOf(disks, mode == "start" ? "ON" : "OFF"));
-        if (mode == "confchg") {
-            disks.erase(disks.begin());
-            disks.push_back(last);
-        }
+        disks.erase(mode == "confchg" ? disks.begin() : disks.end() - 1);
         agent_.Write(kDevices, DeviceXml(disks));
         const std::string block =
             "I0399:<<CPU Error Ended>>\n" + ResultBlock("cputest", "CPU", "E3829 wrong sum") + "\n";

@@ -1,5 +1,4 @@
-// The sweeps of the memory test belong to a program, so there is no library to link with.
-#include "testprog/mem_patterns.cpp"
+#include "testprog/mem_patterns.h"
 
 #include <gtest/gtest.h>
 
