@@ -39,9 +39,11 @@ Stream OpenForAppending(const char* path) { return OpenWith(path, kWriteFlags | 
 
 Stream OpenForWriting(const char* path) { return OpenWith(path, kWriteFlags | O_TRUNC, "w"); }
 
-bool FileExists(const char* path) {
-    return access(path, F_OK) == 0 || errno == EIO || errno == ENOMEM;
+bool IsPassing(int error) {
+    return error == EIO || error == ENOMEM || error == EMFILE || error == ENFILE || error == EINTR;
 }
+
+bool FileExists(const char* path) { return access(path, F_OK) == 0 || IsPassing(errno); }
 
 void Descriptor::Reset(int fd) {
     if (fd_ >= 0) close(fd_);

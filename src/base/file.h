@@ -22,6 +22,10 @@ Stream OpenForReading(const char* path);
 Stream OpenForAppending(const char* path);
 Stream OpenForWriting(const char* path);
 
+// Whether a call on a file failed for a reason of the moment (no memory or descriptors left, a
+// device that does not answer), so that it says nothing about the file.
+bool IsPassing(int error);
+
 // Whether something stands at `path`. Where the system fails to tell, something does: what cannot
 // be looked at now is not to be made anew.
 bool FileExists(const char* path);

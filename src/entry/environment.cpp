@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -20,6 +21,7 @@
 #include "msg/ptl_exit.h"
 #include "msg/ptl_printf.h"
 #include "msg/trace.h"
+#include "sys/profile.h"
 
 namespace patrol {
 namespace {
@@ -42,8 +44,12 @@ const char* RequiredVariable(const char* name, unsigned flags) {
 // There is no way on from here. Where not even the end finds memory, it is cut short.
 void EndWithoutMemory() {
     static bool ending = false;
-    if (ending) _exit(1);
+    if (ending) {
+        std::fflush(stdout);
+        _exit(1);
+    }
     ending = true;
+    PutProfileWrites();
     event("E3895:System call error <<%s>>, errno:<<%d>>\n", "malloc", ENOMEM);
     ptl_exit(1);
 }

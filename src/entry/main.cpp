@@ -31,6 +31,7 @@ int RunMode() {
 
 int main(int argc, char** argv) {
     patrol::EnsureStandardDescriptors();
+    patrol::CatchOutOfMemory();
     patrol::PrepareSignals();
     patrol::ClearLogBuffers();
     patrol::setup_hostname();
@@ -38,7 +39,6 @@ int main(int argc, char** argv) {
     patrol::ParseCommandLine(argc, argv, command);
 
     patrol::set_filepath();
-    patrol::CatchOutOfMemory();
     patrol::Ptltrprintf("[%s] %s.\n", "main", command.c_str());
     patrol::ptl_set_msglist();
     patrol::ptl_sigaction();

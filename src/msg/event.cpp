@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -31,18 +33,22 @@ int SendEvent(std::string_view text) {
     const char* path = std::getenv("KVX_PIPE");
     if (path == nullptr) path = "/var/opt/ZQWNkvx/kvxpipe";
     if (access(path, W_OK) != 0) return -1;
-    // Opened without blocking, so that a pipe nobody reads is a failure. The same descriptor then
-    // writes: were it opened a second time, a reader that left in between would be waited for.
+    // Opened without blocking, so that a pipe nobody reads is a failure; and so written to, because
+    // a signal ends the wait for room, but would not end a write.
     const Descriptor pipe(open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-    if (!pipe.ok() || fcntl(pipe.get(), F_SETFL, O_WRONLY) != 0) return -1;
+    if (!pipe.ok()) return -1;
 
     std::string message;
     const char* server = std::getenv("KVX_SVTYPE");
     if (server != nullptr && server[0] != '\0') message.append(server).append(";");
     message += text.substr(0, kTextSize - 1);
-    if (WaitWritable(pipe.get()) != 0) return -1;
-    const ssize_t written = write(pipe.get(), message.data(), message.size());
-    return written == static_cast<ssize_t>(message.size()) ? 0 : -1;
+    for (std::string_view rest = message; !rest.empty();) {
+        if (WaitWritable(pipe.get()) != 0) return -1;
+        const ssize_t written = write(pipe.get(), rest.data(), rest.size());
+        if (written < 0 && errno != EAGAIN) return -1;
+        rest.remove_prefix(static_cast<size_t>(std::max<ssize_t>(written, 0)));
+    }
+    return 0;
 }
 
 }  // namespace patrol

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
-#include <new>
 #include <string>
 
 #include "base/file.h"
@@ -25,7 +24,7 @@ constexpr size_t kTextSize = 4096;
 
 // A ring of `count` line buffers. A slot whose first byte is NUL is empty.
 struct Ring {
-    std::unique_ptr<char[]> slots;
+    std::unique_ptr<char, decltype(&std::free)> slots{nullptr, std::free};
     int32_t count = 0;
     uint32_t line_size = 0;
     uint32_t next = 0;
@@ -100,13 +99,12 @@ Descriptor OpenForAppending() {
 int trinit(const char* path, uint32_t line_size, int32_t count) {
     ring = Ring();
     if (count < 0 || line_size < 2) return -1;
-    const size_t bytes = size_t{line_size} * static_cast<size_t>(count);
-    ring.slots.reset(new (std::nothrow) char[bytes]);
+    // Not by new, which has no room for its exception where memory is this short.
+    ring.slots.reset(static_cast<char*>(std::calloc(static_cast<size_t>(count), line_size)));
     if (ring.slots == nullptr) return -1;
     ring.path.Assign(path);
     ring.count = count;
     ring.line_size = line_size;
-    trpurge();
     return 0;
 }
 

@@ -13,8 +13,8 @@
 namespace patrol {
 namespace {
 
-// The configuration was opened, but a read failed.
-constexpr int kHalfRead = -2;
+// The configuration may be there, but cannot be read, or not to its end.
+constexpr int kUnread = -2;
 
 }  // namespace
 
@@ -28,9 +28,10 @@ int WriteHddSections(const HddSections& sections) {
     HddTblAlloc2();
     const Stream configuration = OpenForReading(xml_path.c_str());
     if (configuration == nullptr) {
+        const int result = IsPassing(errno) ? kUnread : -1;
         Ptltrprintf("[%s] Can't Open %s.\n", sections.caller, xml_path.c_str());
         Ptltrprintf("[%s] end.( -1 )\n", sections.caller);
-        return -1;
+        return result;
     }
     int count = 0;
     ScanDisks(sections.caller, configuration.get(), sections.device_line_ends,
@@ -39,7 +40,7 @@ int WriteHddSections(const HddSections& sections) {
     FreeNonTargets();
     const bool whole = std::ferror(configuration.get()) == 0;
     Ptltrprintf("[%s] end.( %d )\n", sections.caller, whole ? 0 : -1);
-    return whole ? 0 : kHalfRead;
+    return whole ? 0 : kUnread;
 }
 
 int WriteScheduleFile(const ScheduleFile& file) {
@@ -54,7 +55,7 @@ int WriteScheduleFile(const ScheduleFile& file) {
     file.write_memory(schedule.stream());
     const int result = file.write_hdd(schedule.stream());
     // Disks that were not read are not to be forgotten.
-    if (result != kHalfRead && schedule.Commit() && result == 0) return 0;
+    if (result != kUnread && schedule.Commit() && result == 0) return 0;
     Ptltrprintf("[%s] end.( -1 )\n", file.caller);
     return -1;
 }

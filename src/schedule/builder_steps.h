@@ -20,8 +20,8 @@ struct HddSections {
 };
 
 // Writes a section for each disk of the device configuration, numbered from 0, and the closing
-// section. 0, -1 when the configuration cannot be opened, -2 when it cannot be read to its end
-// (traced).
+// section. 0, -1 when the configuration cannot be opened, -2 when that or reading it fails for a
+// reason of the moment (traced).
 int WriteHddSections(const HddSections& sections);
 
 // A builder's own part of a whole file.

@@ -105,8 +105,10 @@ int CompareSchedule() {
         return -2;
     }
     // The addresses come back in a second step; until then they must not exist in memory alone.
-    KeepProfileAsOld(sche_path.c_str());
-    if (CreateSchedule() != 0 || HddCompareData() != 0) {
+    const bool kept = KeepProfileAsOld(sche_path.c_str());
+    const bool built = CreateSchedule() == 0;
+    if (!built || HddCompareData() != 0) {
+        if (built && kept) PutOldProfileBack(sche_path.c_str());
         Ptltrprintf("[%s] end.( -1 )\n", __func__);
         return -2;
     }

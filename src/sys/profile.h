@@ -119,8 +119,8 @@ class ProfileWriter {
 
     void Write(const char* section, const char* key, const char* value);
 
-    // Puts the writes, if there are any, in place. False when that, or reading the file, failed; the
-    // file is then as it was. A "<path>.old" that cannot be had does not keep the writes out.
+    // Puts the writes, if there are any, in place. False when that, or reading the file, failed;
+    // the file is then as it was. A "<path>.old" that cannot be had does not keep the writes out.
     bool Save();
 
  private:
@@ -146,6 +146,9 @@ class ProfileWriter {
 // Makes "<path>.old" hold what the profile holds now, for a rebuild to come. False, with
 // "<path>.old" as it was, when that fails.
 bool KeepProfileAsOld(const char* path);
+
+// Puts back what KeepProfileAsOld has kept. False when that fails.
+bool PutOldProfileBack(const char* path);
 
 // The stream routines underneath. rf_fileopen tries four times; null when none succeeds.
 // rf_filegets takes the next line from `rest`, at most size - 1 characters, and cleans it; false at
