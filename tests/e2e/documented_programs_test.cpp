@@ -1,7 +1,6 @@
 // The complete programs that docs/test-programs.md shows do what it says.
 
 #include <filesystem>
-#include <fstream>
 
 #include "records.h"
 
@@ -10,9 +9,7 @@ namespace {
 
 // What stands between "```sh" and "```".
 std::string ShellProgram() {
-    std::ostringstream document;
-    document << std::ifstream(TEST_PROGRAMS_DOCUMENT).rdbuf();
-    const std::string text = document.str();
+    const std::string text = ReadFile(TEST_PROGRAMS_DOCUMENT);
     const size_t start = text.find("```sh\n") + 6;
     return text.substr(start, text.find("```", start) - start);
 }

@@ -28,12 +28,10 @@ TEST_F(NextTest, ProcessorsAndMemoryTakeTurns) {
     const struct {
         const char *cpu_exe, *mem_exe, *cpu_go, *mem_go, *next_cpu, *next_mem;
     } cases[] = {
-        {"ON", "ON", "ON", "OFF", "OFF", "ON"},     {"ON", "ON", "OFF", "ON", "ON", "OFF"},
-        {"ON", "ON", "1", "", "OFF", "OFF"},        {"ON", "ON", "OFFLINE", "OFF", "OFF", "ON"},
-        {"ON", "OFF", "ON", "OFF", "ON", "OFF"},    {"ON", "OFF", "OFF", "ON", "ON", "OFF"},
-        {"OFF", "ON", "OFF", "ON", "OFF", "ON"},    {"OFF", "ON", "ON", "OFF", "OFF", "ON"},
-        {"OFF", "OFF", "ON", "ON", "ON", "ON"},     {"OFF", "OFF", "OFF", "OFF", "OFF", "OFF"},
-        {"OFFLINE", "1", "OFF", "OFF", "ON", "ON"},
+        {"ON", "ON", "ON", "OFF", "OFF", "ON"},  {"ON", "ON", "OFF", "ON", "ON", "OFF"},
+        {"ON", "ON", "1", "", "OFF", "OFF"},     {"ON", "ON", "OFFLINE", "OFF", "OFF", "ON"},
+        {"ON", "OFF", "ON", "OFF", "ON", "OFF"}, {"ON", "OFF", "OFF", "ON", "ON", "OFF"},
+        {"OFF", "ON", "ON", "OFF", "OFF", "ON"}, {"OFF", "OFF", "ON", "ON", "ON", "ON"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.cpu_exe) + " " + c.mem_exe + " " + c.cpu_go + " " + c.mem_go);
@@ -57,16 +55,11 @@ TEST_F(NextTest, DisksTakeTurnsByParityWithinTheLimit) {
         {5, "128", {"024|1,0,1", "13|0,0,1", "024|1,0,1", "13|0,0,1"}},
         {5, "-1", {"024|1,0,1", "13|0,0,1", "024|1,0,1"}},
         {4, "128", {"|0,0,1", "02|1,0,1"}},
-        {4, "1", {"|0,0,1", "0|1,0,1"}},
         {4, "1", {"0|1,2,1", "1|0,2,1", "2|1,2,3", "3|0,4,3", "|1,4,1", "1|0,2,1"}},
         {4, "2", {"|1,0,1", "13|0,4,1", "|1,4,1", "13|0,4,1"}},
-        {3, "128", {"|7,0,2", "02|1,0,1"}},
         {6, "0", {"0|1,3,5", "0|0,0,5", "0|1,0,0"}},
         {4, "9", {"|0,2,3", "2|1,2,1"}},
-        {4, "9", {"|1,3,3", "3|0,0,3"}},
         {1, "128", {"0|1,7,7", "0|1,7,1", "0|1,7,1"}},
-        {1, "1", {"|0,0,5", "0|1,0,1"}},
-        {1, "0", {"|0,4,5", "|1,4,0"}},
         {0, "128", {"|1,5,6", "|1,5,6"}},
     };
     for (const auto& c : cases) {
@@ -104,20 +97,7 @@ TEST_F(NextTest, DisabledDisksAreLeftOut) {
     EXPECT_EQ(Disks(3), "2|1,(none),1");
 }
 
-TEST_F(NextTest, StepsAndAnUntouchedFile) {
-    const std::string step = "[NextTestSchedule] ";
-    Plan("OFF", "OFF", {"OFF", "OFF", "OFF", "OFF"});
-    agent_.SetKey("TEST_SCHEDULE", "hdd_max", "1");
-    Pass();
-    Pass();
-    EXPECT_TRUE(
-        InOrder(agent_.Trace(), {step + "HDD Test Go Max Over. next_cnt=2", step + "End.",
-                                 step + "HDD Test Go Max Over. next_cnt=3", step + "End."}));
-    agent_.SetKey("TEST_SCHEDULE", "hdd_max", "9");
-    Pass();
-    ExpectSteps({step + "Start.", step + "HDD Test Gusu Initialize. next_cnt=0", step + "End."});
-    Pass();
-    ExpectSteps({step + "Start.", step + "HDD Test Kisu Initialize. next_cnt=1", step + "End."});
+TEST_F(NextTest, WithNothingEnabledTheFileStaysUntouched) {
     Plan("OFF", "OFF", {"OFF", "OFF"});
     agent_.SetKey("CPU_SCHEDULE", "cpu_exe", "OFF");
     agent_.SetKey("MEM_SCHEDULE", "mem_exe", "OFF");
@@ -127,7 +107,7 @@ TEST_F(NextTest, StepsAndAnUntouchedFile) {
     agent_.Remove(std::string(kSchedule) + ".old");
     Pass();
     EXPECT_FALSE(agent_.Exists(std::string(kSchedule) + ".old")) << "nothing was to be written";
-    EXPECT_EQ(Count(step), 2U);
+    EXPECT_EQ(Count("[NextTestSchedule] "), 2U);
 }
 
 }  // namespace

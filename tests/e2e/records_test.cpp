@@ -16,21 +16,17 @@ TEST_F(PassTest, StatusRecordsDecideVerdictAndHistory) {
         int returned;
     } cases[] = {
         {1, 0, bad, "OK      cputest CPU [1s]", "End", 1},
-        {2, 0, bad, "CANCEL  cputest CPU [1s]", "End", 2},
         {3, 0, bad, "OK      cputest CPU [1s]", "End", 3},
         {4, 0, bad, "ERROR   cputest CPU [1s]", "Error End", 4},
         {5, 0, bad, "OK      cputest CPU [1s]", "Skipped", 5},
         {6, 0, bad, "ABORT   cputest CPU [1s]", "Aborted", 6},
-        {4, 1, bad, "ERROR   cputest CPU [1s]", "Error End", 4},
         {4, 2, bad, "ERROR   cputest CPU [1s] E3820 bad", "End", 1},
-        {6, 2, bad, "ABORT   cputest CPU [1s] E3820 bad", "Aborted", 6},
         {4, 6, bad, "ERROR   cputest CPU [1s] E3820 bad", "Error End", 4},
         {1, 4, bad, "OK      cputest CPU [1s]", "Error End", 4},
         // The message: from the first mark to the end of its line, 80 characters at most.
         {1, 2, "ERROR   :E1 cut\rno\nERROR   : no", "OK      cputest CPU [1s]E1 cut", "End", 1},
         {1, 2, "ERROR   :" + x80 + "yy", "OK      cputest CPU [1s]" + x80, "End", 1},
         {1, 2, "in ERROR   : middle %d", "OK      cputest CPU [1s] middle %d", "End", 1},
-        {1, 2, "ERROR   :\nnext", "OK      cputest CPU [1s]", "End", 1},
         {1, 2, "ERROR  : two blanks", "OK      cputest CPU [1s]", "End", 1},
     };
     agent_.Script("parts", "echo $2 >> $KVX_data/calls");
@@ -52,26 +48,27 @@ TEST_F(PassTest, StatusRecordsDecideVerdictAndHistory) {
 }
 
 TEST_F(PassTest, NextAddressGoesBackIntoTheSectionOfTheDisk) {
-    const std::string kept = "0x0000000000000000";
+    const std::string kept = "0x5", others = "0x0000000000000000";
     const struct {
         int flag;
         std::string sent, written;
     } cases[] = {
         {1, "0x12345678", "0x0000000012345678"},
         {2, "0xffffffff", "0x00000000ffffffff"},
-        {3, "0x00000001", "0x0000000000000001"},
         {3, "0000000202", "0x0000000000000082"},
         {0, "0x12345678", kept},
+        {3, "oxxxxxxxxx", kept},
         {4, "0x12345678", kept},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::to_string(c.flag) + " " + c.sent);
         Plan("OFF", "OFF", {"OFF", "OFF", "ON"});
+        agent_.SetKey("HDD_SCHEDULE 2", "address", kept);
         Stub("hddtest", StatusRecord(1, c.flag, "", c.sent));
         Pass();
         EXPECT_EQ(agent_.Key("HDD_SCHEDULE 2", "address"), c.written);
-        EXPECT_EQ(agent_.Key("HDD_SCHEDULE 0", "address"), kept);
-        EXPECT_EQ(agent_.Key("HDD_SCHEDULE 1", "address"), kept);
+        EXPECT_EQ(agent_.Key("HDD_SCHEDULE 0", "address"), others);
+        EXPECT_EQ(agent_.Key("HDD_SCHEDULE 1", "address"), others);
     }
 }
 
@@ -134,19 +131,12 @@ TEST_F(PassTest, AResultTextIsLoggedWholeWithoutCarriageReturns) {
 }
 
 TEST_F(PassTest, ProgressSetsTheRunTimeThatTheHistoryShows) {
-    Plan("OFF", "ON", {"ON"});
-    Stub("memtest", ProgressRecord(77, "memtest") + StatusRecord(1));
-    Stub("hddtest",
+    Plan("OFF", "ON", {});
+    Stub("memtest",
          Framed(Head("0x03") + "no comma here\n") + ProgressRecord(500) + StatusRecord(1));
     Pass();
-    std::smatch match;
-    const std::string lines = agent_.Read("log/patstat0.txt");
-    ASSERT_TRUE(std::regex_search(lines, match,
-                                  std::regex("Memory \\[([0-9]+)s\\]\n.*/dev/sda \\[([0-9]+)s\\]")))
-        << lines;
-    EXPECT_TRUE(std::stoi(match[1]) >= 77 && std::stoi(match[1]) < 177) << match[1];
-    EXPECT_TRUE(std::stoi(match[2]) >= 500 && std::stoi(match[2]) < 600) << match[2];
-    EXPECT_FALSE(Stepped("[wait_for_testdata] Data Research Start(type=3)."));
+    const std::string line = First(agent_.History());
+    EXPECT_TRUE(std::regex_match(line, std::regex("OK +memtest Memory \\[5[0-9]{2}s\\]"))) << line;
 }
 
 std::string LengthAs(const std::string& ten_characters) {
@@ -161,43 +151,30 @@ TEST_F(PassTest, WrongAndRightRecordsAreToldApart) {
     const std::string head = "[check_testdata_head] External Interface Error. data= transmit ";
     const std::string bad_type = head + "type , error value= 0x0 buff=";
     const size_t size = ok.size() - 18;
-    const auto type = [&](const std::string& field) { return Framed(Head(field) + "body\n"); };
-    const auto ends = [&](int code) { return StatusRecord(code, 0, "text"); };
     const struct {
         std::string what, records;
         std::vector<std::string> steps;
         char fate;  // 's' the program was stopped, 'l' it was left alone, ' ' it ended well
     } cases[] = {
         {"nothing", "", {failed + "0.", error}, 'l'},
-        {"prefix cut", ok.substr(0, 17), {failed + "0.", error}, 'l'},
         {"body cut", ok.substr(0, ok.size() - 1), {failed + "66.", error}, 'l'},
-        {"body missing", ok.substr(0, 18), {failed + "0.", error}, 'l'},
         {"cut after a record",
          LogRecord(2, "I0001", std::string(40, 'x')) + "ONLPTL",
          {wait + "data_size=123", "[check_testdata_log] End.", failed + "123.", error},
          'l'},
         {"out of step", "1234567" + ok, {foreign, foreign, error}, 'l'},
         {"binary", std::string(90, '\0') + ok, {foreign, foreign, foreign, foreign, good}, ' '},
-        {"lower case", "onlptl" + ok.substr(6, 12) + ok, {foreign, good}, ' '},
         {"decimal length", LengthAs("        " + std::to_string(size)), {good}, ' '},
-        {"octal length", LengthAs("0000000103"), {good}, ' '},
-        {"short hexadecimal length", LengthAs("0x43      "), {good}, ' '},
         {"zero length", "ONLPTL,0x00000000,", {bad_type + "."}, 's'},
         {"length below a header", Framed("0x02,0x01"), {error}, 's'},
         {"negative length", LengthAs("-000000067"), {failed + "0.", error}, 'l'},
-        {"smallest length", LengthAs("-999999999"), {failed + "0.", error}, 'l'},
         {"length too large", LengthAs("0xffffffff"), {error}, 'l'},
-        {"largest length", LengthAs("0x7fffffff"), {error}, 'l'},
-        {"no length", LengthAs("abcdefghij"), {bad_type + "."}, 's'},
-        {"type 0", type("0x00"), {bad_type + "0x00.", error}, 's'},
-        {"type 5", type("0x05"), {bad_type + "0x05.", error}, 's'},
-        {"type 8", type("0x08"), {bad_type + "0x08.", error}, 's'},
+        {"type 5", Framed(Head("0x05") + "body\n"), {bad_type + "0x05.", error}, 's'},
         {"no lines",
          Framed(Head("0x02", "cputest", "0x00")),
          {head + "lines , error value= 0x0.", error},
          's'},
-        {"end code 0", ends(0), {error}, 's'},
-        {"end code 7", ends(7), {error}, 's'},
+        {"end code 7", StatusRecord(7), {error}, 's'},
         {"disk information is dropped",
          HddInfoRecord() + ok,
          {"[check_testdata_head] transmit type= 4(0x04).",
@@ -207,10 +184,6 @@ TEST_F(PassTest, WrongAndRightRecordsAreToldApart) {
          ProcessRecord(1) + ProcessRecord(2) + ProcessRecord(3) + ok,
          {wait + "Data Research Start(type=8).",
           wait + "Change-of-generation of log is executed in diagnosis parts.", good},
-         ' '},
-        {"decimal fields",
-         Framed("   2,   1," + Head("").substr(6) + StatusBody(1, 0, "")),
-         {good},
          ' '},
         {"after the status record", ok + "rubbish", {good}, ' '},
     };

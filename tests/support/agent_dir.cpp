@@ -29,6 +29,20 @@ constexpr char kCatalogue[] =
     "\"W2895\",\"Environment variable<<%s>> not found\";\n"
     "\"W2896\",\"Execution parameter error\";\n";
 
+// The lines of one disk, from its device line to the end line.
+std::string DiskXml(const Disk& disk) {
+    std::string text = "<dev type=\"disk\" phypath=\"" + disk.path + " " + disk.device + "\">\n";
+    const std::pair<const char*, const std::string*> attributes[] = {
+        {"type", &disk.type},   {"S/N", &disk.serial},    {"vendor", &disk.vendor},
+        {"model", &disk.model}, {"status", &disk.status},
+    };
+    for (const auto& [name, value] : attributes) {
+        if (value->empty()) continue;
+        text += std::string("<attr name=\"") + name + "\">" + *value + "</attr>\n";
+    }
+    return text + "</dev>\n";
+}
+
 // Calls `visit` with each line of a profile text and whether it is the wanted key's; joins what
 // it returns.
 template <typename Visit>
@@ -43,20 +57,20 @@ std::string MapProfile(const std::vector<std::string>& lines, const std::string&
     return text;
 }
 
-}  // namespace
-
-std::string DiskXml(const Disk& disk) {
-    std::string text = "<dev type=\"disk\" phypath=\"" + disk.path + " " + disk.device + "\">\n";
-    const std::pair<const char*, const std::string*> attributes[] = {
-        {"type", &disk.type},   {"S/N", &disk.serial},    {"vendor", &disk.vendor},
-        {"model", &disk.model}, {"status", &disk.status},
-    };
-    for (const auto& [name, value] : attributes) {
-        if (value->empty()) continue;
-        text += std::string("<attr name=\"") + name + "\">" + *value + "</attr>\n";
+// Puts `by` in place of the head of each line that has one.
+std::vector<std::string> ReplaceHeads(std::vector<std::string> lines, const std::regex& head,
+                                      const char* by) {
+    for (std::string& line : lines) {
+        const std::string start = line.substr(0, 300);  // more than any head has
+        line.replace(0, start.size(),
+                     std::regex_replace(start, head, by,
+                                        std::regex_constants::match_continuous |
+                                            std::regex_constants::format_first_only));
     }
-    return text + "</dev>\n";
+    return lines;
 }
+
+}  // namespace
 
 std::string DeviceXml(const std::vector<Disk>& disks) {
     std::string text = "<devconf>\n";
@@ -138,11 +152,7 @@ void AgentDir::Write(const std::string& relative, const std::string& text) const
     EXPECT_TRUE(stream.good()) << "cannot write " << relative;
 }
 
-std::string AgentDir::Read(const std::string& relative) const {
-    std::ostringstream text;
-    text << std::ifstream(Path(relative), std::ios::binary).rdbuf();
-    return text.str();
-}
+std::string AgentDir::Read(const std::string& relative) const { return ReadFile(Path(relative)); }
 
 std::vector<std::string> AgentDir::Lines(const std::string& relative) const {
     return Split(Read(relative));
@@ -199,28 +209,14 @@ bool AgentDir::Traced(const std::string& line, const std::string& file) const {
 
 std::vector<std::string> AgentDir::History(const std::string& file) const {
     static const std::regex stamp(R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d )");
-    std::vector<std::string> lines = Lines(file);
-    for (std::string& line : lines) {
-        std::smatch match;
-        const std::string head = line.substr(0, 20);
-        if (std::regex_match(head, match, stamp)) line.erase(0, 20);
-    }
-    return lines;
+    return ReplaceHeads(Lines(file), stamp, "");
 }
 
 std::vector<std::string> AgentDir::Log(const std::string& file) const {
     // host, time stamp, program, number, second name: none of these holds a comma.
     static const std::regex head(
         R"([^,]*,\d\d/\d\d/\d\d \d\d:\d\d:\d\d \d{3}\.\d{3},[^,]{20},([^,]*),[^,]{16},)");
-    std::vector<std::string> lines = Lines(file);
-    for (std::string& line : lines) {
-        std::smatch match;
-        const std::string start = line.substr(0, 300);  // far more than the fields before the text
-        if (!std::regex_search(start, match, head, std::regex_constants::match_continuous))
-            continue;
-        line = match[1].str() + " " + line.substr(static_cast<size_t>(match.length()));
-    }
-    return lines;
+    return ReplaceHeads(Lines(file), head, "$1 ");
 }
 
 Env AgentDir::Environment() const {

@@ -26,8 +26,7 @@ struct Disk {
     std::string path = "/devices/scsi0";  // stands before the device name, with a blank between
 };
 
-// The lines of one disk, from its device line to the end line; and a whole device configuration.
-std::string DiskXml(const Disk& disk);
+// A whole device configuration.
 std::string DeviceXml(const std::vector<Disk>& disks);
 
 // Disks /dev/sda, /dev/sdb, ... with the serial numbers SN-0000, SN-0001, ...

@@ -20,12 +20,6 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
     return pointers;
 }
 
-std::string Slurp(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
-
 void OpenAs(int wanted, const char* path, int flags) {
     const int fd = open(path, flags, 0600);
     if (fd < 0) _exit(126);
@@ -89,13 +83,19 @@ Result Process::Wait() {
     Result result;
     if (pid_ <= 0) return result;
     result.status = WIFEXITED(wait_status_) ? WEXITSTATUS(wait_status_) : -WTERMSIG(wait_status_);
-    result.out = Slurp(output_ + ".out");
-    result.err = Slurp(output_ + ".err");
+    result.out = ReadFile(output_ + ".out");
+    result.err = ReadFile(output_ + ".err");
     if (result.err.find("Sanitizer") != std::string::npos ||
         result.err.find("runtime error:") != std::string::npos) {
         ADD_FAILURE() << result.err;
     }
     return result;
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
 }
 
 bool Eventually(const std::function<bool()>& condition, std::chrono::seconds limit) {

@@ -61,6 +61,9 @@ class Process {
     std::chrono::seconds deadline_;
 };
 
+// The whole of a file; empty when there is none.
+std::string ReadFile(const std::string& path);
+
 // Polls `condition` every few milliseconds until it holds; false when `limit` passes first.
 bool Eventually(const std::function<bool()>& condition,
                 std::chrono::seconds limit = std::chrono::seconds(30));

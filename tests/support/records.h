@@ -85,7 +85,6 @@ inline std::string ResultBlock(const std::string& program, const std::string& de
 constexpr char kHold[] =
     "n=0; while [ -e $KVX_data/hold ] && [ $n -lt 2400 ]; do n=$((n + 1)); sleep 0.05; done\n";
 constexpr char kListen[] = "trap 'echo stopped > $KVX_data/stopped; exit 0' INT\n";
-constexpr char kDeaf[] = "trap '' INT\n";
 constexpr char kClosePipe[] = "exec >/dev/null 2>&1 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-\n";
 constexpr char kUp[] = "echo $$ > $KVX_data/up.new; mv $KVX_data/up.new $KVX_data/up\n";
 

@@ -51,8 +51,6 @@ TEST_F(CommandTest, TheTimeLimitAndTerminationEndTheCommandAlone) {
 TEST_F(CommandTest, ErrorMessagesAreFoundByTheirCode) {
     const std::tuple<int, const char*, std::string, bool> cases[] = {
         {33, "f", "21:The file opening error was detected.<<(File name:f>>", true},
-        {39, "parts", "27:It failed in the execution of the command.<<(parts>>", true},
-        {54, "f", "36:Internal contradiction was detected.<<(f>>", true},
         {0x9999, "f", "36:Internal contradiction was detected.<<(f>>", true},
         {0x27, nullptr, "27:It failed in the execution of the command.<<(---)>>", true},
         {0x33, "f", "33:It failed in the area securing.<<>>", true},
@@ -67,9 +65,6 @@ TEST_F(CommandTest, ErrorMessagesAreFoundByTheirCode) {
         EXPECT_EQ(said.substr(said.find(text)), text + "\n");
         EXPECT_EQ(Join(pipe.Lines()), to_agent ? said : "") << code;
     }
-    pipe.Leave();
-    put_error_message(39, "parts");
-    EXPECT_EQ(TakePartsTrace().find(":An error message cannot be outputted\n"), 0U);
 }
 
 }  // namespace

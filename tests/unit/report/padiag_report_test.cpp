@@ -1,7 +1,6 @@
 // The rules of padiag reports that have many inputs.
 
 #include <ctime>
-#include <regex>
 #include <tuple>
 
 #include "../support.h"
@@ -27,13 +26,8 @@ class PadiagReportTest : public UnitTest {
 
 TEST_F(PadiagReportTest, TimesCarryTheOffsetOfTheirZone) {
     const std::tuple<const char*, int, const char*> zones[] = {
-        {"UTC0", 0, "2026-01-01T00:30:00+00:00"},
         {"JJJ-9", -540, "2026-01-01T09:30:00+09:00"},
-        {"EEE5", 300, "2025-12-31T19:30:00-05:00"},
         {"NNN3:30", 210, "2025-12-31T21:00:00-03:30"},
-        {"III-5:45", -345, "2026-01-01T06:15:00+05:45"},
-        {"KKK-14", -840, "2026-01-01T14:30:00+14:00"},
-        {"BBB12", 720, "2025-12-31T12:30:00-12:00"},
         {"SSS0:30", 30, "2026-01-01T00:00:00-00:30"},
     };
     for (const auto& [zone, offset, text] : zones) {
@@ -48,16 +42,11 @@ TEST_F(PadiagReportTest, TimesCarryTheOffsetOfTheirZone) {
 
 TEST_F(PadiagReportTest, SwitchAndFacilityAreReadInTheirSectionAlone) {
     const std::tuple<std::string, int, int> files[] = {
-        {"", 0, 0},
-        {"[sdb]\nenable=1\nfacility=3\n", 1, 3},
         {"[sdb]\nenable = 1\nfacility = 3", 1, 3},
         {"enable=1\n[other]\nenable=1\n[sdb2]\nfacility=2\n", 0, 0},
-        {"[sdb\nenable=1\n", 0, 0},
         {"[sdb] x\nenable=-7\n[a]\nenable=0\n[sdb]\nfacility=5\n", -7, 5},
-        {"[sdb]\nenable=1\nenable=0\nfacility=4\nfacility = 6\n", 0, 6},
         {"[sdb]\n enable=1\nEnable=1\nenabled=1\nfacility=x\n", 0, 0},
         {"[sdb]\nenable=99999999999999999999\nfacility=1x\n", 2147483647, 1},
-        {"[sdb]\nenable=\nenable = \nfacility\n", 0, 0},
     };
     for (const auto& [text, enable, facility] : files) {
         agent_.Write("config/common.ini", text);
@@ -70,8 +59,6 @@ TEST_F(PadiagReportTest, SwitchAndFacilityAreReadInTheirSectionAlone) {
     agent_.Remove("config/common.ini");
     EXPECT_EQ(check_config_file(), -1);
     EXPECT_EQ(event_settings.enable, 0) << "the settings before are forgotten";
-    unsetenv("KVX_config");
-    EXPECT_EQ(check_config_file(), -1);
 }
 
 TEST_F(PadiagReportTest, TheMachineIsWhatTheSystemEntrySays) {
@@ -79,13 +66,9 @@ TEST_F(PadiagReportTest, TheMachineIsWhatTheSystemEntrySays) {
     const std::string serial = "<attr name=\"S/N\">", model = "<attr name=\"model\">";
     const std::string end = "</attr>\n", most(98 - model.size() - 1, 'v');
     const std::tuple<std::string, const char*, std::string> files[] = {
-        {"", "", ""},
         {serial + "AB" + end + system + model + "CD" + end, "", "CD"},
-        {system + "  " + serial + "A<" + model + "C" + end, "", ""},
         {system + serial + "AB" + end + model + "C" + end, "AB", ""},
-        {system + model + end + serial + "a b" + end, "a b", ""},
         {system + "</dev>\n" + serial + "AB" + end + "<dev>\n" + model + "CD" + end, "AB", ""},
-        {system + "<dev type=\"SYSTEM\">\n" + serial + "AB" + end, "", ""},
         {system + "<attr name=\"S/N2\">AB" + end + "<attr name=\"models\">CD" + end, "", ""},
         {system + model + most + end, "", most},
         {system + model + most + "v" + end, "", ""},
@@ -104,17 +87,13 @@ TEST_F(PadiagReportTest, TheMachineIsWhatTheSystemEntrySays) {
     agent_.Write("data/MB/devconf_cur.xml", system + serial + "Board" + end);
     EXPECT_EQ(get_serial_model(), 0);
     EXPECT_EQ(machine_identity.serial_number.view(), "Board");
-    setenv("KVX_SVTYPE", "MB2", 1);
-    EXPECT_EQ(get_serial_model(), 0);
-    EXPECT_EQ(machine_identity.serial_number.view(), "AB");
 }
 
 TEST_F(PadiagReportTest, ProgressTouchesItsEndsOnlyWhereItIsThere) {
     const uint64_t most = ~uint64_t{0}, word = 0xffffffff;
     const std::tuple<uint64_t, uint64_t, int32_t> cases[] = {
-        {0, 100, 0},       {1, most, 1},         {1, 100, 1},       {1, 200, 1},    {50, 100, 50},
-        {99, 100, 99},     {999, 1000, 99},      {100, 100, 100},   {101, 100, 99}, {most, 1, 99},
-        {most, most, 100}, {word - 1, word, 99}, {word, word, 100}, {2, 3, 66},     {0, 0, 0},
+        {0, 100, 0},    {1, most, 1},      {50, 100, 50},        {999, 1000, 99}, {100, 100, 100},
+        {101, 100, 99}, {most, most, 100}, {word - 1, word, 99}, {2, 3, 66},      {0, 0, 0},
     };
     for (const auto& [next, maximum, percent] : cases) {
         EXPECT_EQ(ProgressPercent(next, maximum), percent) << next << " of " << maximum;
@@ -138,17 +117,11 @@ TEST_F(PadiagReportTest, HistoryLinesCountWhatTheTestReported) {
         {0, kKindCpu, "CPU", nullptr, 1, 100, 0, "OK      cputest CPU [1s] pass=7"},
         {1, kKindCpu, "CPU", " bad", 3, 100, 99, "ERROR   cputest CPU [99s] pass=7  bad"},
         {4, kKindMemory, "Memory", "", 3, 100, 101, "CANCEL  memtest Memory [100s] pass=7 "},
-        {2, kKindMemory, "Memory", nullptr, 1, 100, 0xffffffff,
-         "ABORT   memtest Memory [100s] pass=7"},
         {3, kKindHdd, "d1", nullptr, 2, 100, 2, "TIMEOUT hddtest d1 [2s] pass=7"},
         {0, kKindHdd, "d1", nullptr, 3, 100, 1, "OK      hddtest d1 [1s] 20[%] -> 50[%](pass=7)"},
         {1, kKindHdd, "d2", "e", 4, 9, 100, "ERROR   hddtest d2 [9s] 20[%] -> 99[%](pass=7) e"},
-        {0, kKindHdd, "d3", nullptr, 3, 9, 0, "OK      hddtest d3 [1s] 20[%] -> 100[%](pass=7)"},
-        {0, kKindHdd, "d4", nullptr, 3, 9, 5, "OK      hddtest d4 [5s] 20[%] -> 0[%](pass=7)"},
         {2, kKindHdd, "d3", nullptr, 3, 9, 5, "ABORT   hddtest d3 [5s] pass=7"},
         {0, kKindCpu, "CPU", nullptr, 1, 0, 1, "OK      cputest CPU [0s] pass=7"},
-        {0, kKindHdd, "d1", nullptr, 1, 0, 1, "OK      hddtest d1 [1s] pass=7"},
-        {0, kKindHdd, "d1", nullptr, 1, 0, 2, "OK      hddtest d1 [0s] pass=7"},
         {9, 8, "x", nullptr, 3, 9, 5, "        unknow x [0s] "},
     };
     clock_now = [] { return std::time_t{1'000'000}; };
@@ -164,8 +137,6 @@ TEST_F(PadiagReportTest, HistoryLinesCountWhatTheTestReported) {
         EXPECT_EQ(agent_.History("log/pastat.txt"), Strings{c.line});
     }
     clock_now = [] { return std::time(nullptr); };
-    agent_.Remove("log");
-    EXPECT_EQ(PadiagHistory(0, kKindCpu, "CPU", nullptr, 0), -1);
 }
 
 TEST_F(PadiagReportTest, PlacesAreTheFirstThatTheConfigurationNames) {
@@ -181,9 +152,6 @@ TEST_F(PadiagReportTest, PlacesAreTheFirstThatTheConfigurationNames) {
         {kPathOfCpu, "<dev>\n", "/y /dev/sdab"},
         {kPathOfDevice, software + "<dev" + where + "/y /dev/sda\">\n", "no data"},
         {kPathOfMemory, dimm + where + longer + "\">\n", longer.substr(0, 99)},
-        {kPathOfMemory, "", longer.substr(0, 99)},
-        {kPathOfMemory, dimm + where + "/" + longer, "/" + longer.substr(0, 98)},
-        {kPathOfMemory, dimm + where + "\">\n", ""},
     };
     setenv("KVX_SVTYPE", "MB", 1);  // has no say here
     for (const auto& [kind, text, place] : files) {
@@ -192,21 +160,6 @@ TEST_F(PadiagReportTest, PlacesAreTheFirstThatTheConfigurationNames) {
     }
     agent_.Remove("data/devconf_cur.xml");
     EXPECT_STREQ(get_phypath(kPathOfCpu, nullptr), "no data");
-}
-
-TEST_F(PadiagReportTest, EventsOfUnknownKindsAreToldAndDropped) {
-    const EventRecord record;
-    padiag_sdb_event("padiagcputest", 4, "/p", record);
-    padiag_sdb_event("padiagcpu", 2, "/p", record);
-    padiag_sdb_event("padiagmemtest", 8, nullptr, record);
-    EXPECT_TRUE(agent_.Traced("[padiag_sdb_event] Not OK, Complete, Error"));
-    EXPECT_TRUE(agent_.Traced("[padiag_sdb_event] Unknown diag = [padiagcpu]"));
-    EXPECT_TRUE(agent_.Traced("[padiag_sdb_event] Warning : device_name = [null]."));
-    EXPECT_FALSE(agent_.Traced("[kvx_sdb_msg] Start."));
-    padiag_sdb_event("padiagmemtest", 3, "/p", record);
-    EXPECT_TRUE(agent_.Traced("[make_eventlog_msg] msg_id = [1054]"));
-    EXPECT_TRUE(agent_.Traced("[make_eventlog_msg] msg_format = (1)"));
-    EXPECT_EQ(kvx_sdb_msg(nullptr, ""), -1);
 }
 
 }  // namespace
