@@ -88,16 +88,24 @@ TEST_F(SignalTest, AnInterruptionWaitsForThePartsCommand) {
 
 TEST_F(SignalTest, AReaderWhoDoesNotReadHoldsNobodyUpBehindASignal) {
     EventPipe pipe(agent_);
-    const std::string page(4096, 'x');
-    const int full = open(agent_.Path("event_pipe").c_str(), O_WRONLY | O_NONBLOCK);
+    std::string page(4096, 'x');
+    const int full = open(agent_.Path("event_pipe").c_str(), O_RDWR | O_NONBLOCK);
     while (write(full, page.data(), page.size()) > 0) continue;
+    // Where a page is free, there is room for a part of a long event.
+    for (const bool room : {false, true}) {
+        const ssize_t freed = room ? read(full, page.data(), page.size()) : 0;
+        EXPECT_EQ(freed, room ? 4096 : 0);
+        Launch launch;
+        launch.env["KVX_SVTYPE"] = std::string(9000, 's');
+        // Without a device configuration and a Schedule the reload has something to tell.
+        Process& process = BeginMode("reload", kTrace, launch);
+        SignalAt("[CreateSchedule] end.( -1 )", SIGINT);
+        EXPECT_EQ(process.Wait().status, 1);
+        EXPECT_EQ(Last(Steps()), "[sched_main] Error:Patrol Schedule Creation Error Ended.");
+        EXPECT_TRUE(Stepped(kCleanUpInt));
+        agent_.Remove(kSchedule);
+    }
     close(full);
-    // Without a device configuration the reload has something to tell.
-    Process& process = BeginMode("reload", kTrace, {});
-    SignalAt("[CreateSchedule] end.( -1 )", SIGINT);
-    EXPECT_EQ(process.Wait().status, 1);
-    EXPECT_EQ(Last(Steps()), "[sched_main] Error:Patrol Schedule Creation Error Ended.");
-    EXPECT_TRUE(Stepped(kCleanUpInt));
 }
 
 }  // namespace

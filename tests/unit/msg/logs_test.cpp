@@ -65,6 +65,8 @@ TEST_F(LogTest, TheNewestTraceLinesOutliveAFailedFlushInTheirOrder) {
     // The head is made once a second, and anew in another process.
     Fork([] { return Ptltrprintf("%s", std::string(4095, 't').c_str()); }).Wait();
     unsetenv("REMOTEHOST");
+    const Strings lines = agent_.Trace(file);
+    ASSERT_EQ(lines.size(), 5U);
     const std::string last = agent_.Lines(file).back();
     EXPECT_EQ(last.size(), 299U) << "a line is bounded by its slot";
     EXPECT_EQ(last.substr(299 - 149), std::string(149, 't')) << "the head gives way to the text";
