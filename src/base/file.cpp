@@ -40,7 +40,8 @@ Stream OpenForAppending(const char* path) { return OpenWith(path, kWriteFlags | 
 Stream OpenForWriting(const char* path) { return OpenWith(path, kWriteFlags | O_TRUNC, "w"); }
 
 bool IsPassing(int error) {
-    return error == EIO || error == ENOMEM || error == EMFILE || error == ENFILE || error == EINTR;
+    return error == EIO || error == ENOMEM || error == EMFILE || error == ENFILE ||
+           error == EINTR || error == ESTALE || error == ETIMEDOUT;
 }
 
 bool FileExists(const char* path) { return access(path, F_OK) == 0 || IsPassing(errno); }

@@ -41,17 +41,21 @@ const char* RequiredVariable(const char* name, unsigned flags) {
     ptl_exit(1);
 }
 
-// There is no way on from here. Where not even the end finds memory, it is cut short.
+// There is no way on from here. Comes here again where a step of the end finds no memory either,
+// and goes on with the next one.
 void EndWithoutMemory() {
-    static bool ending = false;
-    if (ending) {
-        std::fflush(stdout);
-        _exit(1);
+    static int step = 0;
+    if (++step == 1) {
+        event("E3895:System call error <<%s>>, errno:<<%d>>\n", "malloc", ENOMEM);
+        ++step;
     }
-    ending = true;
-    PutProfileWrites();
-    event("E3895:System call error <<%s>>, errno:<<%d>>\n", "malloc", ENOMEM);
-    ptl_exit(1);
+    if (step == 2) {
+        PutProfileWrites();
+        ++step;
+    }
+    if (step == 3) ptl_exit(1);
+    std::fflush(stdout);
+    _exit(1);
 }
 
 void Install(int signal, SignalHandler handler) {

@@ -11,14 +11,17 @@ namespace patrol {
 extern Text<512> dev_gather_str;
 extern Text<512> dev_gather_str2;
 
+// Where the first test of a disk starts.
+inline constexpr char kFirstAddress[] = "0x0000000000000000";
+
 // Reads the patrol settings, writes "pat_new_sche.txt" and enters the change in the patrol history.
 // 0, or -1: then either the file could not be opened or written, or the device configuration not be
-// read to its end, and the file keeps what it held; or there is no device configuration and the
-// file holds the processor and memory sections alone.
+// read to its end or not be opened now, and the file keeps what it held; or there is no device
+// configuration and the file holds the processor and memory sections alone.
 int CreateSchedule();
 
-// The sections of the patrol file. The first two return 0; the last returns -1 when the device
-// configuration cannot be opened.
+// The sections of the patrol file. The first two return 0; the last returns what
+// WriteHddSections does.
 int CpuScheduleMk(FILE* schedule);
 int MemoryScheduleMk(FILE* schedule);
 int HddScheduleMk(FILE* schedule);

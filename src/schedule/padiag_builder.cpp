@@ -18,7 +18,7 @@ namespace {
 // Where a padiag test of the current disk goes on.
 Text<64> StartAddress(const ProfileReader& progress) {
     Text<65> address;
-    progress.String("HDD_NEXT_LBA", device_name.c_str(), "0x0000000000000000", &address);
+    progress.String("HDD_NEXT_LBA", device_name.c_str(), kFirstAddress, &address);
     return Text<64>(address.view());
 }
 

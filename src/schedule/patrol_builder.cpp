@@ -8,6 +8,7 @@
 #include "schedule/device_config.h"
 #include "schedule/due_rule.h"
 #include "schedule/settings_files.h"
+#include "schedule/update.h"
 
 namespace patrol {
 
@@ -23,8 +24,11 @@ void WriteDisk(FILE* schedule, int number, bool due) {
     std::fprintf(schedule, "serial_number=%s\n", serial_number.c_str());
     std::fprintf(schedule, "hdd_exe=%s\nhdd_next_go=%s\n", OnOff(enabled), OnOff(due));
     if (enabled) AddTarget(&dev_gather_str, device_name.c_str());
-    std::fprintf(schedule, "address=%s\ndevice_name=%s\nhdd_ide=%d\n", "0x0000000000000000",
-                 device_name.c_str(), f_ide_device);
+    const OldDisk* known = KnownDisk(serial_number.c_str());
+    const bool tested = known != nullptr && !known->address.empty();
+    std::fprintf(schedule, "address=%s\ndevice_name=%s\nhdd_ide=%d\n",
+                 tested ? known->address.c_str() : kFirstAddress, device_name.c_str(),
+                 f_ide_device);
 }
 
 }  // namespace

@@ -104,14 +104,12 @@ int CompareSchedule() {
         Ptltrprintf("[%s] end.( -1 )\n", __func__);
         return -2;
     }
-    // The addresses come back in a second step; until then they must not exist in memory alone.
-    const bool kept = KeepProfileAsOld(sche_path.c_str());
-    const bool built = CreateSchedule() == 0;
-    if (!built || HddCompareData() != 0) {
-        if (built && kept) PutOldProfileBack(sche_path.c_str());
+    KeepProfileAsOld(sche_path.c_str());
+    if (CreateSchedule() != 0) {
         Ptltrprintf("[%s] end.( -1 )\n", __func__);
         return -2;
     }
+    HddCompareData();
     Ptltrprintf("[%s] end.( 0 )\n", __func__);
     return 0;
 }
@@ -152,7 +150,17 @@ bool HddSaveData() {
     return schedule.loaded();
 }
 
-int HddCompareData() {
+const OldDisk* KnownDisk(const char* serial) {
+    for (int i = 0; i < hdd_type_cnt; ++i) {
+        const Text<512>& known = hdd_type_tbl[i].serial_number;
+        if (std::strncmp(serial, known.c_str(), known.size()) == 0) return &hdd_type_tbl[i];
+    }
+    return nullptr;
+}
+
+// The builder has put the addresses in already, so that no end of the run can cost them; they are
+// written again for the serial numbers as readers of the file see them, and for "<path>.old".
+void HddCompareData() {
     Ptltrprintf("[%s] Start.\n", __func__);
     const ProfileReader built(sche_path.c_str());
     ProfileWriter schedule(sche_path.c_str());
@@ -161,18 +169,16 @@ int HddCompareData() {
         const std::string section = DiskSection(i);
         Text<512> serial;
         built.Field(section.c_str(), "serial_number", "NO DATA", &serial);
-        for (int k = 0; k < hdd_type_cnt; ++k) {
-            const Text<512>& known = hdd_type_tbl[k].serial_number;
-            if (std::strncmp(serial.c_str(), known.c_str(), known.size()) != 0) continue;
-            schedule.Write(section.c_str(), "address", hdd_type_tbl[k].address.c_str());
-            Ptltrprintf("[%s] HDD(%d) match!!\n", __func__, k);
-            break;
-        }
+        const OldDisk* known = KnownDisk(serial.c_str());
+        if (known == nullptr) continue;
+        // "<path>.old" holds what was before the last write: there the last disk starts at 0.
+        schedule.Write(section.c_str(), "address", kFirstAddress);
+        schedule.Write(section.c_str(), "address", known->address.c_str());
+        Ptltrprintf("[%s] HDD(%d) match!!\n", __func__, static_cast<int>(known - hdd_type_tbl));
     }
-    const bool saved = built.loaded() && schedule.Save();
+    schedule.Save();
     FreeOldDisks();
     Ptltrprintf("[%s] End.\n", __func__);
-    return saved ? 0 : -1;
 }
 
 }  // namespace patrol

@@ -20,15 +20,20 @@ extern OldDisk* hdd_type_tbl;
 int UpdateSchedule();
 
 // New device configuration: the file is rebuilt, and a disk known by its serial number keeps the
-// address its next test starts at. The old file stays as "<path>.old" until it has. 0; -1 when
-// there is no Schedule file (nothing done); -2 when it cannot be read or its disks not be kept in
-// memory (it is untouched), or when the rebuild failed.
+// address its next test starts at, from the moment the new file stands there. A rebuild that fails
+// leaves the old file as "<path>.old". 0; -1 when there is no Schedule file (nothing done); -2 when
+// it cannot be read or its disks not be kept in memory (it is untouched), or when the rebuild
+// failed.
 int CompareSchedule();
+
+// The disk of the old file that has this serial number: the first whose own is its beginning. Null
+// where there is none, or no rebuild under way.
+const OldDisk* KnownDisk(const char* serial);
 
 // The steps of these.
 void PatrolUpdateSchedule();
-int HddTblAlloc();     // 0, or -1 (traced)
-bool HddSaveData();    // false when the Schedule cannot be read
-int HddCompareData();  // 0, or -1 when the addresses could not be carried over
+int HddTblAlloc();   // 0, or -1 (traced)
+bool HddSaveData();  // false when the Schedule cannot be read
+void HddCompareData();
 
 }  // namespace patrol

@@ -147,9 +147,6 @@ class ProfileWriter {
 // "<path>.old" as it was, when that fails.
 bool KeepProfileAsOld(const char* path);
 
-// Puts back what KeepProfileAsOld has kept. False when that fails.
-bool PutOldProfileBack(const char* path);
-
 // The stream routines underneath. rf_fileopen tries four times; null when none succeeds.
 // rf_filegets takes the next line from `rest`, at most size - 1 characters, and cleans it; false at
 // the end. rf_fileclose returns 0, or 1 when the stream failed to close; it is gone either way, so

@@ -141,10 +141,6 @@ bool KeepProfileAsOld(const char* path) {
     return LoadProfile(path, &bytes) && kept.Write(bytes) && kept.Commit();
 }
 
-bool PutOldProfileBack(const char* path) {
-    return std::rename(SideName(path, ".old").c_str(), path) == 0;
-}
-
 void WritePrivateProfileString(const char* section, const char* key, const char* value,
                                const char* path) {
     ProfileWriter writer(path);
