@@ -172,7 +172,7 @@ void HddCompareData() {
         const OldDisk* known = KnownDisk(serial.c_str());
         if (known == nullptr) continue;
         // "<path>.old" holds what was before the last write: there the last disk starts at 0.
-        schedule.Write(section.c_str(), "address", kFirstAddress);
+        if (!known->address.empty()) schedule.Write(section.c_str(), "address", kFirstAddress);
         schedule.Write(section.c_str(), "address", known->address.c_str());
         Ptltrprintf("[%s] HDD(%d) match!!\n", __func__, static_cast<int>(known - hdd_type_tbl));
     }
