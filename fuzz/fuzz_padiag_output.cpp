@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "base/file.h"
-#include "base/padiag_test.h"
+#include "base/padiag_state.h"
 #include "control/padiag_output.h"
 #include "support.h"
 

@@ -2,9 +2,9 @@
 
 #include <unistd.h>
 
-#include "control/next_test.h"
-#include "control/padiag_commands.h"
-#include "control/test_commands.h"
+#include "control/padiag_launch.h"
+#include "control/patrol_launch.h"
+#include "control/selection.h"
 #include "schedule/sched_main.h"
 #include "schedule/update.h"
 #include "support.h"

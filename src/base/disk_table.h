@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "base/padiag_test.h"
+#include "base/padiag_state.h"
 #include "base/text.h"
 
 namespace patrol {

@@ -5,7 +5,7 @@
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/settings.h"
-#include "control/padiag_commands.h"
+#include "control/padiag_launch.h"
 #include "control/padiag_wait.h"
 #include "control/run_steps.h"
 #include "msg/event.h"

@@ -2,10 +2,10 @@
 
 #include "base/file.h"
 #include "base/paths.h"
-#include "control/next_test.h"
+#include "control/patrol_launch.h"
+#include "control/patrol_wait.h"
 #include "control/run_steps.h"
-#include "control/test_commands.h"
-#include "control/test_wait.h"
+#include "control/selection.h"
 #include "msg/trace.h"
 #include "schedule/builder.h"
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "base/file.h"
-#include "base/padiag_test.h"
+#include "base/padiag_state.h"
 
 namespace patrol {
 

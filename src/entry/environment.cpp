@@ -15,7 +15,7 @@
 #include "base/paths.h"
 #include "base/run_mode.h"
 #include "base/signals.h"
-#include "control/test_stop.h"
+#include "control/stop.h"
 #include "msg/catalogue.h"
 #include "msg/event.h"
 #include "msg/ptl_exit.h"

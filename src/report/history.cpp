@@ -14,7 +14,7 @@
 #include "base/file.h"
 #include "base/kinds.h"
 #include "base/number.h"
-#include "base/padiag_test.h"
+#include "base/padiag_state.h"
 #include "base/run_mode.h"
 #include "base/settings.h"
 #include "msg/call_failure.h"

@@ -8,7 +8,7 @@
 
 #include "base/clocks.h"
 #include "base/kinds.h"
-#include "base/padiag_test.h"
+#include "base/padiag_state.h"
 #include "base/paths.h"
 #include "base/settings.h"
 #include "msg/ptl_printf.h"

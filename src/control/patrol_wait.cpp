@@ -1,4 +1,4 @@
-#include "control/test_wait.h"
+#include "control/patrol_wait.h"
 
 #include <signal.h>
 
@@ -15,8 +15,8 @@
 #include "base/paths.h"
 #include "base/signals.h"
 #include "control/launch.h"
-#include "control/test_commands.h"
-#include "control/test_stop.h"
+#include "control/patrol_launch.h"
+#include "control/stop.h"
 #include "msg/trace.h"
 #include "report/history.h"
 #include "report/parts.h"

@@ -1,4 +1,4 @@
-#include "control/test_stop.h"
+#include "control/stop.h"
 
 #include <signal.h>
 

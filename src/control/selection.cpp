@@ -1,4 +1,4 @@
-#include "control/next_test.h"
+#include "control/selection.h"
 
 #include <string>
 

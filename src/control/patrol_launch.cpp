@@ -1,4 +1,4 @@
-#include "control/test_commands.h"
+#include "control/patrol_launch.h"
 
 #include <string>
 

@@ -1,4 +1,4 @@
-#include "base/padiag_test.h"
+#include "base/padiag_state.h"
 
 #include <algorithm>
 

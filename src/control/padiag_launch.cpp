@@ -1,4 +1,4 @@
-#include "control/padiag_commands.h"
+#include "control/padiag_launch.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -8,7 +8,7 @@
 #include "base/clocks.h"
 #include "base/disk_table.h"
 #include "base/kinds.h"
-#include "base/padiag_test.h"
+#include "base/padiag_state.h"
 #include "base/paths.h"
 #include "base/settings.h"
 #include "control/command_line_builder.h"
