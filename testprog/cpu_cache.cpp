@@ -8,43 +8,43 @@ namespace testprog {
 
 namespace {
 
-using Area = std::shared_ptr<std::uint64_t>;
+using Area = std::shared_ptr<uint64_t>;
 
-constexpr std::size_t kSizes[] = {16 << 10, 96 << 10, 1 << 20, 4 << 20, 16 << 20, 32 << 20};
+constexpr size_t kSizes[] = {16 << 10, 96 << 10, 1 << 20, 4 << 20, 16 << 20, 32 << 20};
 // One word, one cache line, and a page with a line, which visits every set in turn.
-constexpr std::size_t kStrides[] = {8, 64, 4160};
-constexpr std::size_t kWord = sizeof(std::uint64_t);
-constexpr std::size_t kWordsBetweenStops = 16384;
+constexpr size_t kStrides[] = {8, 64, 4160};
+constexpr size_t kWord = sizeof(uint64_t);
+constexpr size_t kWordsBetweenStops = 16384;
 
 // Calls `visit` for the index of every word once, `stride` bytes on each time; ends early when
 // `visit` returns false.
 template <typename Visit>
-void Walk(std::size_t size, std::size_t stride, const Visit& visit) {
-    for (std::size_t first = 0; first < stride; first += kWord) {
-        for (std::size_t at = first; at < size; at += stride) {
+void Walk(size_t size, size_t stride, const Visit& visit) {
+    for (size_t first = 0; first < stride; first += kWord) {
+        for (size_t at = first; at < size; at += stride) {
             if (!visit(at / kWord)) return;
         }
     }
 }
 
-Answer WalkArea(std::uint64_t* words, std::size_t size, std::size_t stride, std::uint64_t variant,
+Answer WalkArea(uint64_t* words, size_t size, size_t stride, uint64_t variant,
                 const std::function<bool()>& stop) {
-    volatile std::uint64_t* cells = words;
-    const auto datum = [words, variant](std::size_t i) {
-        return reinterpret_cast<std::uintptr_t>(words + i) ^ variant;
+    volatile uint64_t* cells = words;
+    const auto datum = [words, variant](size_t i) {
+        return reinterpret_cast<uintptr_t>(words + i) ^ variant;
     };
-    std::size_t visited = 0;
+    size_t visited = 0;
     const auto going_on = [&visited, &stop] {
         return ++visited % kWordsBetweenStops != 0 || !stop();
     };
     bool whole = true;
-    Walk(size, stride, [&](std::size_t i) {
+    Walk(size, stride, [&](size_t i) {
         cells[i] = datum(i);
         return whole = going_on();
     });
     Answer answer{0, 0};
     if (!whole) return answer;
-    Walk(size, stride, [&](std::size_t i) {
+    Walk(size, stride, [&](size_t i) {
         answer = {datum(i), cells[i]};
         return answer.expected == answer.got && going_on();
     });
@@ -53,18 +53,18 @@ Answer WalkArea(std::uint64_t* words, std::size_t size, std::size_t stride, std:
 
 }  // namespace
 
-std::vector<Check> CacheChecks(std::size_t areas, const std::function<bool()>& stop) {
-    const Area area(new (std::nothrow) std::uint64_t[kSizes[areas - 1] / kWord],
-                    std::default_delete<std::uint64_t[]>());
+std::vector<Check> CacheChecks(size_t areas, const std::function<bool()>& stop) {
+    const Area area(new (std::nothrow) uint64_t[kSizes[areas - 1] / kWord],
+                    std::default_delete<uint64_t[]>());
     std::vector<Check> checks;
     if (!area) return checks;
-    for (std::size_t i = 0; i < areas; ++i) {
-        for (const std::size_t stride : kStrides) {
-            const std::size_t size = kSizes[i];
+    for (size_t i = 0; i < areas; ++i) {
+        for (const size_t stride : kStrides) {
+            const size_t size = kSizes[i];
             const bool small = size < 1 << 20;
             checks.push_back(
                 {Format("walk %zu%c/%zu", size >> (small ? 10 : 20), small ? 'K' : 'M', stride), 1,
-                 [area, size, stride, stop](std::uint64_t variant) {
+                 [area, size, stride, stop](uint64_t variant) {
                      return WalkArea(area.get(), size, stride, variant, stop);
                  }});
         }

@@ -1,8 +1,7 @@
 // What the processor test is made of: checks, each of one operation with an answer that is known
 // beforehand or found in another way.
 
-#ifndef TESTPROG_CPU_CHECK_H_
-#define TESTPROG_CPU_CHECK_H_
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -14,8 +13,8 @@ namespace testprog {
 
 // The processor is right when the two are equal.
 struct Answer {
-    std::uint64_t expected;
-    std::uint64_t got;
+    uint64_t expected;
+    uint64_t got;
 };
 
 struct Check {
@@ -26,7 +25,7 @@ struct Check {
     int repeats;
     // `variant` differs from call to call and is never 0, for checks that make their operands
     // from it.
-    std::function<Answer(std::uint64_t variant)> run;
+    std::function<Answer(uint64_t variant)> run;
 };
 
 // Integer, shift, multiply and divide, bit and floating point operations: digests over a few
@@ -41,12 +40,10 @@ std::vector<Check> RegisterChecks();
 // Walks over areas from first-level cache size upwards at several strides, each word holding its
 // own address; `areas` (1 to 6) says how many sizes. `stop` is asked within a walk and ends it
 // early (with equal answers). Empty when there is no memory for the largest area.
-std::vector<Check> CacheChecks(std::size_t areas, const std::function<bool()>& stop);
+std::vector<Check> CacheChecks(size_t areas, const std::function<bool()>& stop);
 
-inline std::uint64_t Rotate(std::uint64_t value, unsigned count) {
+inline uint64_t Rotate(uint64_t value, unsigned count) {
     return (value << (count & 63U)) | (value >> ((64U - count) & 63U));
 }
 
 }  // namespace testprog
-
-#endif  // TESTPROG_CPU_CHECK_H_

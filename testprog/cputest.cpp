@@ -29,20 +29,20 @@ using testprog::Outcome;
 
 struct Options {
     testprog::CommonOptions common;
-    std::uint64_t module = 0;  // "-dbg_modid": the id of a module below
-    std::uint64_t point = 0;   // "-dbg_point": which of its checks to spoil, from 1 on
+    uint64_t module = 0;  // "-dbg_modid": the id of a module below
+    uint64_t point = 0;   // "-dbg_point": which of its checks to spoil, from 1 on
 };
 
 // How deep the tests go, by level; higher levels are as the last.
 struct Depth {
-    int times;          // how often each check's repeats are run
-    std::size_t areas;  // how many sizes are walked over
+    int times;     // how often each check's repeats are run
+    size_t areas;  // how many sizes are walked over
 };
 constexpr Depth kDepths[] = {{2, 3}, {4, 4}, {8, 5}, {16, 6}};
 
 struct Module {
     const char* name;
-    std::uint64_t id;
+    uint64_t id;
     // Empty when there is no memory for the checks.
     std::vector<Check> (*make)(const Depth& depth, const std::function<bool()>& stop);
 };
@@ -72,7 +72,7 @@ std::vector<int> OnlineProcessors() {
         for (; first <= last; ++first) processors.push_back(first);
     }
     if (processors.empty()) {
-        processors.resize(static_cast<std::size_t>(std::max(1L, sysconf(_SC_NPROCESSORS_ONLN))));
+        processors.resize(static_cast<size_t>(std::max(1L, sysconf(_SC_NPROCESSORS_ONLN))));
         std::iota(processors.begin(), processors.end(), 0);
     }
     return processors;
@@ -80,9 +80,9 @@ std::vector<int> OnlineProcessors() {
 
 // False where the system does not have or give that processor.
 bool BindTo(int processor) {
-    const auto number = static_cast<std::size_t>(processor);
+    const auto number = static_cast<size_t>(processor);
     std::vector<cpu_set_t> sets(number / CPU_SETSIZE + 1);
-    const std::size_t size = sets.size() * sizeof sets[0];
+    const size_t size = sets.size() * sizeof sets[0];
     CPU_SET_S(number, size, sets.data());
     return sched_setaffinity(0, size, sets.data()) == 0;
 }
@@ -92,7 +92,7 @@ class ProcessorTest {
     ProcessorTest(const Options& options, testprog::Run& run)
         : options_(options),
           run_(run),
-          depth_(kDepths[std::min<std::uint64_t>(options.common.level, 3)]) {}
+          depth_(kDepths[std::min<uint64_t>(options.common.level, 3)]) {}
 
     Outcome Test() {
         Outcome outcome = ChooseModules();
@@ -104,7 +104,7 @@ class ProcessorTest {
  private:
     // Those that "-tp" names and the one with the check to spoil.
     Outcome ChooseModules() {
-        std::size_t at = 0;
+        size_t at = 0;
         for (const std::string& name : testprog::SplitList(options_.common.pattern)) {
             const Module* module =
                 FindModule([&name](const Module& known) { return name == known.name; });
@@ -134,7 +134,7 @@ class ProcessorTest {
             if (module == spoilt_) {
                 if (options_.point - 1 >= checks.size()) return NoSuchCheck();
                 auto& run = checks[options_.point - 1].run;
-                run = [sound = run](std::uint64_t variant) {
+                run = [sound = run](uint64_t variant) {
                     Answer answer = sound(variant);
                     answer.got ^= 1U;
                     return answer;
@@ -151,7 +151,7 @@ class ProcessorTest {
 
     Outcome Round() {
         const std::vector<int> processors = OnlineProcessors();
-        std::uint64_t tried = 0;
+        uint64_t tried = 0;
         bool any = false;
         for (const int processor : processors) {
             run_.SetDone(tried++, processors.size());
@@ -182,7 +182,7 @@ class ProcessorTest {
 
     // One check as often as the level asks, on the processor that the program is bound to.
     Outcome RunCheck(const Check& check, int processor) {
-        std::uint64_t variant = (round_ << 40) ^ (static_cast<std::uint64_t>(processor) << 24);
+        uint64_t variant = (round_ << 40) ^ (static_cast<uint64_t>(processor) << 24);
         for (int i = 0; i < depth_.times && !run_.Stop(); ++i) {
             for (int j = 0; j < check.repeats; ++j) {
                 const Answer answer = check.run(++variant);
@@ -205,7 +205,7 @@ class ProcessorTest {
     const Module* spoilt_ = nullptr;
     std::vector<Check> checks_;
     std::set<int> left_out_;  // processors that could not be bound to
-    std::uint64_t round_ = 0;
+    uint64_t round_ = 0;
 };
 
 }  // namespace

@@ -19,13 +19,13 @@ namespace testprog {
 
 namespace {
 
-constexpr std::uint64_t kPiece = 0x800;     // blocks read at once
-constexpr std::uint64_t kMaxSector = 0x80;  // blocks of the largest sector that disks have
-constexpr std::size_t kAlignment = kMaxSector * kBlockSize;
+constexpr uint64_t kPiece = 0x800;     // blocks read at once
+constexpr uint64_t kMaxSector = 0x80;  // blocks of the largest sector that disks have
+constexpr size_t kAlignment = kMaxSector * kBlockSize;
 
 struct Image {
     std::string file;
-    std::optional<std::uint64_t> blocks;
+    std::optional<uint64_t> blocks;
 };
 
 std::optional<Image> FindImage(const std::string& name) {
@@ -36,7 +36,7 @@ std::optional<Image> FindImage(const std::string& name) {
         list.remove_prefix(std::min(list.size(), entry.size() + 1));
         if (entry.substr(0, name.size() + 1) != name + "=") continue;
         const std::string_view file = entry.substr(name.size() + 1);
-        const std::size_t mark = file.rfind('@');
+        const size_t mark = file.rfind('@');
         if (mark != std::string_view::npos) {
             const auto blocks = ParseNumber(file.substr(mark + 1));
             if (blocks) return Image{std::string(file.substr(0, mark)), blocks};
@@ -47,11 +47,11 @@ std::optional<Image> FindImage(const std::string& name) {
 }
 
 // A file of sysfs as one word; empty where there is none.
-std::string ReadAttribute(const std::string& path, std::size_t skip) {
+std::string ReadAttribute(const std::string& path, size_t skip) {
     std::ifstream file(path, std::ios::binary);
     std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     text = Printable(text.substr(std::min(skip, text.size())));
-    const std::size_t first = text.find_first_not_of(' ');
+    const size_t first = text.find_first_not_of(' ');
     if (first == std::string::npos) return {};
     return text.substr(first, text.find_last_not_of(' ') + 1 - first);
 }
@@ -76,7 +76,7 @@ Outcome Disk::Open(const std::string& name) {
         direct_ = false;
         fd_ = open(path.c_str(), kFlags);
     }
-    struct stat status {};
+    struct stat status = {};
     if (fd_ < 0 || fstat(fd_, &status) != 0) {
         return skip(Format("cannot open %s: %s", path.c_str(), std::strerror(errno)));
     }
@@ -88,9 +88,9 @@ Outcome Disk::Open(const std::string& name) {
     if (size < 0 || (!image && ioctl(fd_, BLKSSZGET, &sector) != 0)) {
         return skip(Format("cannot size %s: %s", path.c_str(), std::strerror(errno)));
     }
-    sector_ = static_cast<std::uint64_t>(sector) / kBlockSize;
+    sector_ = static_cast<uint64_t>(sector) / kBlockSize;
     if (sector_ == 0 || sector_ > kMaxSector) return skip(path + " has sectors of a strange size");
-    blocks_ = static_cast<std::uint64_t>(size) / kBlockSize / sector_ * sector_;
+    blocks_ = static_cast<uint64_t>(size) / kBlockSize / sector_ * sector_;
     if (image && image->blocks) blocks_ = *image->blocks;
     if (blocks_ == 0) return skip(path + " has no blocks");
     // With room for the rest of the first and the last sector.
@@ -99,7 +99,7 @@ Outcome Disk::Open(const std::string& name) {
     return {};
 }
 
-ssize_t Disk::ReadSectors(off_t offset, std::size_t size) {
+ssize_t Disk::ReadSectors(off_t offset, size_t size) {
     // Only whole pages are dropped from the page cache.
     const off_t page_size = sysconf(_SC_PAGESIZE);
     const off_t page = offset / page_size * page_size;
@@ -119,7 +119,7 @@ ssize_t Disk::ReadSectors(off_t offset, std::size_t size) {
     return got;
 }
 
-std::int64_t Disk::ReadSome(std::uint64_t first, std::uint64_t count) {
+int64_t Disk::ReadSome(uint64_t first, uint64_t count) {
     if (bad_block_ && first <= *bad_block_ && *bad_block_ < first + count) {
         count = *bad_block_ - first;
         if (count == 0) {
@@ -127,29 +127,29 @@ std::int64_t Disk::ReadSome(std::uint64_t first, std::uint64_t count) {
             return -1;
         }
     }
-    const std::uint64_t ahead = first % sector_;
-    const std::uint64_t whole = (ahead + count + sector_ - 1) / sector_ * sector_;
+    const uint64_t ahead = first % sector_;
+    const uint64_t whole = (ahead + count + sector_ - 1) / sector_ * sector_;
     const ssize_t got =
         ReadSectors(static_cast<off_t>((first - ahead) * kBlockSize), whole * kBlockSize);
     if (got < 0) return -1;
-    const std::uint64_t blocks = static_cast<std::uint64_t>(got) / kBlockSize;
-    return static_cast<std::int64_t>(std::min(std::max(blocks, ahead) - ahead, count));
+    const uint64_t blocks = static_cast<uint64_t>(got) / kBlockSize;
+    return static_cast<int64_t>(std::min(std::max(blocks, ahead) - ahead, count));
 }
 
-ReadResult Disk::Read(std::uint64_t first, std::uint64_t count, std::uint64_t retries,
+ReadResult Disk::Read(uint64_t first, uint64_t count, uint64_t retries,
                       const std::function<bool()>& stop) {
     using End = ReadResult::End;
     ReadResult result;
-    std::uint64_t failures = 0;      // in a row
-    std::uint64_t suspects = first;  // the end of what is read sector by sector
+    uint64_t failures = 0;      // in a row
+    uint64_t suspects = first;  // the end of what is read sector by sector
     while (count > 0) {
-        const std::uint64_t one = sector_ - first % sector_;
+        const uint64_t one = sector_ - first % sector_;
         const bool single = first < suspects;
-        const std::uint64_t size = std::min(count, single ? one : kPiece);
-        const std::int64_t got = ReadSome(first, size);
+        const uint64_t size = std::min(count, single ? one : kPiece);
+        const int64_t got = ReadSome(first, size);
         if (got > 0) {
-            first += static_cast<std::uint64_t>(got);
-            count -= static_cast<std::uint64_t>(got);
+            first += static_cast<uint64_t>(got);
+            count -= static_cast<uint64_t>(got);
             failures = 0;
         } else {
             const bool lasting = single || (size <= one && failures == retries);
@@ -168,12 +168,12 @@ ReadResult Disk::Read(std::uint64_t first, std::uint64_t count, std::uint64_t re
 
 DiskInfo Disk::Info(bool ide) const {
     DiskInfo info;
-    info.capacity = static_cast<std::uint32_t>(std::min<std::uint64_t>(blocks_, UINT32_MAX));
-    info.bytes_per_sector = static_cast<std::uint16_t>(kBlockSize);
+    info.capacity = static_cast<uint32_t>(std::min<uint64_t>(blocks_, UINT32_MAX));
+    info.bytes_per_sector = static_cast<uint16_t>(kBlockSize);
     info.bus_type = image_ ? 0 : ide ? 2 : 1;
     if (image_) return info;
     const std::string directory = "/sys/block/" + name_.substr(name_.rfind('/') + 1);
-    constexpr std::size_t kPageHeader = 4;  // of the SCSI page that holds the serial number
+    constexpr size_t kPageHeader = 4;  // of the SCSI page that holds the serial number
     info.serial_number = ReadAttribute(directory + "/device/vpd_pg80", kPageHeader);
     if (info.serial_number.empty()) info.serial_number = ReadAttribute(directory + "/serial", 0);
     info.firmware = ReadAttribute(directory + "/device/rev", 0);

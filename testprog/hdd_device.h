@@ -1,7 +1,6 @@
 // The disk under test, opened for reading and nothing else.
 
-#ifndef TESTPROG_HDD_DEVICE_H_
-#define TESTPROG_HDD_DEVICE_H_
+#pragma once
 
 #include <cstdint>
 #include <cstdlib>
@@ -15,7 +14,7 @@
 
 namespace testprog {
 
-constexpr std::uint64_t kBlockSize = 512;
+constexpr uint64_t kBlockSize = 512;
 
 // What came of a read.
 struct ReadResult {
@@ -24,7 +23,7 @@ struct ReadResult {
     End end = End::kGood;
     // For kFailed the first block that cannot be read; for kAgain where the last failed attempt
     // began.
-    std::uint64_t block = 0;
+    uint64_t block = 0;
     std::string reason;
 };
 
@@ -46,13 +45,13 @@ class Disk {
     // sectors of the disk and at most 1 MiB at once. Such a piece is repeated up to `retries`
     // times when it fails, then read sector by sector; the first sector to fail there is the
     // failure. `stop` is asked before each attempt but the first. What was read is thrown away.
-    ReadResult Read(std::uint64_t first, std::uint64_t count, std::uint64_t retries,
+    ReadResult Read(uint64_t first, uint64_t count, uint64_t retries,
                     const std::function<bool()>& stop);
 
     // From now on reads of that block fail.
-    void PretendBad(std::uint64_t block) { bad_block_ = block; }
+    void PretendBad(uint64_t block) { bad_block_ = block; }
 
-    std::uint64_t blocks() const { return blocks_; }
+    uint64_t blocks() const { return blocks_; }
 
     // For the disk information record; serial number and firmware are empty where the system
     // does not know them, and for images.
@@ -64,20 +63,18 @@ class Disk {
     };
 
     // As pread, in blocks. 0 is the end of the data.
-    std::int64_t ReadSome(std::uint64_t first, std::uint64_t count);
+    int64_t ReadSome(uint64_t first, uint64_t count);
     // As pread into the buffer; `offset` and `size` are those of whole sectors.
-    ssize_t ReadSectors(off_t offset, std::size_t size);
+    ssize_t ReadSectors(off_t offset, size_t size);
 
     std::string name_;
     bool image_ = false;
     int fd_ = -1;
     bool direct_ = false;
-    std::uint64_t blocks_ = 0;
-    std::uint64_t sector_ = 1;  // blocks that the disk reads at the least
-    std::optional<std::uint64_t> bad_block_;
+    uint64_t blocks_ = 0;
+    uint64_t sector_ = 1;  // blocks that the disk reads at the least
+    std::optional<uint64_t> bad_block_;
     std::unique_ptr<void, Free> buffer_;
 };
 
 }  // namespace testprog
-
-#endif  // TESTPROG_HDD_DEVICE_H_

@@ -75,12 +75,12 @@ bool ReadLines(const std::string& path, Lines* lines, mode_t* mode) {
     // Not to wait for the other end should it be a pipe.
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (file.fd < 0) return errno == ENOENT;
-    struct stat status {};
+    struct stat status = {};
     if (fstat(file.fd, &status) != 0) return false;
     errno = !S_ISREG(status.st_mode) ? EINVAL : status.st_size > kMaxFile ? EFBIG : 0;
     if (errno != 0) return false;
     *mode = status.st_mode & 07777;
-    std::string text(static_cast<std::size_t>(status.st_size), '\0');
+    std::string text(static_cast<size_t>(status.st_size), '\0');
     errno = EIO;
     if (read(file.fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) return false;
     std::string_view rest = text;
@@ -112,10 +112,9 @@ bool Lock(int fd, const std::function<bool()>& stop) {
     return true;
 }
 
-bool Replace(const std::string& path, const std::string& device, std::uint64_t blocks,
-             std::uint64_t next) {
+bool Replace(const std::string& path, const std::string& device, uint64_t blocks, uint64_t next) {
     const std::string fresh = path + ".hddtest";
-    const auto number = [](std::uint64_t value) {
+    const auto number = [](uint64_t value) {
         return Format("0x%016llx", static_cast<unsigned long long>(value));
     };
     Lines lines;
@@ -134,9 +133,8 @@ bool Replace(const std::string& path, const std::string& device, std::uint64_t b
 
 }  // namespace
 
-std::string SaveProgress(const std::string& directory, const std::string& device,
-                         std::uint64_t blocks, std::uint64_t next,
-                         const std::function<bool()>& stop) {
+std::string SaveProgress(const std::string& directory, const std::string& device, uint64_t blocks,
+                         uint64_t next, const std::function<bool()>& stop) {
     if (directory.empty()) return "no directory is named";
     const Descriptor lock(open((directory + "/lba_outfile.lock").c_str(),
                                O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644));

@@ -1,7 +1,6 @@
 // How far each disk has been read, kept for the controller between on-request runs.
 
-#ifndef TESTPROG_HDD_PROGRESS_H_
-#define TESTPROG_HDD_PROGRESS_H_
+#pragma once
 
 #include <cstdint>
 #include <functional>
@@ -16,10 +15,7 @@ namespace testprog {
 // several disks take turns by a lock on "lba_outfile.lock", for which it waits about a second and
 // asks `stop` meanwhile: when that is true it waits a tenth of a second at most. Returns an empty
 // text, or why the progress is not saved; the old file is then as it was.
-std::string SaveProgress(const std::string& directory, const std::string& device,
-                         std::uint64_t blocks, std::uint64_t next,
-                         const std::function<bool()>& stop);
+std::string SaveProgress(const std::string& directory, const std::string& device, uint64_t blocks,
+                         uint64_t next, const std::function<bool()>& stop);
 
 }  // namespace testprog
-
-#endif  // TESTPROG_HDD_PROGRESS_H_

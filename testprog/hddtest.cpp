@@ -22,28 +22,28 @@ using testprog::Outcome;
 using testprog::ReadResult;
 
 // What a record can say: the next address, up to the end, has 32 bits.
-constexpr std::uint64_t kMaxBlocks = UINT32_MAX;
-constexpr std::uint64_t kMaxStep = 0x8000;
+constexpr uint64_t kMaxBlocks = UINT32_MAX;
+constexpr uint64_t kMaxStep = 0x8000;
 // What a round does by level. The last level reads to the end of the disk.
 constexpr struct {
-    std::uint64_t steps;  // of "sector"
-    int reads;            // of "iorandom" for each of its places
+    uint64_t steps;  // of "sector"
+    int reads;       // of "iorandom" for each of its places
 } kDepths[] = {{2048, 1}, {8192, 2}, {32768, 3}, {UINT64_MAX, 4}};
-constexpr std::uint64_t kLastLevel = 3;
+constexpr uint64_t kLastLevel = 3;
 constexpr auto kSaveInterval = std::chrono::seconds(5);
 
 struct Options {
     testprog::CommonOptions common;
-    std::uint64_t lba = 0;        // "-lba", first block
-    std::uint64_t step = 0x40;    // "-sc", blocks of one read
-    std::uint64_t retries = 0;    // "-retry"
-    std::uint64_t wide = 204800;  // "-wide", blocks that "iorandom" ranges over
-    std::uint64_t count = 1000;   // "-count", reads of one round of it
-    bool ide = false;             // "-ide": the disk is on an IDE bus
-    bool debug = false;           // "-debug2"
+    uint64_t lba = 0;        // "-lba", first block
+    uint64_t step = 0x40;    // "-sc", blocks of one read
+    uint64_t retries = 0;    // "-retry"
+    uint64_t wide = 204800;  // "-wide", blocks that "iorandom" ranges over
+    uint64_t count = 1000;   // "-count", reads of one round of it
+    bool ide = false;        // "-ide": the disk is on an IDE bus
+    bool debug = false;      // "-debug2"
 };
 
-std::uint64_t Level(const Options& options) { return std::min(options.common.level, kLastLevel); }
+uint64_t Level(const Options& options) { return std::min(options.common.level, kLastLevel); }
 
 std::string Tell(const char* what, const ReadResult& read) {
     return Format("%s at block 0x%08llx: %s", what, static_cast<unsigned long long>(read.block),
@@ -51,8 +51,8 @@ std::string Tell(const char* what, const ReadResult& read) {
 }
 
 // Reads on behalf of a round; nothing when that is to go on, else how it ends: kOk when stopped.
-std::optional<Outcome> Read(const Options& options, Disk& disk, testprog::Run& run,
-                            std::uint64_t first, std::uint64_t count) {
+std::optional<Outcome> Read(const Options& options, Disk& disk, testprog::Run& run, uint64_t first,
+                            uint64_t count) {
     using End = ReadResult::End;
     const ReadResult read = disk.Read(first, count, options.retries, [&run] { return run.Stop(); });
     if (read.end == End::kStopped) return Outcome{};
@@ -79,9 +79,9 @@ class SectorTest {
     }
 
     Outcome Round() {
-        const std::uint64_t steps = kDepths[Level(options_)].steps;
-        for (std::uint64_t i = 0; i < steps; ++i) {
-            const std::uint64_t count = std::min(options_.step, end_ - next_);
+        const uint64_t steps = kDepths[Level(options_)].steps;
+        for (uint64_t i = 0; i < steps; ++i) {
+            const uint64_t count = std::min(options_.step, end_ - next_);
             const auto ending = Read(options_, disk_, run_, next_, count);
             if (ending && ending->code == EndCode::kOk) return *ending;
             next_ += count;
@@ -112,7 +112,7 @@ class SectorTest {
 
  private:
     // Sets what the closing record and the saved progress say.
-    void Announce(std::uint64_t next) {
+    void Announce(uint64_t next) {
         announced_ = next;
         run_.SetNextAddress(next);
         if (std::chrono::steady_clock::now() - last_save_ >= kSaveInterval) SaveProgress();
@@ -121,9 +121,9 @@ class SectorTest {
     const Options& options_;
     Disk& disk_;
     testprog::Run& run_;
-    const std::uint64_t end_;
-    std::uint64_t next_;
-    std::uint64_t announced_ = 0;
+    const uint64_t end_;
+    uint64_t next_;
+    uint64_t announced_ = 0;
     std::chrono::steady_clock::time_point last_save_ = std::chrono::steady_clock::now();
     bool save_failed_ = false;
 };
@@ -133,15 +133,15 @@ class SectorTest {
 // last.
 Outcome RandomRound(const Options& options, Disk& disk, testprog::Run& run,
                     std::mt19937_64& random) {
-    const std::uint64_t first = options.lba < disk.blocks() ? options.lba : 0;
-    const std::uint64_t range = std::min(options.wide, disk.blocks() - first);
-    const std::uint64_t count = std::min(options.step, range);
-    const std::uint64_t last = range - count;
-    std::uniform_int_distribution<std::uint64_t> place(0, last);
-    for (std::uint64_t i = 0; i < options.count; ++i) {
-        const std::uint64_t at = place(random);
+    const uint64_t first = options.lba < disk.blocks() ? options.lba : 0;
+    const uint64_t range = std::min(options.wide, disk.blocks() - first);
+    const uint64_t count = std::min(options.step, range);
+    const uint64_t last = range - count;
+    std::uniform_int_distribution<uint64_t> place(0, last);
+    for (uint64_t i = 0; i < options.count; ++i) {
+        const uint64_t at = place(random);
         if (options.debug) disk.PretendBad(first + at + count / 2);
-        const std::uint64_t places[] = {at, last - at, 0, last};
+        const uint64_t places[] = {at, last - at, 0, last};
         for (int read = 0; read < kDepths[Level(options)].reads; ++read) {
             const auto ending = Read(options, disk, run, first + places[read], count);
             if (ending) return *ending;
@@ -172,7 +172,7 @@ Outcome TestDisk(const Options& options, testprog::Run& run) {
         return outcome;
     }
     const auto now = std::chrono::system_clock::now().time_since_epoch().count();
-    std::mt19937_64 random{static_cast<std::uint64_t>(now)};
+    std::mt19937_64 random{static_cast<uint64_t>(now)};
     return run.Rounds([&] { return RandomRound(options, disk, run, random); });
 }
 

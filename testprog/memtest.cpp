@@ -25,42 +25,42 @@ using testprog::Finding;
 using testprog::Format;
 using testprog::Outcome;
 
-constexpr std::uint64_t kPatterns[] = {0x5555555555555555, 0xaaaaaaaaaaaaaaaa, 0x0000000000000000,
-                                       0xffffffffffffffff, 0x3333333333333333, 0xcccccccccccccccc,
-                                       0x0f0f0f0f0f0f0f0f, 0xf0f0f0f0f0f0f0f0, 0x00ff00ff00ff00ff,
-                                       0xff00ff00ff00ff00};
-constexpr std::uint64_t kSmallestSize = 64 << 10;
-constexpr std::size_t kLockedAtOnce = 4 << 20;
+constexpr uint64_t kPatterns[] = {0x5555555555555555, 0xaaaaaaaaaaaaaaaa, 0x0000000000000000,
+                                  0xffffffffffffffff, 0x3333333333333333, 0xcccccccccccccccc,
+                                  0x0f0f0f0f0f0f0f0f, 0xf0f0f0f0f0f0f0f0, 0x00ff00ff00ff00ff,
+                                  0xff00ff00ff00ff00};
+constexpr uint64_t kSmallestSize = 64 << 10;
+constexpr size_t kLockedAtOnce = 4 << 20;
 
 // How deep the tests go, by level; higher levels are as the last.
 struct Depth {
-    std::size_t patterns;  // of those above, where "-data" names none
-    unsigned positions;    // of a walking bit
-    unsigned sweeps;       // with each pattern
+    size_t patterns;     // of those above, where "-data" names none
+    unsigned positions;  // of a walking bit
+    unsigned sweeps;     // with each pattern
 };
 constexpr Depth kDepths[] = {{2, 8, 1}, {4, 16, 2}, {6, 32, 3}, {std::size(kPatterns), 64, 4}};
 
 struct Options {
     testprog::CommonOptions common;
-    std::uint64_t size = 16 << 20;        // "-size", bytes
-    std::vector<std::uint64_t> patterns;  // "-data"; empty leaves the choice to the level
+    uint64_t size = 16 << 20;        // "-size", bytes
+    std::vector<uint64_t> patterns;  // "-data"; empty leaves the choice to the level
 };
 
 // "16MB": a number with KB, MB or GB.
-bool TakeSize(const std::string& text, std::uint64_t* size) {
+bool TakeSize(const std::string& text, uint64_t* size) {
     constexpr const char* kUnits[] = {"KB", "MB", "GB"};
     if (text.size() < 3) return false;
     std::string unit = text.substr(text.size() - 2);
     for (char& c : unit) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     const auto* found = std::find(std::begin(kUnits), std::end(kUnits), unit);
     const auto number = testprog::ParseNumber(std::string_view(text).substr(0, text.size() - 2));
-    if (found == std::end(kUnits) || !number || *number > (std::uint64_t{1} << 32)) return false;
+    if (found == std::end(kUnits) || !number || *number > (uint64_t{1} << 32)) return false;
     *size = *number << (10 * (found - kUnits + 1));
     return *size >= kSmallestSize;
 }
 
 // A pattern word: with less than 64 bits given, they are repeated.
-std::optional<std::uint64_t> PatternOf(const std::string& word) {
+std::optional<uint64_t> PatternOf(const std::string& word) {
     auto number = testprog::ParseNumber(word);
     if (!number) return number;
     const bool hexadecimal = word.compare(0, 2, "0x") == 0;
@@ -74,7 +74,7 @@ std::optional<std::uint64_t> PatternOf(const std::string& word) {
 }
 
 // "all", or pattern words joined by "+".
-bool TakePatterns(const std::string& text, std::vector<std::uint64_t>* patterns) {
+bool TakePatterns(const std::string& text, std::vector<uint64_t>* patterns) {
     patterns->clear();
     const std::vector<std::string> words = testprog::SplitList(text);
     if (words.size() == 1 && words[0] == "all") {
@@ -98,7 +98,7 @@ struct Step {
 
 // The steps of one test, in upper case and without its X; none for an unknown one.
 std::vector<Step> StepsOf(const std::string& test, bool spoil,
-                          const std::vector<std::uint64_t>& patterns, const Depth& depth) {
+                          const std::vector<uint64_t>& patterns, const Depth& depth) {
     std::vector<Step> steps;
     const bool whole = test == "WHOLE";
     if (whole) {
@@ -112,7 +112,7 @@ std::vector<Step> StepsOf(const std::string& test, bool spoil,
                        : whole           ? testprog::MovingInversions
                                          : nullptr;
     if (sweep == nullptr) return steps;
-    for (const std::uint64_t pattern : patterns) {
+    for (const uint64_t pattern : patterns) {
         steps.push_back({test, spoil, [sweep, pattern, sweeps = depth.sweeps](const Area& area) {
                              Finding finding;
                              for (unsigned i = 0;
@@ -127,10 +127,10 @@ std::vector<Step> StepsOf(const std::string& test, bool spoil,
 
 // Collects the steps that "-tp" names; a complaint otherwise.
 std::string Prepare(const Options& options, std::vector<Step>* steps) {
-    const Depth& depth = kDepths[std::min<std::uint64_t>(options.common.level, 3)];
-    std::vector<std::uint64_t> patterns = options.patterns;
+    const Depth& depth = kDepths[std::min<uint64_t>(options.common.level, 3)];
+    std::vector<uint64_t> patterns = options.patterns;
     if (patterns.empty()) patterns.assign(kPatterns, kPatterns + depth.patterns);
-    std::size_t at = 0;
+    size_t at = 0;
     for (std::string test : testprog::SplitList(options.common.pattern)) {
         const std::string given = options.common.pattern.substr(at, test.size());
         at += test.size() + 1;
@@ -147,7 +147,7 @@ std::string Prepare(const Options& options, std::vector<Step>* steps) {
 }
 
 Outcome Round(const std::vector<Step>& steps, Area* area, testprog::Run& run) {
-    std::uint64_t done = 0;
+    uint64_t done = 0;
     for (const Step& step : steps) {
         area->spoil = step.spoil;
         if (const Finding finding = step.run(*area)) {
@@ -164,8 +164,8 @@ Outcome Round(const std::vector<Step>& steps, Area* area, testprog::Run& run) {
 
 // Locks the area piece by piece, because the system clears what it locks, which takes seconds for
 // a large one.
-void Lock(char* memory, std::size_t size, testprog::Run& run) {
-    for (std::size_t at = 0; at < size && !run.Stop(); at += kLockedAtOnce) {
+void Lock(char* memory, size_t size, testprog::Run& run) {
+    for (size_t at = 0; at < size && !run.Stop(); at += kLockedAtOnce) {
         if (mlock(memory + at, std::min(kLockedAtOnce, size - at)) == 0) continue;
         run.Note(
             Format("only %zu bytes of the memory area are locked: %s", at, std::strerror(errno)));
@@ -178,8 +178,8 @@ Outcome TestMemory(const Options& options, testprog::Run& run) {
     const std::string complaint = Prepare(options, &steps);
     if (!complaint.empty()) return {EndCode::kSkip, complaint};
 
-    const auto pages = static_cast<std::uint64_t>(std::max(0L, sysconf(_SC_PHYS_PAGES)));
-    const auto page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+    const auto pages = static_cast<uint64_t>(std::max(0L, sysconf(_SC_PHYS_PAGES)));
+    const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
     if (options.size / page > pages / 2) {
         return {EndCode::kSkip, "option \"-size\" is more than half of the machine's memory"};
     }
@@ -190,8 +190,8 @@ Outcome TestMemory(const Options& options, testprog::Run& run) {
         return {EndCode::kAbort, Format("no memory area: %s", std::strerror(errno))};
     }
     Lock(static_cast<char*>(memory), options.size, run);
-    const std::size_t count = options.size / sizeof(std::uint64_t) & ~std::size_t{1};
-    Area area{static_cast<std::uint64_t*>(memory), count, [&run] { return run.Stop(); }, false};
+    const size_t count = options.size / sizeof(uint64_t) & ~size_t{1};
+    Area area{static_cast<uint64_t*>(memory), count, [&run] { return run.Stop(); }, false};
     return run.Rounds([&] { return Round(steps, &area, run); });
 }
 

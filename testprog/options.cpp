@@ -9,17 +9,17 @@ namespace testprog {
 
 namespace {
 
-constexpr std::uint64_t kMaxSeconds = 0x7fffffff;
+constexpr uint64_t kMaxSeconds = 0x7fffffff;
 
 }  // namespace
 
-std::optional<std::uint64_t> ParseNumber(std::string_view text) {
+std::optional<uint64_t> ParseNumber(std::string_view text) {
     int base = 10;
     if (text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X") {
         base = 16;
         text.remove_prefix(2);
     }
-    std::uint64_t number = 0;
+    uint64_t number = 0;
     const char* end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, number, base);
     if (error != std::errc() || stop != end) return std::nullopt;
@@ -47,8 +47,7 @@ Option TextOption(std::string word, std::string* target) {
             }};
 }
 
-Option NumberOption(std::string word, std::uint64_t* target, std::uint64_t least,
-                    std::uint64_t most) {
+Option NumberOption(std::string word, uint64_t* target, uint64_t least, uint64_t most) {
     return {std::move(word), true, [target, least, most](const std::string& value) {
                 const auto number = ParseNumber(value);
                 if (!number || *number < least || *number > most) return false;
@@ -62,7 +61,7 @@ Option SwitchOption(std::string word, bool* target) {
 }
 
 std::vector<Option> CommonOptionTable(CommonOptions* common) {
-    const auto patrol_number = [common](std::string word, std::uint64_t* target) {
+    const auto patrol_number = [common](std::string word, uint64_t* target) {
         Option option = NumberOption(std::move(word), target, 0, kMaxSeconds);
         const auto take = option.take;
         option.take = [common, take](const std::string& value) {

@@ -6,8 +6,7 @@
 // refused by name, because a test that ran with other parameters than it was asked for would
 // report a result that nobody meant.
 
-#ifndef TESTPROG_OPTIONS_H_
-#define TESTPROG_OPTIONS_H_
+#pragma once
 
 #include <cstdint>
 #include <functional>
@@ -27,21 +26,20 @@ struct Option {
 // An option that stores its value as it stands (not empty).
 Option TextOption(std::string word, std::string* target);
 // A number, decimal or hexadecimal with "0x", from `least` to `most`.
-Option NumberOption(std::string word, std::uint64_t* target, std::uint64_t least,
-                    std::uint64_t most);
+Option NumberOption(std::string word, uint64_t* target, uint64_t least, uint64_t most);
 // An option without a value; sets the target.
 Option SwitchOption(std::string word, bool* target);
 
 // What every test program takes.
 struct CommonOptions {
-    std::string device;             // -dev, the device under test
-    std::string pattern;            // -tp, which tests to run
-    std::uint64_t level = 0;        // -lv
-    std::uint64_t log_kib = 512;    // -log, size at which the program's own log is rotated
-    std::uint64_t generations = 4;  // -gen, how many of them are kept; 0 of either keeps no log
-    std::uint64_t runtime = 0;      // /runtime, seconds; 0 is one round
-    std::uint64_t wait_usec = 0;    // -waitusec and -waitsec: the pause after each step
-    std::uint64_t wait_sec = 0;
+    std::string device;        // -dev, the device under test
+    std::string pattern;       // -tp, which tests to run
+    uint64_t level = 0;        // -lv
+    uint64_t log_kib = 512;    // -log, size at which the program's own log is rotated
+    uint64_t generations = 4;  // -gen, how many of them are kept; 0 of either keeps no log
+    uint64_t runtime = 0;      // /runtime, seconds; 0 is one round
+    uint64_t wait_usec = 0;    // -waitusec and -waitsec: the pause after each step
+    uint64_t wait_sec = 0;
     bool patrol = false;  // -log or -gen was given: only patrol runs give them
 };
 
@@ -54,11 +52,9 @@ std::string ParseOptions(int argc, const char* const* argv, const std::vector<Op
 
 // A whole unsigned number, decimal or hexadecimal with "0x"; nothing when it is none or does not
 // fit.
-std::optional<std::uint64_t> ParseNumber(std::string_view text);
+std::optional<uint64_t> ParseNumber(std::string_view text);
 
 // The parts of a list joined by "+", in lower case.
 std::vector<std::string> SplitList(std::string_view list);
 
 }  // namespace testprog
-
-#endif  // TESTPROG_OPTIONS_H_

@@ -18,13 +18,13 @@ namespace {
 enum RecordType : unsigned { kLog = 1, kStatus = 2, kProgress = 3, kDiskInfo = 4, kProcess = 6 };
 
 // The field has room for two hexadecimal digits.
-constexpr std::ptrdiff_t kMaxLines = 0xff;
+constexpr ptrdiff_t kMaxLines = 0xff;
 
 bool WriteAll(int fd, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t count = write(fd, bytes.data(), bytes.size());
         if (count > 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(count));
+            bytes.remove_prefix(static_cast<size_t>(count));
         } else if (count < 0 && errno == EAGAIN) {
             pollfd room{fd, POLLOUT, 0};
             poll(&room, 1, -1);
@@ -48,7 +48,7 @@ std::string Format(const char* format, ...) {
     va_start(arguments, format);
     const int length = std::vsnprintf(nullptr, 0, format, arguments);
     va_end(arguments);
-    std::string text(length < 0 ? 0 : static_cast<std::size_t>(length), '\0');
+    std::string text(length < 0 ? 0 : static_cast<size_t>(length), '\0');
     va_start(arguments, format);
     std::vsnprintf(text.data(), text.size() + 1, format, arguments);
     va_end(arguments);
@@ -63,9 +63,9 @@ std::string Printable(std::string_view text) {
 }
 
 std::string TimeStamp() {
-    timeval now{};
+    timeval now = {};
     gettimeofday(&now, nullptr);
-    std::tm local{};
+    tm local = {};
     localtime_r(&now.tv_sec, &local);
     const auto micro = static_cast<int>(now.tv_usec);
     return Format("%02d/%02d/%02d %02d:%02d:%02d %03d.%03d", local.tm_year % 100, local.tm_mon + 1,
@@ -76,7 +76,7 @@ std::string TimeStamp() {
 std::string FormatRecord(unsigned type, std::string_view program, std::string_view device,
                          std::string_view body) {
     const auto lines =
-        std::clamp(std::count(body.begin(), body.end(), '\n'), std::ptrdiff_t{1}, kMaxLines);
+        std::clamp(std::count(body.begin(), body.end(), '\n'), ptrdiff_t{1}, kMaxLines);
     const std::string header =
         Format("0x%02x,0x%02x,%-16.16s,%-16.16s,\n", type, static_cast<unsigned>(lines),
                Printable(program).c_str(), Printable(device).c_str());
@@ -93,7 +93,7 @@ bool RecordWriter::Log(LogLevel level, std::string_view id, std::string_view tex
                              Printable(id).c_str(), TimeStamp().c_str(), Printable(text).c_str()));
 }
 
-bool RecordWriter::Status(EndCode code, unsigned flags, std::uint32_t next_address,
+bool RecordWriter::Status(EndCode code, unsigned flags, uint32_t next_address,
                           std::string_view text) const {
     std::string body =
         Format("0x%02x,0x%02x,0x%08x,", static_cast<unsigned>(code), flags & 0xffU, next_address);

@@ -6,8 +6,7 @@
 // record's type. All fields are text at fixed columns. Nothing else may be written there, nor to
 // standard error, which is the same pipe in a patrol run.
 
-#ifndef TESTPROG_RECORD_H_
-#define TESTPROG_RECORD_H_
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -34,8 +33,8 @@ constexpr unsigned kFlagFaulty = 4;       // the component is to be reported as 
 // What a progress record says. Times are in seconds, a limit of 0 is none; the controller reads
 // the run time and the pass count and passes over the rest.
 struct Progress {
-    std::uint32_t run_time = 0;
-    std::uint32_t limit = 0;
+    uint32_t run_time = 0;
+    uint32_t limit = 0;
     unsigned level = 0;
     unsigned percent = 0;
     long passes = 0;
@@ -44,9 +43,9 @@ struct Progress {
 // What a disk information record says. Serial number and firmware version are cut to 16 and 4
 // characters. Capacity is in sectors; neither number may be 0.
 struct DiskInfo {
-    std::uint32_t capacity = 0;
-    std::uint16_t bytes_per_sector = 0;
-    std::uint8_t bus_type = 0;
+    uint32_t capacity = 0;
+    uint16_t bytes_per_sector = 0;
+    uint8_t bus_type = 0;
     std::string serial_number;
     std::string firmware;
 };
@@ -66,8 +65,7 @@ class RecordWriter {
 
     // The last record of a test. `text` is the result text (any number of lines, without its
     // last line feed) and goes with kFlagResultText; empty, the record carries one empty line.
-    bool Status(EndCode code, unsigned flags, std::uint32_t next_address,
-                std::string_view text) const;
+    bool Status(EndCode code, unsigned flags, uint32_t next_address, std::string_view text) const;
 
     // Dropped, with the result true, while a pipe has no room for it: a slow reader must not
     // hold a test up, and the next progress record says the same and more.
@@ -101,5 +99,3 @@ std::string Printable(std::string_view text);
 std::string TimeStamp();
 
 }  // namespace testprog
-
-#endif  // TESTPROG_RECORD_H_

@@ -34,7 +34,7 @@ std::string TimeText(const Extent& extent) {
 }  // namespace
 
 std::string ResultBlock(const Result& result) {
-    const Words& words = kWords.at(static_cast<std::size_t>(result.code) - 1);
+    const Words& words = kWords.at(static_cast<size_t>(result.code) - 1);
     const std::string frame = std::string(61, '-') + "\n";
     std::string block = result.patrol ? "[[[[ PATROL DIAGNOSIS RESULT ]]]]\n"
                                       : "[[[[ DIAGNOSIS RESULT ]]]]       \n";

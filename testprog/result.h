@@ -1,8 +1,7 @@
 // The result block: the text of a status record that people read, in the log, in the history and
 // in the part report.
 
-#ifndef TESTPROG_RESULT_H_
-#define TESTPROG_RESULT_H_
+#pragma once
 
 #include <string>
 
@@ -37,5 +36,3 @@ struct Result {
 std::string ResultBlock(const Result& result);
 
 }  // namespace testprog
-
-#endif  // TESTPROG_RESULT_H_

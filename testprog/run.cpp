@@ -20,7 +20,7 @@ constexpr double kProgressInterval = 0.5;
 constexpr int kCancelSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
 double Now() {
-    timespec now{};
+    timespec now = {};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
@@ -33,7 +33,7 @@ sigset_t CancelSignals() {
 }
 
 void SetDisposition(int signal, void (*handler)(int)) {
-    struct sigaction action {};
+    struct sigaction action = {};
     sigemptyset(&action.sa_mask);
     action.sa_handler = handler;
     sigaction(signal, &action, nullptr);
@@ -109,8 +109,8 @@ Run::Run(std::string program, std::string title, const CommonOptions& common, bo
 
 void Run::SendProgress() {
     const double now = Now();
-    const Progress progress{static_cast<std::uint32_t>(now - start_),
-                            static_cast<std::uint32_t>(common_.runtime),
+    const Progress progress{static_cast<uint32_t>(now - start_),
+                            static_cast<uint32_t>(common_.runtime),
                             static_cast<unsigned>(common_.level), percent_, passes_};
     unheard_ = !writer_.SendProgress(progress) || unheard_;
     next_progress_ = now + kProgressInterval;
@@ -118,7 +118,7 @@ void Run::SendProgress() {
 
 void Run::AwaitCancel(double seconds) {
     const sigset_t set = CancelSignals();
-    timespec limit{};
+    timespec limit = {};
     limit.tv_sec = static_cast<time_t>(seconds);
     limit.tv_nsec = static_cast<long>((seconds - static_cast<double>(limit.tv_sec)) * 1e9);
     if (sigtimedwait(&set, nullptr, &limit) > 0) cancelled_ = true;
@@ -152,15 +152,15 @@ Outcome Run::Rounds(const std::function<Outcome()>& round) {
     return outcome;
 }
 
-void Run::SetDone(std::uint64_t done, std::uint64_t whole) {
+void Run::SetDone(uint64_t done, uint64_t whole) {
     percent_ =
         whole == 0
             ? 0
             : static_cast<unsigned>(static_cast<double>(done) * 100.0 / static_cast<double>(whole));
 }
 
-void Run::SetNextAddress(std::uint64_t address) {
-    next_address_ = address > UINT32_MAX ? 0 : static_cast<std::uint32_t>(address);
+void Run::SetNextAddress(uint64_t address) {
+    next_address_ = address > UINT32_MAX ? 0 : static_cast<uint32_t>(address);
 }
 
 void Run::AppendLog(std::string_view text) {

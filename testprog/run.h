@@ -11,8 +11,7 @@
 // and the test is built of steps short enough (a millisecond of work, or one read of a disk) that
 // asking Stop() after each of them keeps the promises below.
 
-#ifndef TESTPROG_RUN_H_
-#define TESTPROG_RUN_H_
+#pragma once
 
 #include <cstdint>
 #include <functional>
@@ -66,11 +65,11 @@ class Run {
     Outcome Rounds(const std::function<Outcome()>& round);
 
     // What part of the round is done; for the progress records.
-    void SetDone(std::uint64_t done, std::uint64_t whole);
+    void SetDone(uint64_t done, uint64_t whole);
 
     // For disks: the block at which the next test is to start, sent with the closing record
     // whatever it says. The record has 32 bits for it; an address beyond them is sent as 0.
-    void SetNextAddress(std::uint64_t address);
+    void SetNextAddress(uint64_t address);
 
     // Writes a line into the program's own log and into the controller's trace log.
     void Note(std::string_view text);
@@ -100,9 +99,7 @@ class Run {
     bool unheard_ = false;
     long passes_ = 0;
     unsigned percent_ = 0;
-    std::uint32_t next_address_ = 0;
+    uint32_t next_address_ = 0;
 };
 
 }  // namespace testprog
-
-#endif  // TESTPROG_RUN_H_
