@@ -1,11 +1,10 @@
 // The device configuration and the list of devices that are never diagnosed: what the builders and
 // the look-ups make of them.
 
-#include "control/physical_path.h"
-#include "report/parts.h"
 #include "schedule/builder.h"
 #include "schedule/device_config.h"
 #include "schedule/update.h"
+#include "state/machine.h"
 #include "support.h"
 
 using namespace patrol_fuzz;

@@ -2,6 +2,7 @@
 
 #include "report/system_event.h"
 #include "report/system_event_settings.h"
+#include "state/machine.h"
 #include "support.h"
 
 using namespace patrol_fuzz;
@@ -19,8 +20,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string component = Word(&input);
     record.errmsg.Assign(input.ConsumeRemainingBytesAsString());
 
-    Check(check_config_file() == 0 && get_serial_model() == 0, "files that are there can be read");
-    for (const Text<100>* text : {&machine_identity.serial_number, &machine_identity.model}) {
+    MachineIdentity machine;
+    Check(check_config_file() == 0 && get_serial_model(&machine) == 0,
+          "files that are there can be read");
+    for (const Text<100>* text : {&machine.serial_number, &machine.model}) {
         Check(text->size() != 1, "a value has two characters or more", text->c_str());
     }
     const bool known = result == 2 || result == 3 || result == 5 || result == 8;

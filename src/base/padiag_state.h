@@ -25,8 +25,4 @@ extern PadiagTest padiag_mem;
 // that is not in the table.
 PadiagTest* FindPadiagTest(int kind, int entry);
 
-// Percent of `maximum` that `next` is: 0 for a next address of 0, else at least 1, and 100 only
-// where both are equal. A maximum of 0 counts as hardly begun.
-int32_t ProgressPercent(uint64_t next, uint64_t maximum);
-
 }  // namespace patrol

@@ -1,6 +1,5 @@
 #include "control/padiag_launch.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <string>
@@ -14,17 +13,16 @@
 #include "control/command_line_builder.h"
 #include "control/launch.h"
 #include "control/launch_steps.h"
-#include "control/physical_path.h"
 #include "msg/trace.h"
 #include "report/system_event.h"
-#include "sys/profile.h"
+#include "state/disk_progress.h"
+#include "state/machine.h"
+#include "state/schedule_file.h"
 
 namespace patrol {
 namespace {
 
 constexpr int kLevels = 3;
-constexpr int kProgressLevel = 3;
-constexpr char kNoAddress[] = "0x0000000000000000";
 
 // What a processor test is started with at a level.
 struct CpuLevel {
@@ -129,7 +127,7 @@ std::string HddCommand(const ProfileReader& schedule, const ProfileReader& param
         line.AddNumber("-wide", parameters, level.section, "wide", 204800);
         line.AddNumber("-count", parameters, level.section, "count", 1000);
     } else {
-        line.AddText("-lba", schedule, section, "address", kNoAddress);
+        line.AddText("-lba", schedule, section, "address", kFirstAddress);
     }
     line.AddText("-sc", parameters, level.section, "sc", "0x80");
     if (schedule.Int(section, "hdd_ide", 0) == 1) line.AddWord("-ide");
@@ -180,15 +178,11 @@ int LaunchRequested(const RequestedTest& row) {
 void NoteStart(const ProfileReader& schedule, const char* section, const char* device,
                PadiagTest* test) {
     Text<65> text;
-    schedule.String(section, "address", kNoAddress, &text);
+    schedule.String(section, "address", kFirstAddress, &text);
     test->start_lba = std::strtoull(text.c_str(), nullptr, 0);
     if (test->start_lba == 0) return;
-    ProfileReader(lba_path.c_str()).String("HDD_MAX_LBA", device, kNoAddress, &text);
-    const uint64_t maximum = std::strtoull(text.c_str(), nullptr, 0);
-    const double percent =
-        maximum == 0 ? 1
-                     : static_cast<double>(test->start_lba) / static_cast<double>(maximum) * 100;
-    test->progress = static_cast<int32_t>(std::clamp(percent, 1.0, 2147483647.0));
+    const DiskProgress progress(lba_path.c_str());
+    test->progress = StartPercent(test->start_lba, progress.Maximum(device));
 }
 
 // Starts the test of disk `number`. 1, 0 when it is not requested, -1 when it could not be started.

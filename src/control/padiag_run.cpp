@@ -1,7 +1,5 @@
 #include "control/padiag_run.h"
 
-#include <unistd.h>
-
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/settings.h"
@@ -11,20 +9,10 @@
 #include "msg/event.h"
 #include "msg/trace.h"
 #include "schedule/builder.h"
+#include "state/disk_progress.h"
 #include "sys/profile.h"
 
 namespace patrol {
-namespace {
-
-// The next schedule takes the disks' start addresses from the copy. Without a progress file there
-// is none.
-void SaveProgress() {
-    unlink(lba_bup_path.c_str());
-    static_cast<void>(link(lba_path.c_str(), lba_bup_path.c_str()));
-}
-
-}  // namespace
-
 int PadiagCntlMain() { return RunDiagnosis(__func__, "Padiag", PadiagSchedCntl); }
 
 int PadiagSchedCntl() {
@@ -44,7 +32,7 @@ int PadiagSchedCntl() {
     if (f_padiag_mem == 1) PadiagWaitMemTest();
     if (f_padiag_hdd == 1) {
         PadiagWaitHddTest();
-        SaveProgress();
+        SaveProgressCopy(lba_path.c_str(), lba_bup_path.c_str());
     }
     EndDiskTable(__func__);
     event("I1121:Scheduled diagnosis is finished.\n");

@@ -21,6 +21,7 @@
 #include "report/history.h"
 #include "report/parts.h"
 #include "report/records.h"
+#include "state/schedule_file.h"
 #include "sys/pipe_reader.h"
 #include "sys/profile.h"
 
@@ -32,6 +33,7 @@ constexpr uint32_t kPatrolMask = kTypeLog | kTypeStatus | kTypeProcess;
 constexpr size_t kLengthAt = 7;  // of the body length in a record prefix
 constexpr int kLongBody = 119;   // bodies above it are worth a trace line
 constexpr uint32_t kAddressStep = 64;
+constexpr int kAddressDigits = 8;
 // A body announced above this is refused like one that memory has no room for.
 constexpr int kMaxBody = 1 << 20;
 
@@ -174,11 +176,8 @@ int PipeEnded(const TestWait& wait, int last_length) {
     }
     ptl_history(kResultTimeout, wait.kind, wait.device, nullptr, wait.entry);
     if (wait.kind == kKindHdd) {
-        Text<64> section;
-        section.Format("HDD_SCHEDULE %d", wait.schedule_index);
-        Text<64> address;
-        address.Format("0x%08x", wait.address + kAddressStep);
-        WriteProfileSoon(section.c_str(), "address", address.c_str(), sche_path.c_str());
+        SaveDiskAddress(sche_path.c_str(), wait.schedule_index, wait.address + kAddressStep,
+                        kAddressDigits);
     }
     Ptltrprintf("[%s] Time Out Error [%s] Threshold Time= %d Sec\n", kName, "Diagnosis End",
                 wait.timeout);
@@ -254,17 +253,13 @@ int WaitMemTest() {
 int WaitHddTest() {
     Ptltrprintf("[%s] Start.\n", __func__);
     int all = 0;
-    ProfileReader schedule(sche_path.c_str());
+    ScheduleFile schedule(sche_path.c_str());
     for (int i = 0; i < hdd_exec_use; ++i) {
         const HddExec& disk = hdd_exec_tbl[i];
-        Text<64> section;
-        section.Format("HDD_SCHEDULE %d", disk.schedule_index);
         // The waits for the disks before it may have been long.
         schedule.Refresh();
-        Text<65> device;
-        schedule.String(section.c_str(), "device_name", "NO DATA", &device);
-        Text<65> address;
-        schedule.String(section.c_str(), "address", "0x00000000", &address);
+        const Text<65> device = schedule.Device<65>(disk.schedule_index);
+        const Text<65> address = schedule.Address<65>(disk.schedule_index, kShortFirstAddress);
         Ptltrprintf("[%s] PipeHddRead=0x%x PipeHddWrite=0x%x (%d)\n", __func__,
                     static_cast<unsigned>(disk.read_fd), static_cast<unsigned>(disk.write_fd), i);
         Ptltrprintf("[%s] ProcessIdHdd =%d (%d)\n", __func__, disk.pid, i);

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string>
@@ -19,7 +18,7 @@
 #include "base/settings.h"
 #include "msg/call_failure.h"
 #include "msg/trace.h"
-#include "sys/profile.h"
+#include "state/disk_progress.h"
 
 namespace patrol {
 namespace {
@@ -95,15 +94,10 @@ int PadiagSeconds(int kind, int entry) {
 }
 
 // How far a level 3 disk test has come, by what the test programs keep of `device`.
-int DiskProgress(const char* device) {
-    constexpr char kNoAddress[] = "0x0000000000000000";
-    const ProfileReader progress(lba_path.c_str());
-    Text<65> maximum_text;
-    progress.String("HDD_MAX_LBA", device, kNoAddress, &maximum_text);
-    Text<65> next_text;
-    progress.String("HDD_NEXT_LBA", device, kNoAddress, &next_text);
-    const uint64_t maximum = std::strtoull(maximum_text.c_str(), nullptr, 0);
-    const uint64_t next = std::strtoull(next_text.c_str(), nullptr, 0);
+int ReachedPercent(const char* device) {
+    const DiskProgress progress(lba_path.c_str());
+    const uint64_t maximum = progress.Maximum(device);
+    const uint64_t next = progress.Next(device);
     // The trace shows the low halves.
     Ptltrprintf("[%s] devname = %s, next_lba_ini = 0x%08x, max_lba_ini = 0x%08x\n", "PadiagHistory",
                 device, static_cast<uint32_t>(next), static_cast<uint32_t>(maximum));
@@ -115,8 +109,8 @@ std::string PadiagDetail(int result, int kind, const char* device, int entry) {
     const PadiagTest* test = FindPadiagTest(kind, entry);
     if (count == nullptr || test == nullptr) return "";
     Text<128> detail;
-    if (kind == kKindHdd && padiag_level >= 3 && result != kResultAbort) {
-        const int reached = DiskProgress(device);
+    if (kind == kKindHdd && padiag_level >= kProgressLevel && result != kResultAbort) {
+        const int reached = ReachedPercent(device);
         detail.Format("%d[%%] -> %d[%%](pass=%d)", test->progress, reached, *count);
     } else {
         detail.Format("pass=%d", *count);

@@ -31,10 +31,6 @@ int patrol_parts_proc(const FaultRecord& record, int run_mode, const char* devic
 
 // The steps of it.
 
-// Looks the partition up in "devconf_cur.xml". 1 with its number, 0 when there is none, -1 when the
-// file cannot be used.
-int find_partition_num(Text<40>* number);
-
 // Replaces the file at `path` by `text`, mode 0644. 0, or 1 (reported).
 int write_parts_data(const char* text, size_t length, const char* path);
 

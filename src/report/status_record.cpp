@@ -17,7 +17,8 @@
 #include "report/record_fields.h"
 #include "report/records.h"
 #include "report/system_event.h"
-#include "sys/profile.h"
+#include "state/disk_progress.h"
+#include "state/schedule_file.h"
 
 namespace patrol {
 namespace {
@@ -26,11 +27,11 @@ constexpr uint32_t kFlagNextAddress = 1;
 constexpr uint32_t kFlagResultText = 2;  // brings a next address too
 constexpr uint32_t kFlagFaulty = 4;
 
-constexpr int kProgressLevel = 3;
-
 constexpr size_t kFlagAt = 5;
 constexpr size_t kAddressAt = 10;
 constexpr size_t kTextAt = 21;
+
+constexpr int kAddressDigits = 16;
 
 int HistoryResult(int end_code) {
     switch (end_code) {
@@ -62,12 +63,8 @@ bool SaveNextAddress(const char* caller, const char* body, int schedule_index, i
     }
     Ptltrprintf("[%s] tmp_buf=%s ,next_lba= 0x%08x\n", caller, field.c_str(), *address);
 
-    Text<64> section;
-    section.Format("HDD_SCHEDULE %d", schedule_index);
-    Text<64> value;
-    value.Format("0x%016llx", static_cast<unsigned long long>(*address));
     const Path& schedule = run_mode == kRunPadiag ? sche_path2 : sche_path;
-    WriteProfileSoon(section.c_str(), "address", value.c_str(), schedule.c_str());
+    SaveDiskAddress(schedule.c_str(), schedule_index, *address, kAddressDigits);
     return true;
 }
 
@@ -95,11 +92,9 @@ EventRecord EndRecord(const char* caller, int kind, int entry) {
 
 // How far the device has come at level 3, where the test programs keep its last block.
 void FillProgress(const char* caller, const char* device, uint32_t next, EventRecord* record) {
-    Text<65> text;
-    ProfileReader(lba_path.c_str()).String("HDD_MAX_LBA", device, "0x0000000000000000", &text);
-    const uint64_t maximum = std::strtoull(text.c_str(), nullptr, 0);
+    const uint64_t maximum = DiskProgress(lba_path.c_str()).Maximum(device);
     record->end_lba = next;
-    record->progress = next == 0 || maximum == 0 ? 0 : ProgressPercent(next, maximum);
+    record->progress = EndPercent(next, maximum);
     if (next == 0 || maximum == 0) {
         Ptltrprintf("[%s] The calculation of the progress rate is impossible. \n", caller);
     }

@@ -12,6 +12,8 @@
 #include "msg/format.h"
 #include "msg/trace.h"
 #include "report/system_event_settings.h"
+#include "state/disk_progress.h"
+#include "state/machine.h"
 
 namespace patrol {
 namespace {
@@ -47,7 +49,6 @@ constexpr EventRow kEvents[] = {
 
 // Filled when the message is sent.
 constexpr char kTail[] = "(model:\"%s\" serial:\"%s\" %s";
-constexpr int kProgressLevel = 3;
 
 const EventRow* FindEvent(const char* name) {
     for (const EventRow& row : kEvents) {
@@ -166,13 +167,14 @@ int kvx_sdb_msg(const char* body, const char* option) {
     if (body == nullptr || body[0] == '\0') return -1;
     check_config_file();
     if (event_settings.enable == 0) return -2;
-    get_serial_model();
+    MachineIdentity machine;
+    get_serial_model(&machine);
     char host[257] = "";
     gethostname(host, sizeof host - 1);
     Text<100> serial;
-    serial.Format("%s\" hostname:\"%s", machine_identity.serial_number.c_str(), host);
+    serial.Format("%s\" hostname:\"%s", machine.serial_number.c_str(), host);
 
-    const FormatArg arguments[] = {machine_identity.model, serial, option};
+    const FormatArg arguments[] = {machine.model, serial, option};
     std::string message = FormatMessage(body, arguments, std::size(arguments));
     message.resize(std::min(message.size(), kMaxMessage));
     const int local = event_settings.facility;

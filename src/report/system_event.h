@@ -52,10 +52,6 @@ int kvx_sdb_msg(const char* body, const char* option);
 // is unset or the file cannot be opened.
 int check_config_file();
 
-// Reads model and serial number of the machine from its current device configuration; values of 2
-// to 99 characters alone are taken. 0, or -1 when "KVX_data" is unset or the file cannot be opened.
-int get_serial_model();
-
 // Local time as "yyyy-mm-ddThh:mm:ss+hh:mm".
 void date2iso8601(std::time_t time, IsoTime* text);
 

@@ -11,9 +11,6 @@ namespace patrol {
 extern Text<512> dev_gather_str;
 extern Text<512> dev_gather_str2;
 
-// Where the first test of a disk starts.
-inline constexpr char kFirstAddress[] = "0x0000000000000000";
-
 // Reads the patrol settings, writes "pat_new_sche.txt" and enters the change in the patrol history.
 // 0, or -1: then either the file could not be opened or written, or the device configuration not be
 // read to its end or not be opened now, and the file keeps what it held; or there is no device

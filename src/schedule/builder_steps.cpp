@@ -43,7 +43,7 @@ int WriteHddSections(const HddSections& sections) {
     return whole ? 0 : kUnread;
 }
 
-int WriteScheduleFile(const ScheduleFile& file) {
+int WriteScheduleFile(const ScheduleParts& file) {
     FileReplacement schedule(file.path);
     const bool writable = access(file.path, W_OK) == 0 || errno == ENOENT;
     if (!writable || schedule.stream() == nullptr) {

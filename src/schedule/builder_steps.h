@@ -25,7 +25,7 @@ struct HddSections {
 int WriteHddSections(const HddSections& sections);
 
 // A builder's own part of a whole file.
-struct ScheduleFile {
+struct ScheduleParts {
     const char* caller;
     const char* path;
     int (*write_cpu)(FILE*);
@@ -35,6 +35,6 @@ struct ScheduleFile {
 
 // Writes the file; it takes the place of the old one when it is complete, or when the device
 // configuration is missing. 0, or -1 (traced).
-int WriteScheduleFile(const ScheduleFile& file);
+int WriteScheduleFile(const ScheduleParts& file);
 
 }  // namespace patrol

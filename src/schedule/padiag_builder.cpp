@@ -7,22 +7,12 @@
 #include "schedule/builder_steps.h"
 #include "schedule/device_config.h"
 #include "schedule/settings_files.h"
-#include "sys/profile.h"
+#include "state/disk_progress.h"
+#include "state/schedule_file.h"
 
 namespace patrol {
 
 Text<512> dev_gather_str2;
-
-namespace {
-
-// Where a padiag test of the current disk goes on.
-Text<64> StartAddress(const ProfileReader& progress) {
-    Text<65> address;
-    progress.String("HDD_NEXT_LBA", device_name.c_str(), kFirstAddress, &address);
-    return Text<64>(address.view());
-}
-
-}  // namespace
 
 int PadiagCpuScheduleMk(FILE* schedule) {
     std::fprintf(schedule, "[CPU_SCHEDULE]\ncpu=%s\n", f_padiag_cpu == 1 ? "ON" : "OFF");
@@ -37,16 +27,17 @@ int PadiagMemoryScheduleMk(FILE* schedule) {
 }
 
 int PadiagHddScheduleMk(FILE* schedule) {
-    const ProfileReader progress(FindFile(kFileLbaBup)->path);
+    const DiskProgress progress(FindFile(kFileLbaBup)->path);
     HddSections sections;
     sections.caller = __func__;
     sections.device_line_ends = true;
     sections.write_disk = [&](int number) {
-        std::fprintf(schedule, "[HDD_SCHEDULE %d]\nhdd=%s\n", number,
+        std::fprintf(schedule, "[%s]\nhdd=%s\n", DiskSection(number).c_str(),
                      f_padiag_hdd == 1 ? "ON" : "OFF");
         if (f_padiag_hdd == 1) AddTarget(&dev_gather_str2, device_name.c_str());
         std::fprintf(schedule, "address=%s\ndevice_name=%s\nhdd_ide=%d\n",
-                     StartAddress(progress).c_str(), device_name.c_str(), f_ide_device);
+                     progress.NextText(device_name.c_str()).c_str(), device_name.c_str(),
+                     f_ide_device);
     };
     sections.write_end = [&](int count) {
         std::fprintf(schedule, "[TEST_SCHEDULE]\nhdd_all_num=%d\nlevel=%d\ntime=%d\n", count,
@@ -58,8 +49,8 @@ int PadiagHddScheduleMk(FILE* schedule) {
 int PadiagCreateSchedule() {
     Ptltrprintf("[%s] start.\n", __func__);
     ReadPadiagIni();
-    const ScheduleFile file = {__func__, FindFile(kFileSche2)->path, PadiagCpuScheduleMk,
-                               PadiagMemoryScheduleMk, PadiagHddScheduleMk};
+    const ScheduleParts file = {__func__, FindFile(kFileSche2)->path, PadiagCpuScheduleMk,
+                                PadiagMemoryScheduleMk, PadiagHddScheduleMk};
     if (WriteScheduleFile(file) != 0) return -1;
     PadiagChangeHist(RunMode(), dev_gather_str2.c_str());
     PadiagChangeHist2(RunMode());

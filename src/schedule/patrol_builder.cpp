@@ -9,6 +9,7 @@
 #include "schedule/due_rule.h"
 #include "schedule/settings_files.h"
 #include "schedule/update.h"
+#include "state/schedule_file.h"
 
 namespace patrol {
 
@@ -20,8 +21,8 @@ const char* OnOff(bool on) { return on ? "ON" : "OFF"; }
 
 void WriteDisk(FILE* schedule, int number, bool due) {
     const bool enabled = f_hdd_exe == 1;
-    std::fprintf(schedule, "[HDD_SCHEDULE %d]\n", number);
-    std::fprintf(schedule, "serial_number=%s\n", serial_number.c_str());
+    std::fprintf(schedule, "[%s]\nserial_number=%s\n", DiskSection(number).c_str(),
+                 serial_number.c_str());
     std::fprintf(schedule, "hdd_exe=%s\nhdd_next_go=%s\n", OnOff(enabled), OnOff(due));
     if (enabled) AddTarget(&dev_gather_str, device_name.c_str());
     const OldDisk* known = KnownDisk(serial_number.c_str());
@@ -73,8 +74,8 @@ int HddScheduleMk(FILE* schedule) {
 int CreateSchedule() {
     Ptltrprintf("[%s] start.\n", __func__);
     ReadEnvIni();
-    const ScheduleFile file = {__func__, FindFile(kFileSche)->path, CpuScheduleMk, MemoryScheduleMk,
-                               HddScheduleMk};
+    const ScheduleParts file = {__func__, FindFile(kFileSche)->path, CpuScheduleMk,
+                                MemoryScheduleMk, HddScheduleMk};
     if (WriteScheduleFile(file) != 0) return -1;
     ptl_change_hist(RunMode(), dev_gather_str.c_str());
     ptl_change_hist2(RunMode());

@@ -9,15 +9,14 @@
 #include "base/paths.h"
 #include "base/settings.h"
 #include "msg/trace.h"
+#include "state/schedule_file.h"
 #include "sys/profile.h"
 
 namespace patrol {
 namespace {
 
-constexpr int kDefaultTimeout = 45;
 constexpr int kMinTimeout = 5;
 constexpr int kMaxTimeout = 50;
-constexpr int kDefaultHddMax = 128;
 
 enum class Form { kSwitch, kSwitchEitherCase, kTestName, kTimeout, kNumber };
 

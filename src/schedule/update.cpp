@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/file.h"
+#include "base/kinds.h"
 #include "base/number.h"
 #include "base/paths.h"
 #include "base/run_mode.h"
@@ -14,7 +15,7 @@
 #include "schedule/builder.h"
 #include "schedule/due_rule.h"
 #include "schedule/settings_files.h"
-#include "sys/profile.h"
+#include "state/schedule_file.h"
 
 namespace patrol {
 
@@ -23,14 +24,21 @@ OldDisk* hdd_type_tbl = nullptr;
 
 namespace {
 
-std::string DiskSection(int number) { return "HDD_SCHEDULE " + std::to_string(number); }
+const char* OnOff(bool on) { return on ? "ON" : "OFF"; }
 
-// Sets both flags of a component.
-void WriteFlags(ProfileWriter* schedule, const std::string& section, const char* kind, bool enabled,
-                bool due) {
-    const std::string name = kind;
-    schedule->Write(section.c_str(), (name + "_exe").c_str(), enabled ? "ON" : "OFF");
-    schedule->Write(section.c_str(), (name + "_next_go").c_str(), due ? "ON" : "OFF");
+// Sets both flags of the processors or the memory.
+void WriteFlags(ProfileWriter* schedule, int kind, bool enabled, bool due) {
+    const ScheduleKeys& keys = KeysOf(kind);
+    schedule->Write(keys.section, keys.enabled, OnOff(enabled));
+    schedule->Write(keys.section, keys.due, OnOff(due));
+}
+
+// Switches disk `number` off.
+void ClearFlags(ProfileWriter* schedule, int number) {
+    const Text<32> section = DiskSection(number);
+    const ScheduleKeys& keys = KeysOf(kKindHdd);
+    schedule->Write(section.c_str(), keys.enabled, OnOff(false));
+    schedule->Write(section.c_str(), keys.due, OnOff(false));
 }
 
 // Whether the patrol Schedule file is there; traced under `caller` when it is not.
@@ -43,18 +51,19 @@ bool ScheduleExists(const char* caller) {
 
 // Sets the flags of every disk. Returns where the even group goes on.
 int UpdateDisks(ProfileWriter* schedule, int count, int limit) {
-    for (int i = 0; i < count; ++i) WriteFlags(schedule, DiskSection(i), "hdd", false, false);
+    for (int i = 0; i < count; ++i) ClearFlags(schedule, i);
     DueRule rule(limit);
     for (int i = 0; i < count; ++i) {
-        const std::string section = DiskSection(i);
         if (f_hdd_exe != 1) {
-            WriteFlags(schedule, section, "hdd", false, false);
+            ClearFlags(schedule, i);
             continue;
         }
-        schedule->Write(section.c_str(), "hdd_exe", "ON");
+        const Text<32> section = DiskSection(i);
+        const ScheduleKeys& keys = KeysOf(kKindHdd);
+        schedule->Write(section.c_str(), keys.enabled, OnOff(true));
         // Odd disks keep the flag that was cleared above.
         const bool due = rule.Due(i);
-        if (i % 2 == 0) schedule->Write(section.c_str(), "hdd_next_go", due ? "ON" : "OFF");
+        if (i % 2 == 0) schedule->Write(section.c_str(), keys.due, OnOff(due));
     }
     return rule.resume();
 }
@@ -79,19 +88,17 @@ int UpdateSchedule() {
 
 void PatrolUpdateSchedule() {
     Ptltrprintf("[%s] Start.\n", __func__);
-    const ProfileReader old(sche_path.c_str());
+    const ScheduleFile old(sche_path.c_str());
     ProfileWriter schedule(sche_path.c_str());
-    WriteFlags(&schedule, "CPU_SCHEDULE", "cpu", f_cpu_exe == 1, f_cpu_exe == 1);
+    WriteFlags(&schedule, kKindCpu, f_cpu_exe == 1, f_cpu_exe == 1);
     Ptltrprintf("[%s] Cpu Update OK.\n", __func__);
-    WriteFlags(&schedule, "MEM_SCHEDULE", "mem", f_mem_exe == 1, f_mem_exe == 1 && f_cpu_exe != 1);
+    WriteFlags(&schedule, kKindMemory, f_mem_exe == 1, f_mem_exe == 1 && f_cpu_exe != 1);
     Ptltrprintf("[%s] Memory Update OK.\n", __func__);
 
-    const int count = BoundedCount(old.Int("TEST_SCHEDULE", "hdd_all_num", 0));
-    const int limit = old.Int("TEST_SCHEDULE", "hdd_max", 128);
-    const int resume = UpdateDisks(&schedule, count, limit);
-    schedule.Write("TEST_SCHEDULE", "hdd_next_gusu", std::to_string(resume).c_str());
-    schedule.Write("TEST_SCHEDULE", "hdd_start_kigu", "1");
-    schedule.Write("TEST_SCHEDULE", "hdd_next_kisu", "1");
+    const int resume = UpdateDisks(&schedule, BoundedCount(old.DiskCount()), old.HddMax());
+    schedule.Write(kTestSection, kEvenStartKey, std::to_string(resume).c_str());
+    schedule.Write(kTestSection, kPhaseKey, "1");
+    schedule.Write(kTestSection, kOddStartKey, "1");
     schedule.Save();
     Ptltrprintf("[%s] Hdd Update OK.\n", __func__);
     Ptltrprintf("[%s] End.\n", __func__);
@@ -117,13 +124,13 @@ int CompareSchedule() {
 int HddTblAlloc() {
     Ptltrprintf("[%s] start.\n", __func__);
     FreeOldDisks();
-    const ProfileReader schedule(sche_path.c_str());
+    const ScheduleFile schedule(sche_path.c_str());
     if (!schedule.loaded()) {
         // What cannot be read now must not be replaced.
         Ptltrprintf("[%s] end.( -1 )\n", __func__);
         return -1;
     }
-    const int count = schedule.Int("TEST_SCHEDULE", "hdd_all_num", 0);
+    const int count = schedule.DiskCount();
     hdd_type_tbl = AllocateTable<OldDisk>(count);
     if (hdd_type_tbl == nullptr) {
         Ptltrprintf("[%s] hdd_type Alloc Error.(size= %d byte)\n", __func__,
@@ -137,14 +144,12 @@ int HddTblAlloc() {
 
 bool HddSaveData() {
     Ptltrprintf("[%s] Start.\n", __func__);
-    const ProfileReader schedule(sche_path.c_str());
+    const ScheduleFile schedule(sche_path.c_str());
     for (int i = 0; i < hdd_type_cnt; ++i) {
-        const std::string section = DiskSection(i);
         OldDisk& disk = hdd_type_tbl[i];
-        schedule.Field(section.c_str(), "device_name", "NO DATA", &disk.device_name);
-        schedule.Field(section.c_str(), "serial_number", "NO DATA", &disk.serial_number);
-        // The default is shorter than what the builder writes; it has always been.
-        schedule.Field(section.c_str(), "address", "0x00000000", &disk.address);
+        disk.device_name.Assign(schedule.Device<513>(i).view());
+        disk.serial_number.Assign(schedule.SerialNumber<513>(i).view());
+        disk.address.Assign(schedule.Address<513>(i, kShortFirstAddress).view());
     }
     Ptltrprintf("[%s] End.\n", __func__);
     return schedule.loaded();
@@ -162,18 +167,17 @@ const OldDisk* KnownDisk(const char* serial) {
 // written again for the serial numbers as readers of the file see them, and for "<path>.old".
 void HddCompareData() {
     Ptltrprintf("[%s] Start.\n", __func__);
-    const ProfileReader built(sche_path.c_str());
+    const ScheduleFile built(sche_path.c_str());
     ProfileWriter schedule(sche_path.c_str());
-    const int count = BoundedCount(built.Int("TEST_SCHEDULE", "hdd_all_num", 0));
+    const int count = BoundedCount(built.DiskCount());
     for (int i = 0; i < count; ++i) {
-        const std::string section = DiskSection(i);
-        Text<512> serial;
-        built.Field(section.c_str(), "serial_number", "NO DATA", &serial);
+        const Text<512> serial(built.SerialNumber<513>(i).view());
         const OldDisk* known = KnownDisk(serial.c_str());
         if (known == nullptr) continue;
+        const Text<32> section = DiskSection(i);
         // "<path>.old" holds what was before the last write: there the last disk starts at 0.
-        if (!known->address.empty()) schedule.Write(section.c_str(), "address", kFirstAddress);
-        schedule.Write(section.c_str(), "address", known->address.c_str());
+        if (!known->address.empty()) schedule.Write(section.c_str(), kAddressKey, kFirstAddress);
+        schedule.Write(section.c_str(), kAddressKey, known->address.c_str());
         Ptltrprintf("[%s] HDD(%d) match!!\n", __func__, static_cast<int>(known - hdd_type_tbl));
     }
     schedule.Save();

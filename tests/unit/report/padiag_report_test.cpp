@@ -7,7 +7,6 @@
 #include "base/clocks.h"
 #include "base/kinds.h"
 #include "base/settings.h"
-#include "control/physical_path.h"
 #include "report/history.h"
 #include "report/system_event.h"
 #include "report/system_event_settings.h"
@@ -18,7 +17,6 @@ namespace {
 class PadiagReportTest : public UnitTest {
  protected:
     ~PadiagReportTest() override {
-        unsetenv("KVX_SVTYPE");
         setenv("TZ", "UTC0", 1);
         tzset();
     }
@@ -61,45 +59,6 @@ TEST_F(PadiagReportTest, SwitchAndFacilityAreReadInTheirSectionAlone) {
     EXPECT_EQ(event_settings.enable, 0) << "the settings before are forgotten";
 }
 
-TEST_F(PadiagReportTest, TheMachineIsWhatTheSystemEntrySays) {
-    const std::string system = "<devconf>\n<dev type=\"SYSTEM\" id=\"0\">\n";
-    const std::string serial = "<attr name=\"S/N\">", model = "<attr name=\"model\">";
-    const std::string end = "</attr>\n", most(98 - model.size() - 1, 'v');
-    const std::tuple<std::string, const char*, std::string> files[] = {
-        {serial + "AB" + end + system + model + "CD" + end, "", "CD"},
-        {system + serial + "AB" + end + model + "C" + end, "AB", ""},
-        {system + "</dev>\n" + serial + "AB" + end + "<dev>\n" + model + "CD" + end, "AB", ""},
-        {system + "<attr name=\"S/N2\">AB" + end + "<attr name=\"models\">CD" + end, "", ""},
-        {system + model + most + end, "", most},
-        {system + model + most + "v" + end, "", ""},
-        {system + model + "no end\n" + serial + "AB</", "AB", ""},
-    };
-    for (const auto& [text, number, name] : files) {
-        agent_.Write("data/devconf_cur.xml", text);
-        EXPECT_EQ(get_serial_model(), 0);
-        EXPECT_EQ(machine_identity.serial_number.view(), number) << text;
-        EXPECT_EQ(machine_identity.model.view(), name) << text;
-    }
-    setenv("KVX_SVTYPE", "MB", 1);
-    EXPECT_EQ(get_serial_model(), -1);
-    EXPECT_TRUE(machine_identity.serial_number.empty()) << "the identity before is forgotten";
-    agent_.MakeDir("data/MB");
-    agent_.Write("data/MB/devconf_cur.xml", system + serial + "Board" + end);
-    EXPECT_EQ(get_serial_model(), 0);
-    EXPECT_EQ(machine_identity.serial_number.view(), "Board");
-}
-
-TEST_F(PadiagReportTest, ProgressTouchesItsEndsOnlyWhereItIsThere) {
-    const uint64_t most = ~uint64_t{0}, word = 0xffffffff;
-    const std::tuple<uint64_t, uint64_t, int32_t> cases[] = {
-        {0, 100, 0},    {1, most, 1},      {50, 100, 50},        {999, 1000, 99}, {100, 100, 100},
-        {101, 100, 99}, {most, most, 100}, {word - 1, word, 99}, {2, 3, 66},      {0, 0, 0},
-    };
-    for (const auto& [next, maximum, percent] : cases) {
-        EXPECT_EQ(ProgressPercent(next, maximum), percent) << next << " of " << maximum;
-    }
-}
-
 TEST_F(PadiagReportTest, HistoryLinesCountWhatTheTestReported) {
     ASSERT_TRUE(AllocateDiskTable(1));
     hdd_exec_use = 1;
@@ -137,29 +96,6 @@ TEST_F(PadiagReportTest, HistoryLinesCountWhatTheTestReported) {
         EXPECT_EQ(agent_.History("log/pastat.txt"), Strings{c.line});
     }
     clock_now = [] { return std::time(nullptr); };
-}
-
-TEST_F(PadiagReportTest, PlacesAreTheFirstThatTheConfigurationNames) {
-    const std::string cpu = "<dev type=\"CPU_summary\"", dimm = "<dev type=\"DIMM_summary\"";
-    const std::string where = " phypath=\"", software = "<dev type=\"SOFTWARE\">\n";
-    const std::string longer(150, 'p');
-    const std::tuple<int, std::string, std::string> files[] = {
-        {kPathOfCpu, cpu + ">\n" + cpu + where + "/C1\">\n" + cpu + where + "/C2\">\n", "/C1"},
-        {kPathOfMemory, cpu + where + "/C\">\n" + dimm + " a=\"b\"" + where + "/D/0\" c=\"d\">\n",
-         "/D/0"},
-        {kPathOfDevice, "/dev/sda\n<dev" + where + "/x\">\n<dev" + where + "/y /dev/sdab\">\n",
-         "/y /dev/sdab"},
-        {kPathOfCpu, "<dev>\n", "/y /dev/sdab"},
-        {kPathOfDevice, software + "<dev" + where + "/y /dev/sda\">\n", "no data"},
-        {kPathOfMemory, dimm + where + longer + "\">\n", longer.substr(0, 99)},
-    };
-    setenv("KVX_SVTYPE", "MB", 1);  // has no say here
-    for (const auto& [kind, text, place] : files) {
-        agent_.Write("data/devconf_cur.xml", text);
-        EXPECT_EQ(get_phypath(kind, kind == kPathOfDevice ? "/dev/sda" : nullptr), place) << text;
-    }
-    agent_.Remove("data/devconf_cur.xml");
-    EXPECT_STREQ(get_phypath(kPathOfCpu, nullptr), "no data");
 }
 
 }  // namespace

@@ -1,4 +1,6 @@
-// Settings and machine identity for the system events, and their times.
+// Settings for the system events, and their times.
+
+#include "report/system_event_settings.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -8,12 +10,10 @@
 #include "base/file.h"
 #include "base/number.h"
 #include "report/system_event.h"
-#include "report/system_event_settings.h"
 
 namespace patrol {
 
 SystemEventSettings event_settings;
-MachineIdentity machine_identity;
 
 namespace {
 
@@ -31,15 +31,6 @@ void TakeNumber(const char* line, const char* key, int* value) {
     if (end != at + 1) *value = ClampToInt(number);
 }
 
-// The text between the first ">" and the next "<", where it is 2 to 99 characters long.
-void TakeValue(const char* line, Text<100>* value) {
-    const char* open = std::strchr(line, '>');
-    const char* close = open != nullptr ? std::strchr(open, '<') : nullptr;
-    if (close == nullptr) return;
-    const auto length = static_cast<size_t>(close - open - 1);
-    if (length >= 2 && length < Text<100>::kSize) value->Assign({open + 1, length});
-}
-
 }  // namespace
 
 int check_config_file() {
@@ -55,34 +46,6 @@ int check_config_file() {
         if (!inside) continue;
         TakeNumber(line, "enable", &event_settings.enable);
         TakeNumber(line, "facility", &event_settings.facility);
-    }
-    return 0;
-}
-
-int get_serial_model() {
-    machine_identity = MachineIdentity();
-    const char* directory = std::getenv("KVX_data");
-    if (directory == nullptr) return -1;
-    const char* server = std::getenv("KVX_SVTYPE");
-    const bool main_board = server != nullptr && std::strcmp(server, "MB") == 0;
-    const std::string path =
-        std::string(directory) + (main_board ? "/MB" : "") + "/devconf_cur.xml";
-    const Stream file = OpenForReading(path.c_str());
-    if (file == nullptr) return -1;
-    char line[kLineSize];
-    bool inside = false;
-    while (std::fgets(line, sizeof line, file.get()) != nullptr) {
-        if (!inside) {
-            inside = std::strstr(line, "<dev type=\"SYSTEM\"") != nullptr;
-            continue;
-        }
-        if (std::strstr(line, "<dev") != nullptr) break;
-        if (std::strstr(line, "<attr name=\"S/N\"") != nullptr) {
-            TakeValue(line, &machine_identity.serial_number);
-        }
-        if (std::strstr(line, "<attr name=\"model\"") != nullptr) {
-            TakeValue(line, &machine_identity.model);
-        }
     }
     return 0;
 }
