@@ -6,6 +6,7 @@
 #include "base/padiag_state.h"
 #include "control/padiag_output.h"
 #include "support.h"
+#include "sys/deferred_writes.h"
 
 using namespace patrol_fuzz;
 
@@ -31,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     const Stream file = OpenForReading(agent.Path("data/out").c_str());
     ReadPadiagOutput({"Fuzz", kind.code, kind.name, device.c_str(), 1, 0}, file.get());
-    PutProfileWrites();
+    FlushDeferredWrites();
 
     agent.CheckDiskSchedule("data/pat_sche2.txt");
     const std::string history = agent.Read("log/pastat.txt"), sent = agent.system_log;

@@ -14,6 +14,8 @@
 #include "control/pipe_data.h"
 #include "report/records.h"
 #include "support.h"
+#include "sys/child.h"
+#include "sys/deferred_writes.h"
 #include "sys/file_control.h"
 #include "sys/pipe_reader.h"
 
@@ -98,7 +100,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const Descriptor pipe = FilledPipe(&input, bytes);
     const int result = wait_for_testdata({kind.code, timeout, device.c_str(), mask, 1, 7,
                                           pipe.get(), 0, input.ConsumeIntegralInRange(0, 1), mode});
-    PutProfileWrites();
+    FlushDeferredWrites();
     CheckLines(&input, bytes);
     while (waitpid(-1, nullptr, WNOHANG) > 0) continue;
 

@@ -1,11 +1,11 @@
 #include "base/signals.h"
 
 #include <poll.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+
+#include "base/blocking.h"
 
 namespace patrol {
 namespace {
@@ -14,15 +14,9 @@ sigset_t start_mask;
 sigset_t changed;    // signals whose disposition may not be the default
 sigset_t wait_mask;  // what is blocked inside the waits
 volatile sig_atomic_t noted_signal = 0;
-void (*before_blocking)() = nullptr;
-std::vector<pid_t> collected;
-std::vector<pid_t> abandoned;
 
+// Unlike SIG_IGN this does not outlive an execv, and it keeps ended children to be waited for.
 void DoNothing(int) {}
-
-bool Holds(const std::vector<pid_t>& pids, pid_t pid) {
-    return std::find(pids.begin(), pids.end(), pid) != pids.end();
-}
 
 sigset_t With(sigset_t mask, int signal) {
     sigaddset(&mask, signal);
@@ -43,6 +37,16 @@ int PollNoting(pollfd* polled, nfds_t count, const timespec* limit, const sigset
     } while (result < 0 && errno == EINTR && noted_signal == 0);
     return result;
 }
+
+// Waits for `polled` without limit. The ends of children are none of its business.
+int WaitFor(pollfd* polled) {
+    return BlockingCall([polled] {
+        return PollNoting(polled, 1, nullptr, With(wait_mask, SIGCHLD)) < 0 ? -1 : 0;
+    });
+}
+
+// Whether a wait for `polled` would be over at once.
+bool Ready(pollfd* polled) { return poll(polled, 1, 0) > 0; }
 
 }  // namespace
 
@@ -76,74 +80,39 @@ int InstallHandler(int signal, SignalHandler handler) {
     return sigaction(signal, &action, nullptr);
 }
 
+const sigset_t& StartMask() { return start_mask; }
+
+bool DispositionChanged(int signal) { return sigismember(&changed, signal) == 1; }
+
 void NoteSignal(int signal) { noted_signal = signal; }
-
-void CallBeforeBlocking(void (*routine)()) { before_blocking = routine; }
-
-void PrepareToBlock() {
-    if (before_blocking != nullptr) before_blocking();
-}
 
 int LastNotedSignal() { return noted_signal; }
 
 int WaitReadable(int fd) {
-    const sigset_t mask = With(wait_mask, SIGCHLD);
     // A poll that finds data does not look for signals, so pending ones are let in first.
     const timespec no_time = {0, 0};
-    if (PollNoting(nullptr, 0, &no_time, mask) < 0) return -1;
+    if (PollNoting(nullptr, 0, &no_time, With(wait_mask, SIGCHLD)) < 0) return -1;
     pollfd polled = {fd, POLLIN, 0};
-    if (before_blocking != nullptr && poll(&polled, 1, 0) > 0) return 0;
-    PrepareToBlock();
-    return PollNoting(&polled, 1, nullptr, mask) < 0 ? -1 : 0;
+    // Data that is there is no reason to do now what was put off.
+    if (AnythingPutOff() && Ready(&polled)) return 0;
+    return WaitFor(&polled);
 }
 
 int WaitWritable(int fd) {
     pollfd polled = {fd, POLLOUT, 0};
     // Signals are the business of longer waits: where there is room at once they stay pending.
-    if (poll(&polled, 1, 0) > 0) return 0;
-    PrepareToBlock();
-    return PollNoting(&polled, 1, nullptr, With(wait_mask, SIGCHLD)) < 0 ? -1 : 0;
+    return Ready(&polled) ? 0 : WaitFor(&polled);
 }
 
-pid_t WaitForChild(pid_t pid, int* status, int options) {
+int WaitForChildSignal() {
     const sigset_t mask = Without(wait_mask, SIGCHLD);
-    while (true) {
-        const pid_t ended = waitpid(pid, status, options | WNOHANG);
-        if (ended > 0 && (WIFEXITED(*status) || WIFSIGNALED(*status))) collected.push_back(ended);
-        if (pid < 0 && Holds(abandoned, ended)) continue;
-        if (ended != 0) return ended;
-        PrepareToBlock();
+    return BlockingCall([&mask] {
         noted_signal = 0;
-        // SIGCHLD ends this pause unnoted: look again.
         ppoll(nullptr, 0, nullptr, &mask);
-        if (noted_signal != 0) {
-            errno = EINTR;
-            return -1;
-        }
-    }
-}
-
-void AbandonChild(pid_t pid) { abandoned.push_back(pid); }
-
-bool WasCollected(pid_t pid) { return Holds(collected, pid); }
-
-int SignalChild(pid_t pid, int signal) {
-    if (!WasCollected(pid)) return kill(pid, signal);
-    errno = ESRCH;
-    return -1;
-}
-
-void RestoreSignalsInChild() {
-    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
-        if (sigismember(&changed, signal) == 1) InstallHandler(signal, SIG_DFL);
-    }
-    sigprocmask(SIG_SETMASK, &start_mask, nullptr);
-}
-
-void NoteNewChild(pid_t pid) {
-    for (std::vector<pid_t>* pids : {&collected, &abandoned}) {
-        pids->erase(std::remove(pids->begin(), pids->end(), pid), pids->end());
-    }
+        if (noted_signal == 0) return 0;
+        errno = EINTR;
+        return -1;
+    });
 }
 
 SignalScope::SignalScope() : wait_mask_(wait_mask) {

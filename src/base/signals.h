@@ -7,7 +7,6 @@
 #pragma once
 
 #include <signal.h>
-#include <sys/types.h>
 
 #include <vector>
 
@@ -28,18 +27,18 @@ void CatchFailedWrites();
 // with errno set.
 int InstallHandler(int signal, SignalHandler handler);
 
+// The signal mask that this process was started with.
+const sigset_t& StartMask();
+
+// Whether `signal` may have a disposition other than the default: one of the start, or one of
+// InstallHandler.
+bool DispositionChanged(int signal);
+
 // Marks that a handler ran for `signal`: the wait under way ends. Safe in a handler.
 void NoteSignal(int signal);
 
 // The signal last noted in a wait.
 int LastNotedSignal();
-
-// Has the waits below call `routine` each time before they block, so that what was put off for as
-// long as there was work is done before it can be missed. Null: nothing.
-void CallBeforeBlocking(void (*routine)());
-
-// Calls that routine. For other calls that may block: a pause, the system log.
-void PrepareToBlock();
 
 // Waits until `fd` can be read or its other end is closed. 0, or -1 with errno set: EINTR when a
 // signal was noted, which goes before data that is there already.
@@ -49,25 +48,10 @@ int WaitReadable(int fd);
 // signal was noted while there was something to wait for.
 int WaitWritable(int fd);
 
-// waitpid for `pid` (-1: any child) with `options`, waiting without limit. The child's pid, or -1
-// with errno set: EINTR when a signal was noted, ECHILD when there is no such child.
-pid_t WaitForChild(pid_t pid, int* status, int options);
-
-// Gives up waiting for `pid`: its end is not taken for that of any child.
-void AbandonChild(pid_t pid);
-
-// Whether WaitForChild has seen the end of `pid`; its number may meanwhile belong to a stranger.
-bool WasCollected(pid_t pid);
-
-// kill() for a child of this process. -1 with errno ESRCH, nothing sent, when it was collected.
-int SignalChild(pid_t pid, int signal);
-
-// In a new child: default dispositions of all signals, whatever this process was started with, and
-// the mask of the start.
-void RestoreSignalsInChild();
-
-// In the parent: `pid` is a living child again, whatever child had the number before.
-void NoteNewChild(pid_t pid);
+// Waits for SIGCHLD, which says that a child has ended or stopped; one that came before counts. 0,
+// or -1 with errno EINTR when another signal was noted. It may also return 0 for no reason, so the
+// caller looks at its children.
+int WaitForChildSignal();
 
 // For the length of a scope, other signals are let into the waits or kept out of them. On the way
 // out the alarm is cancelled and dispositions and masks are as they were before.

@@ -13,6 +13,11 @@ namespace patrol {
 // the whole text would have had.
 [[gnu::format(printf, 3, 4)]] int snprintfx(char* buffer, size_t size, const char* format, ...);
 
+// Whether `text` begins with `start`; an empty start begins everything.
+inline bool StartsWith(std::string_view text, std::string_view start) {
+    return text.substr(0, start.size()) == start;
+}
+
 // NUL-terminated text in N bytes, so at most N - 1 characters. Assigning, appending and formatting
 // cut at that size without a word. What is assigned ends at its first NUL.
 template <size_t N>
@@ -45,8 +50,13 @@ class Text {
     [[gnu::format(printf, 2, 3)]] void Format(const char* format, ...) {
         va_list arguments;
         va_start(arguments, format);
-        std::vsnprintf(chars_, N, format, arguments);
+        FormatList(format, arguments);
         va_end(arguments);
+    }
+
+    // The same for a routine that itself takes arguments as printf does.
+    [[gnu::format(printf, 2, 0)]] void FormatList(const char* format, va_list arguments) {
+        std::vsnprintf(chars_, N, format, arguments);
     }
 
     // Cuts trailing characters that stand in `unwanted`.

@@ -7,7 +7,6 @@
 #include <string>
 
 #include "base/file.h"
-#include "base/signals.h"
 #include "base/text.h"
 #include "msg/trace.h"
 #include "sys/child.h"

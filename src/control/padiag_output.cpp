@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/kinds.h"
+#include "base/text.h"
 #include "msg/trace.h"
 #include "report/parts.h"
 #include "report/records.h"
@@ -14,10 +15,6 @@ namespace {
 constexpr size_t kLineSize = 512;
 constexpr size_t kDetailAt = 21;  // of the result block in a status text
 constexpr char kClosing[] = "=====";
-
-bool BeginsWith(const char* line, const char* start) {
-    return std::strncmp(line, start, std::strlen(start)) == 0;
-}
 
 // A status text with zero bytes behind it, as the parsers want it.
 struct StatusText {
@@ -38,7 +35,7 @@ class OutputReader {
     explicit OutputReader(const PadiagOutput& output) : output_(output) {}
 
     void TakeLine(const char* line) {
-        if (BeginsWith(line, kRecordMagic)) {
+        if (StartsWith(line, kRecordMagic)) {
             TakeHead(line);
         } else if (in_record_) {
             TakeBodyLine(line);
@@ -78,7 +75,7 @@ class OutputReader {
             return;
         }
         text_.Append(line);
-        if (!BeginsWith(line, kClosing)) return;
+        if (!StartsWith(line, kClosing)) return;
         in_record_ = false;
         TakeStatus();
     }

@@ -6,20 +6,21 @@
 #include <ctime>
 #include <string>
 
+#include "base/blocking.h"
 #include "base/clocks.h"
 #include "base/disk_table.h"
 #include "base/file.h"
 #include "base/kinds.h"
 #include "base/padiag_state.h"
 #include "base/settings.h"
-#include "base/signals.h"
 #include "control/launch.h"
 #include "control/padiag_launch.h"
 #include "control/padiag_output.h"
 #include "msg/trace.h"
 #include "report/history.h"
 #include "report/system_event.h"
-#include "sys/profile.h"
+#include "sys/child.h"
+#include "sys/deferred_writes.h"
 
 namespace patrol {
 namespace {
@@ -35,21 +36,8 @@ struct RunningTest {
     int number;  // of the output file
 };
 
-void TraceWakeUp(const char* caller, const char* program, int status) {
-    if (WIFEXITED(status)) {
-        Ptltrprintf("[%s] %s-> exit_code=%d\n", caller, program, WEXITSTATUS(status));
-    } else if (WIFSIGNALED(status)) {
-        Ptltrprintf("[%s] %s-> killed by signal=%d\n", caller, program, WTERMSIG(status));
-    } else if (WIFSTOPPED(status)) {
-        Ptltrprintf("[%s] %s-> stopped by signal=%d\n", caller, program, WSTOPSIG(status));
-    } else {
-        Ptltrprintf("[%s] %s-> continued\n", caller, program);
-    }
-}
-
 void PauseASecond() {
-    PrepareToBlock();
-    sleep(1);
+    BlockingCall([] { sleep(1); });
 }
 
 // Waits until the test has ended. A wait that fails reads as an exit with 0.
@@ -61,7 +49,8 @@ void WaitForTest(const RunningTest& test) {
             Ptltrprintf("[%s] waitpid -> %s.\n", test.output.caller, "Wait_failed");
             PauseASecond();
         }
-        TraceWakeUp(test.output.caller, FindKind(test.output.kind)->program, status);
+        Ptltrprintf("[%s] %s-> %s\n", test.output.caller, FindKind(test.output.kind)->program,
+                    WakeUpText(status).c_str());
     } while (!WIFEXITED(status) && !WIFSIGNALED(status));
 }
 
@@ -136,7 +125,7 @@ void PadiagWaitHddTest() {
                      &disk.read_fd,
                      disk.schedule_index});
     }
-    PutProfileWrites();
+    FlushDeferredWrites();
     Ptltrprintf("[%s] End.\n", __func__);
 }
 

@@ -22,6 +22,8 @@
 #include "report/parts.h"
 #include "report/records.h"
 #include "state/schedule_file.h"
+#include "sys/child.h"
+#include "sys/deferred_writes.h"
 #include "sys/pipe_reader.h"
 #include "sys/profile.h"
 
@@ -272,7 +274,7 @@ int WaitHddTest() {
                     disk.schedule_index);
         if (result != 0) all = -1;
     }
-    PutProfileWrites();
+    FlushDeferredWrites();
     Ptltrprintf("[%s] End.\n", __func__);
     return all;
 }

@@ -10,6 +10,7 @@
 #include "base/signals.h"
 #include "control/launch.h"
 #include "msg/trace.h"
+#include "sys/child.h"
 
 namespace patrol {
 namespace {

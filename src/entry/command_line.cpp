@@ -35,10 +35,6 @@ constexpr char kNoMode[] = "Warning:Execution Parameter Error.";
 
 bool Is(const char* word, const char* name) { return std::strcmp(word, name) == 0; }
 
-bool BeginsWith(const char* word, const char* name) {
-    return std::strncmp(word, name, std::strlen(name)) == 0;
-}
-
 // The mode that a word selects; 0 when it is no mode word.
 uint8_t ModeOf(const char* word) {
     if (Is(word, "KVXstart")) return kModeAgentStart;
@@ -46,7 +42,7 @@ uint8_t ModeOf(const char* word) {
     if (Is(word, "reload")) return kModeReload;
     if (Is(word, "confchg")) return kModeConfigChange;
     // Agents append their own endings to this word.
-    if (BeginsWith(word, "pastart")) return kModePadiag;
+    if (StartsWith(word, "pastart")) return kModePadiag;
     return 0;
 }
 
@@ -63,7 +59,7 @@ void TakeWord(const char* word, const CommandText& command) {
     }
     if (Is(word, "debug")) {
         entry_cmd |= kDebugFlag;
-    } else if (BeginsWith(word, "point=")) {
+    } else if (StartsWith(word, "point=")) {
         TakePoint(word);
     } else {
         if (RunMode() != 0) ParameterError(kSecondMode, command);

@@ -21,7 +21,7 @@
 #include "msg/ptl_exit.h"
 #include "msg/ptl_printf.h"
 #include "msg/trace.h"
-#include "sys/profile.h"
+#include "sys/deferred_writes.h"
 
 namespace patrol {
 namespace {
@@ -50,7 +50,7 @@ void EndWithoutMemory() {
         ++step;
     }
     if (step == 2) {
-        PutProfileWrites();
+        FlushDeferredWrites();
         ++step;
     }
     if (step == 3) ptl_exit(1);

@@ -26,7 +26,8 @@ constexpr int log_gen = 4;
 constexpr size_t kFieldsEstimate = 68;  // the padded fields and the separators of a line
 constexpr size_t kOverlongSize = 4;     // what an over-long line is formatted into
 constexpr size_t kCopiedPiece = 511;
-constexpr int kMaxCopiedLines = 0x70000000;
+// The count of copied lines stops here, below where an int would wrap.
+constexpr int kMaxCountedLines = 0x70000000;
 
 struct LogStream {
     const char* name;
@@ -91,10 +92,6 @@ size_t TakeLine(FILE* from, char (&line)[kCopiedPiece + 1]) {
     }
     line[size] = '\0';
     return size;
-}
-
-bool StartsWith(const char* line, const char* start) {
-    return std::strncmp(line, start, std::strlen(start)) == 0;
 }
 
 int CopyFile(const std::string& to_path, const std::string& from_path) {
@@ -198,7 +195,7 @@ int copy_part_of_file(FILE* to, FILE* from, const char* start, const char* end) 
             break;
         }
         std::fwrite(line, 1, size, to);
-        if (copied < kMaxCopiedLines) ++copied;
+        if (copied < kMaxCountedLines) ++copied;
     }
     return copying ? copied : -1;
 }

@@ -6,9 +6,9 @@
 #include <cstring>
 #include <string>
 
+#include "base/blocking.h"
 #include "base/file.h"
 #include "base/paths.h"
-#include "base/signals.h"
 #include "msg/call_failure.h"
 #include "msg/event.h"
 #include "msg/format.h"
@@ -39,19 +39,20 @@ int OpenFailed(const Path& path, const char* mode, int error) {
     return -1;
 }
 
-// Hands every staged line to the system log.
+// Hands every staged line to the system log, which may hold this program while it is busy.
 int SendStaged(const Path& path) {
     const Stream file = OpenForReading(path.c_str());
     if (file == nullptr) return OpenFailed(path, "r", errno);
-    PrepareToBlock();
-    openlog("KVX", LOG_PID, LOG_USER);
-    char line[StagedLine::kSize];
-    while (std::fgets(line, sizeof line, file.get()) != nullptr) {
-        syslog(LOG_USER | LOG_ERR, "%s", FormatMessage(line, nullptr, 0).c_str());
-    }
-    // The identity is this group's alone.
-    closelog();
-    return 0;
+    return BlockingCall([&file] {
+        openlog("KVX", LOG_PID, LOG_USER);
+        char line[StagedLine::kSize];
+        while (std::fgets(line, sizeof line, file.get()) != nullptr) {
+            syslog(LOG_USER | LOG_ERR, "%s", FormatMessage(line, nullptr, 0).c_str());
+        }
+        // The identity is this group's alone.
+        closelog();
+        return 0;
+    });
 }
 
 }  // namespace

@@ -41,18 +41,6 @@ void Become(const char* path, char* const* arguments) {
     _exit(static_cast<unsigned char>(-1));
 }
 
-void TraceWakeUp(int status) {
-    if (WIFEXITED(status)) {
-        OutTracef("(%s) parts-> exit_code=%d\n", "execute", WEXITSTATUS(status));
-    } else if (WIFSIGNALED(status)) {
-        OutTracef("(%s) parts-> killed by signal=%d\n", "execute", WTERMSIG(status));
-    } else if (WIFSTOPPED(status)) {
-        OutTracef("(%s) parts-> stopped by signal=%d\n", "execute", WSTOPSIG(status));
-    } else {
-        OutTracef("(%s) parts-> continued\n", "execute");
-    }
-}
-
 int ExitStatus(int status) { return (status >> 8) & 0xff; }
 
 // Waits until the command has ended. False when SIGTERM or the time limit ended the wait.
@@ -64,7 +52,7 @@ bool WaitForCommand(int* status) {
             OutTracef("(%s) waitpid -> %s.\n", "execute", "Wait_failed");
             return true;
         }
-        TraceWakeUp(*status);
+        OutTracef("(%s) parts-> %s\n", "execute", WakeUpText(*status).c_str());
         if (WIFEXITED(*status) || WIFSIGNALED(*status)) return true;
     }
 }

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <string>
 
+#include "base/blocking.h"
 #include "base/kinds.h"
-#include "base/signals.h"
 #include "msg/format.h"
 #include "msg/trace.h"
 #include "report/system_event_settings.h"
@@ -179,8 +179,7 @@ int kvx_sdb_msg(const char* body, const char* option) {
     message.resize(std::min(message.size(), kMaxMessage));
     const int local = event_settings.facility;
     const int facility = local >= 0 && local <= 7 ? LOG_LOCAL0 + (local << 3) : LOG_LOCAL0;
-    PrepareToBlock();
-    syslog(LOG_NOTICE | facility, "SDB::ZQWNkvx:%s\n", message.c_str());
+    BlockingCall([&] { syslog(LOG_NOTICE | facility, "SDB::ZQWNkvx:%s\n", message.c_str()); });
     return 0;
 }
 

@@ -51,10 +51,6 @@ constexpr Setting kPadiagSettings[] = {
     {"time", Form::kNumber, &padiag_time},
 };
 
-bool StartsWith(std::string_view line, std::string_view start) {
-    return line.substr(0, start.size()) == start;
-}
-
 void StoreTestName(const Setting& setting, const char* name) {
     setting.name->Assign(name);
     WritePrivateProfileString(setting.param_section, "tp", name, para_path.c_str());

@@ -1,6 +1,7 @@
 #include "state/schedule_file.h"
 
 #include "base/kinds.h"
+#include "sys/deferred_writes.h"
 
 namespace patrol {
 namespace {
@@ -35,7 +36,7 @@ Flag ScheduleFile::ReadFlag(const char* section, const char* key) const {
 void SaveDiskAddress(const char* path, int number, uint32_t address, int digits) {
     Text<32> value;
     value.Format("0x%0*x", digits, address);
-    WriteProfileSoon(DiskSection(number).c_str(), kAddressKey, value.c_str(), path);
+    DeferProfileWrite(DiskSection(number).c_str(), kAddressKey, value.c_str(), path);
 }
 
 }  // namespace patrol

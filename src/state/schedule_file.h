@@ -106,7 +106,7 @@ class ScheduleFile {
 };
 
 // Has the next test of disk `number` start at `address`, written with at least `digits` hexadecimal
-// digits. The file is changed before this process next waits or reads it: see WriteProfileSoon.
+// digits. The file is changed before this process next waits or reads it: see DeferProfileWrite.
 void SaveDiskAddress(const char* path, int number, uint32_t address, int digits);
 
 }  // namespace patrol

@@ -1,47 +1,105 @@
 #include "sys/child.h"
 
 #include <fcntl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <vector>
 
 #include "base/signals.h"
 #include "msg/log_files.h"
 #include "msg/trace.h"
-#include "sys/profile.h"
+#include "sys/deferred_writes.h"
 
 namespace patrol {
 namespace {
 
-constexpr int kNotExecuted = 127;
+constexpr int kNotExecuted = 127;  // as a shell says it
+
+std::vector<pid_t> collected;
+std::vector<pid_t> abandoned;
+
+bool Holds(const std::vector<pid_t>& pids, pid_t pid) {
+    return std::find(pids.begin(), pids.end(), pid) != pids.end();
+}
+
+bool HasEnded(int status) { return WIFEXITED(status) || WIFSIGNALED(status); }
 
 // Makes `fd` the child's descriptor `target`.
 void Route(int fd, int target) {
     if (fd < 0) return;
+    // dup2 of a descriptor to itself would leave it close-on-exec.
     const int result = fd == target ? fcntl(fd, F_SETFD, 0) : dup2(fd, target);
     if (result < 0) _exit(kNotExecuted);
 }
 
 [[noreturn]] void RunChild(const ChildStart& start) {
+    // A flush that failed before the fork has left its lines; they are the parent's to write.
     ClearLogBuffers();
     trpurge();
     RestoreSignalsInChild();
+    // Standard error first: `output` may be descriptor 2 itself, `error` is never descriptor 1.
     Route(start.error, STDERR_FILENO);
     Route(start.output, STDOUT_FILENO);
     start.run();
+    // Not exit(): what the parent has to do at its end is not to be done twice.
     _exit(kNotExecuted);
 }
 
 }  // namespace
 
 pid_t StartChild(const ChildStart& start) {
-    PutProfileWrites();
+    FlushDeferredWrites();
     FlushLogBuffers();
     std::fflush(nullptr);
     const pid_t pid = start.fork_call != nullptr ? start.fork_call() : fork();
     if (pid == 0) RunChild(start);
     if (pid > 0) NoteNewChild(pid);
     return pid;
+}
+
+pid_t WaitForChild(pid_t pid, int* status, int options) {
+    while (true) {
+        const pid_t ended = waitpid(pid, status, options | WNOHANG);
+        if (ended > 0 && HasEnded(*status)) collected.push_back(ended);
+        if (pid < 0 && Holds(abandoned, ended)) continue;
+        if (ended != 0) return ended;
+        if (WaitForChildSignal() != 0) return -1;
+    }
+}
+
+void AbandonChild(pid_t pid) { abandoned.push_back(pid); }
+
+bool WasCollected(pid_t pid) { return Holds(collected, pid); }
+
+int SignalChild(pid_t pid, int signal) {
+    if (!WasCollected(pid)) return kill(pid, signal);
+    errno = ESRCH;
+    return -1;
+}
+
+Text<32> WakeUpText(int status) {
+    Text<32> text("continued");
+    if (WIFEXITED(status)) text.Format("exit_code=%d", WEXITSTATUS(status));
+    if (WIFSIGNALED(status)) text.Format("killed by signal=%d", WTERMSIG(status));
+    if (WIFSTOPPED(status)) text.Format("stopped by signal=%d", WSTOPSIG(status));
+    return text;
+}
+
+void RestoreSignalsInChild() {
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+        if (DispositionChanged(signal)) InstallHandler(signal, SIG_DFL);
+    }
+    sigprocmask(SIG_SETMASK, &StartMask(), nullptr);
+}
+
+void NoteNewChild(pid_t pid) {
+    for (std::vector<pid_t>* pids : {&collected, &abandoned}) {
+        pids->erase(std::remove(pids->begin(), pids->end(), pid), pids->end());
+    }
 }
 
 }  // namespace patrol

@@ -1,9 +1,14 @@
-// Starting a child process: every child of the controller starts here.
+// Child processes: every child of the controller is started, waited for and signalled here.
+//
+// A child whose end was seen is remembered, because the system may give its number to a stranger:
+// nothing is ever sent to a collected pid.
 #pragma once
 
 #include <sys/types.h>
 
 #include <functional>
+
+#include "base/text.h"
 
 namespace patrol {
 
@@ -17,11 +22,34 @@ struct ChildStart {
     pid_t (*fork_call)() = nullptr;  // null: fork()
 };
 
-// Flushes the log buffers and stdio, so that the child repeats none of it, and forks. The child has
-// default signal dispositions, the signal mask the controller was started with, no line of the
-// parent in its trace ring or log buffers, and, once it executes a program, no descriptor that
-// this process opened but 0, 1 and 2. Returns the child's pid, or what fork returned, with errno
-// set.
+// Does the profile writes that were put off and flushes the log buffers and stdio, so that the
+// child repeats none of it, and forks. The child has default signal dispositions, the signal mask
+// the controller was started with, no line of the parent in its trace ring or log buffers, and,
+// once it executes a program, no descriptor that this process opened but 0, 1 and 2. Returns the
+// child's pid, or what fork returned, with errno set.
 pid_t StartChild(const ChildStart& start);
+
+// waitpid for `pid` (-1: any child) with `options`, waiting without limit. The child's pid, or -1
+// with errno set: EINTR when a signal was noted, ECHILD when there is no such child.
+pid_t WaitForChild(pid_t pid, int* status, int options);
+
+// Gives up waiting for `pid`: its end is not taken for that of any child.
+void AbandonChild(pid_t pid);
+
+// Whether WaitForChild has seen the end of `pid`.
+bool WasCollected(pid_t pid);
+
+// kill() for a child of this process. -1 with errno ESRCH, nothing sent, when it was collected.
+int SignalChild(pid_t pid, int signal);
+
+// What a wait status says: "exit_code=N", "killed by signal=N", "stopped by signal=N" or
+// "continued".
+Text<32> WakeUpText(int status);
+
+// The two sides of a fork, for a caller that does not fork through StartChild. In the child:
+// default dispositions of all signals, whatever this process was started with, and the mask of the
+// start. In the parent: `pid` is a living child again, whatever child had the number before.
+void RestoreSignalsInChild();
+void NoteNewChild(pid_t pid);
 
 }  // namespace patrol

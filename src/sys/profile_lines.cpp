@@ -1,15 +1,15 @@
-// What reading and writing of profiles share: the stream routines and the cutting into lines.
+#include "sys/profile_lines.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
-#include "sys/profile.h"
+#include "sys/deferred_writes.h"
 
 namespace patrol {
 namespace {
 
 constexpr int kAttempts = 4;
+// No settings file comes near; a damaged one is not to take all memory.
 constexpr off_t kMaxSize = off_t{16} << 20;
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
@@ -25,7 +25,7 @@ Stream rf_fileopen(const char* path, const char* mode) {
 }
 
 bool rf_filegets(std::string* line, size_t size, std::string_view* rest) {
-    std::string_view piece = TakePiece(rest, size - 1);
+    const std::string_view piece = TakePiece(rest, size - 1);
     if (piece.empty()) return false;
     line->assign(piece.substr(0, piece.find('\0')));
     const auto is_line_end = [](char c) { return c == '\r' || c == '\n'; };
@@ -38,7 +38,7 @@ bool rf_filegets(std::string* line, size_t size, std::string_view* rest) {
 int rf_fileclose(Stream stream) { return std::fclose(stream.release()) == 0 ? 0 : 1; }
 
 bool LoadProfile(const char* path, std::string* bytes, struct stat* status) {
-    PutProfileWrites(path);
+    FlushDeferredWrites(path);
     bytes->clear();
     struct stat found = {};
     const bool there = stat(path, &found) == 0;
@@ -66,6 +66,14 @@ std::string_view TakePiece(std::string_view* rest, size_t limit) {
     if (line_feed != std::string_view::npos) piece = piece.substr(0, line_feed + 1);
     rest->remove_prefix(piece.size());
     return piece;
+}
+
+std::string SectionPattern(std::string_view section, size_t limit) {
+    return ("[" + std::string(section) + "]").substr(0, limit);
+}
+
+std::string KeyPattern(std::string_view key, size_t limit) {
+    return (std::string(key) + "=").substr(0, limit);
 }
 
 }  // namespace patrol

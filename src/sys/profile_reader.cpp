@@ -1,35 +1,23 @@
+#include "sys/profile_reader.h"
+
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <cstring>
 
 #include "base/number.h"
-#include "sys/profile.h"
 
 namespace patrol {
 namespace {
 
+// Line buffers and pattern sizes; a longer line counts as several.
 constexpr size_t kStringLine = 2048;
 constexpr size_t kIntLine = 512;
 constexpr size_t kNamesLine = 1024;
 constexpr size_t kMaxSectionPattern = 514;
 constexpr size_t kMaxKeyPattern = 513;
 
-std::string SectionPattern(const char* section) {
-    return ("[" + std::string(section) + "]").substr(0, kMaxSectionPattern);
-}
-
-std::string KeyPattern(const char* key) {
-    return (std::string(key) + "=").substr(0, kMaxKeyPattern);
-}
-
-bool StartsWith(std::string_view text, std::string_view start) {
-    return text.substr(0, start.size()) == start;
-}
-
 bool IsHeader(const std::string& line, bool bracket_needed) {
-    return !line.empty() && line[0] == '[' &&
-           (!bracket_needed || line.find(']') != std::string::npos);
+    return StartsWith(line, "[") && (!bracket_needed || line.find(']') != std::string::npos);
 }
 
 int CopyValue(std::string_view value, char* result, int size) {
@@ -75,27 +63,17 @@ const ProfileReader::Lines& ProfileReader::CutAt(size_t line_size,
         std::string line;
         while (rf_filegets(&line, line_size, &rest)) {
             if (line.find_first_of("[=") == std::string::npos) continue;
-            if (IsHeader(line, true)) IndexHeader(line, cut.lines.size(), &cut.first_header);
+            if (IsHeader(line, true)) cut.headers.Add(line, cut.lines.size());
             cut.lines.push_back(line);
         }
     }
     return **cached;
 }
 
-// The line after the header that opens `section`.
-std::optional<size_t> ProfileReader::FirstLine(const Lines& lines, const char* section,
-                                               bool bracket_needed) const {
-    const std::string pattern = SectionPattern(section);
-    if (pattern.find_first_of("[]", 1) == pattern.size() - 1) {
-        const auto found = lines.first_header.find(pattern);
-        if (found == lines.first_header.end()) return std::nullopt;
-        return found->second + 1;
-    }
-    for (size_t i = 0; i < lines.lines.size(); ++i) {
-        const std::string& line = lines.lines[i];
-        if (IsHeader(line, bracket_needed) && line.find(pattern) != std::string::npos) return i + 1;
-    }
-    return std::nullopt;
+size_t ProfileReader::FirstLine(const Lines& cut, const char* section) {
+    const std::optional<size_t> header =
+        cut.headers.Find(SectionPattern(section, kMaxSectionPattern));
+    return header.has_value() ? *header + 1 : cut.lines.size();
 }
 
 int ProfileReader::String(const char* section, const char* key, const char* default_value,
@@ -108,14 +86,13 @@ int ProfileReader::String(const char* section, const char* key, const char* defa
         const std::string_view text = default_value;
         count = CopyValue(text.substr(0, static_cast<size_t>(size)), result, size);
     }
-    const Lines& lines = CutAt(kStringLine, &string_lines_);
-    const std::optional<size_t> first = FirstLine(lines, section, true);
-    if (!first.has_value()) return count;
-    const std::string pattern = KeyPattern(key);
-    for (size_t i = *first; i < lines.lines.size(); ++i) {
-        const std::string& line = lines.lines[i];
+    const Lines& cut = CutAt(kStringLine, &string_lines_);
+    const std::string pattern = KeyPattern(key, kMaxKeyPattern);
+    for (size_t i = FirstLine(cut, section); i < cut.lines.size(); ++i) {
+        const std::string& line = cut.lines[i];
         if (IsHeader(line, true)) break;
-        if (line.empty() || line[0] == ';' || line[0] == '[') continue;
+        // A "[" that nothing closes neither ends the section nor is an entry.
+        if (StartsWith(line, ";") || StartsWith(line, "[")) continue;
         if (StartsWith(line, pattern)) {
             std::memset(result, 0, static_cast<size_t>(size));
             count = CopyValue(std::string_view(line).substr(pattern.size()), result, size);
@@ -125,13 +102,12 @@ int ProfileReader::String(const char* section, const char* key, const char* defa
 }
 
 int ProfileReader::Int(const char* section, const char* key, int default_value) const {
-    const Lines& lines = CutAt(kIntLine, &int_lines_);
-    const std::optional<size_t> first = FirstLine(lines, section, false);
+    const Lines& cut = CutAt(kIntLine, &int_lines_);
+    const std::string pattern = KeyPattern(key, kMaxKeyPattern);
     int value = default_value;
-    if (!first.has_value()) return value;
-    const std::string pattern = KeyPattern(key);
-    for (size_t i = *first; i < lines.lines.size(); ++i) {
-        const std::string& line = lines.lines[i];
+    for (size_t i = FirstLine(cut, section); i < cut.lines.size(); ++i) {
+        const std::string& line = cut.lines[i];
+        // Here a "[" that nothing closes ends the section as well.
         if (IsHeader(line, false)) break;
         if (StartsWith(line, ";") || !StartsWith(line, pattern)) continue;
         const char* digits = line.c_str() + pattern.size();
@@ -151,7 +127,7 @@ int ProfileReader::SectionNames(char* result, int size) const {
     size_t total = 0;
     bool first = true;
     while (rf_filegets(&line, kNamesLine, &rest)) {
-        if (line.empty() || line[0] != '[') continue;
+        if (!StartsWith(line, "[")) continue;
         const std::string name = line.substr(1, line.find(']') - 1);
         const size_t needed = total + name.size() + 1;
         if (room <= needed) break;
@@ -160,20 +136,6 @@ int ProfileReader::SectionNames(char* result, int size) const {
         first = false;
     }
     return static_cast<int>(total);
-}
-
-int GetPrivateProfileString(const char* section, const char* key, const char* default_value,
-                            char* result, int size, const char* path) {
-    return ProfileReader(path).String(section, key, default_value, result, size);
-}
-
-int GetPrivateProfileInt(const char* section, const char* key, int default_value,
-                         const char* path) {
-    return ProfileReader(path).Int(section, key, default_value);
-}
-
-int GetPrivateProfileSectionNames(char* result, int size, const char* path) {
-    return ProfileReader(path).SectionNames(result, size);
 }
 
 }  // namespace patrol

@@ -1,19 +1,18 @@
+#include "sys/profile_writer.h"
+
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <utility>
 
-#include "base/signals.h"
-#include "sys/profile.h"
+#include "base/text.h"
 #include "sys/replace_file.h"
 
 namespace patrol {
 namespace {
 
-constexpr size_t kMaxPiece = 511;
-constexpr size_t kMaxPattern = 511;
+constexpr size_t kMaxPiece = 511;    // of a line; a longer one counts as several
+constexpr size_t kMaxPattern = 511;  // of a section or key
 
 bool Empty(const char* text) { return text == nullptr || text[0] == '\0'; }
 
@@ -22,6 +21,11 @@ std::string BeforeNul(const std::string& piece) { return piece.substr(0, piece.f
 
 bool IsHeader(const std::string& piece) {
     return piece[0] == '[' && BeforeNul(piece).find(']') != std::string::npos;
+}
+
+// Whether the line is copied as it stands, whatever it holds.
+bool IsPassedOver(const std::string& piece) {
+    return std::strchr("; \n\r#[", piece[0]) != nullptr;
 }
 
 // Makes `old_path` a second name of the file at `path`. False where links are refused.
@@ -35,18 +39,6 @@ bool LinkAs(const std::string& path, const std::string& old_path) {
     return renamed;
 }
 
-struct PutOff {
-    std::string section;
-    std::string key;
-    std::string value;
-};
-
-// Writes that are to come, all to one profile.
-std::vector<PutOff> put_off;
-std::string put_off_path;
-
-void PutAllWrites() { PutProfileWrites(); }
-
 }  // namespace
 
 ProfileWriter::ProfileWriter(const char* path) : path_(path) {
@@ -57,15 +49,14 @@ ProfileWriter::ProfileWriter(const char* path) : path_(path) {
     while (!rest.empty()) {
         lines_.emplace_back(TakePiece(&rest, kMaxPiece));
         const auto last = std::prev(lines_.end());
-        if (IsHeader(*last)) IndexHeader(BeforeNul(*last), last, &first_header_);
+        if (IsHeader(*last)) headers_.Add(BeforeNul(*last), last);
     }
 }
 
 void ProfileWriter::Write(const char* section, const char* key, const char* value) {
     if (!loaded_ || Empty(section) || Empty(key) || Empty(value)) return;
     if (pending_.has_value()) Apply(*pending_);
-    pending_ = Entry{("[" + std::string(section) + "]").substr(0, kMaxPattern),
-                     (std::string(key) + "=").substr(0, kMaxPattern),
+    pending_ = Entry{SectionPattern(section, kMaxPattern), KeyPattern(key, kMaxPattern),
                      std::string(key) + "=" + value + "\n"};
     ++writes_;
 }
@@ -90,13 +81,12 @@ bool ProfileWriter::Save() {
 }
 
 void ProfileWriter::Apply(const Entry& entry) {
-    const auto header = FindHeader(entry.section);
     bool written = false;
-    auto end = header;
-    if (header != lines_.end()) {
-        for (end = std::next(header); end != lines_.end() && !IsHeader(*end); ++end) {
-            if (std::strchr("; \n\r#[", (*end)[0]) != nullptr) continue;
-            if (end->compare(0, entry.key.size(), entry.key) != 0) continue;
+    // Where a new line goes: the end of the section, or that of the file.
+    auto end = lines_.end();
+    if (const auto header = headers_.Find(entry.section); header.has_value()) {
+        for (end = std::next(*header); end != lines_.end() && !IsHeader(*end); ++end) {
+            if (IsPassedOver(*end) || !StartsWith(*end, entry.key)) continue;
             *end = entry.line;
             written = true;
         }
@@ -116,17 +106,6 @@ void ProfileWriter::Insert(Lines::iterator at, const std::string& line) {
     lines_.insert(at, line);
 }
 
-// The header that opens the section; the end when there is none.
-ProfileWriter::Lines::iterator ProfileWriter::FindHeader(const std::string& section) {
-    if (section.find_first_of("[]", 1) == section.size() - 1) {
-        const auto found = first_header_.find(section);
-        return found != first_header_.end() ? found->second : lines_.end();
-    }
-    return std::find_if(lines_.begin(), lines_.end(), [&](const std::string& line) {
-        return IsHeader(line) && BeforeNul(line).find(section) != std::string::npos;
-    });
-}
-
 std::string ProfileWriter::Join() const {
     std::string bytes;
     for (const std::string& line : lines_) bytes += line;
@@ -139,33 +118,6 @@ bool KeepProfileAsOld(const char* path) {
     std::string bytes;
     FileReplacement kept(old_path.c_str());
     return LoadProfile(path, &bytes) && kept.Write(bytes) && kept.Commit();
-}
-
-void WritePrivateProfileString(const char* section, const char* key, const char* value,
-                               const char* path) {
-    ProfileWriter writer(path);
-    writer.Write(section, key, value);
-    writer.Save();
-}
-
-void WriteProfileSoon(const char* section, const char* key, const char* value, const char* path) {
-    if (Empty(section) || Empty(key) || Empty(value)) return;
-    if (put_off_path != path) PutAllWrites();
-    put_off_path = path;
-    put_off.push_back({section, key, value});
-    CallBeforeBlocking(PutAllWrites);
-}
-
-void PutProfileWrites(const char* path) {
-    if (put_off.empty() || (path != nullptr && put_off_path != path)) return;
-    CallBeforeBlocking(nullptr);
-    // Emptied first: the writer reads the profile, and so comes by here again.
-    const std::vector<PutOff> writes = std::exchange(put_off, {});
-    ProfileWriter writer(put_off_path.c_str());
-    for (const PutOff& write : writes) {
-        writer.Write(write.section.c_str(), write.key.c_str(), write.value.c_str());
-    }
-    writer.Save();
 }
 
 }  // namespace patrol

@@ -9,8 +9,10 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "base/blocking.h"
 #include "base/signals.h"
 #include "msg/trace.h"
+#include "sys/child.h"
 
 namespace patrol {
 namespace {
@@ -34,8 +36,8 @@ uint32_t Random() {
 void AllocationPause() {
     constexpr int32_t kBelowSecond = 999999;
     const auto product = static_cast<int32_t>(Random() / 1000000u * 2147483647u);
-    PrepareToBlock();
-    usleep(static_cast<useconds_t>(std::clamp(product, 0, kBelowSecond)));
+    const auto pause = static_cast<useconds_t>(std::clamp(product, 0, kBelowSecond));
+    BlockingCall([pause] { usleep(pause); });
 }
 
 enum Silence { kSpeaks, kSilentWhenSpent, kSilent };
@@ -79,7 +81,7 @@ bool Null(const void* pointer) { return pointer == nullptr; }
 
 void RetryPause(int32_t divisor) {
     const auto product = static_cast<int32_t>(Random() * 1000000u);
-    PrepareToBlock();
+    // A microsecond at most: no BlockingCall.
     usleep(static_cast<useconds_t>(std::max(product / divisor, 0)));
 }
 

@@ -1,0 +1,18 @@
+// Profile writes that are put off.
+//
+// The disks of a pass report their next addresses one after the other, and each write would cost a
+// rewrite of the whole Schedule file. So the writes are collected and put in place together, by one
+// ProfileWriter, before this process next makes a BlockingCall, starts a child, or reads that
+// profile or writes to it in another way (ProfileReader::Refresh apart).
+#pragma once
+
+namespace patrol {
+
+// Puts off a WritePrivateProfileString; no text is null. Writes to another profile that were put off before are done
+// now.
+void DeferProfileWrite(const char* section, const char* key, const char* value, const char* path);
+
+// Puts the writes in place now; with a path, only if they are to that profile.
+void FlushDeferredWrites(const char* path = nullptr);
+
+}  // namespace patrol
