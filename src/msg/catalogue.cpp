@@ -32,7 +32,7 @@ bool Accepted(std::string_view line) {
 void TakeLine(std::string_view line, CatalogueEntry* entry) {
     entry->number.Assign(line.substr(1, kNumberSize));
     std::string_view text = line.size() > kTextColumn ? line.substr(kTextColumn) : "";
-    text = text.substr(0, Text<82>::kSize - 1);
+    text = text.substr(0, MessageFormat::kSize - 1);
     const size_t end = text.rfind(';');
     // The character before the ";" is the closing quote.
     entry->format.Assign(end == std::string_view::npos || end == 0 ? "" : text.substr(0, end - 1));

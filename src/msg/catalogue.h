@@ -6,9 +6,11 @@
 
 namespace patrol {
 
+using MessageFormat = Text<82>;
+
 struct CatalogueEntry {
     Text<6> number;  // a letter and four digits
-    Text<82> format;
+    MessageFormat format;
 };
 
 inline constexpr int kCatalogueSize = 128;

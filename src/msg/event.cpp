@@ -6,27 +6,28 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include "base/file.h"
 #include "base/signals.h"
+#include "base/text.h"
 
 namespace patrol {
 namespace {
 
-constexpr size_t kTextSize = 5120;
+// What one message may hold; a pipe takes that much in a few pieces at most.
+using EventLine = Text<5120>;
 
 }  // namespace
 
 int event(const char* format, ...) {
-    char text[kTextSize];
+    EventLine text;
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
+    text.FormatList(format, arguments);
     va_end(arguments);
-    return SendEvent(text);
+    return SendEvent(text.view());
 }
 
 int SendEvent(std::string_view text) {
@@ -41,7 +42,7 @@ int SendEvent(std::string_view text) {
     std::string message;
     const char* server = std::getenv("KVX_SVTYPE");
     if (server != nullptr && server[0] != '\0') message.append(server).append(";");
-    message += text.substr(0, kTextSize - 1);
+    message += text.substr(0, EventLine::kSize - 1);
     for (std::string_view rest = message; !rest.empty();) {
         if (WaitWritable(pipe.get()) != 0) return -1;
         const ssize_t written = write(pipe.get(), rest.data(), rest.size());

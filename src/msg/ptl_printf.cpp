@@ -7,6 +7,7 @@
 #include <ctime>
 #include <string>
 
+#include "base/local_time.h"
 #include "base/run_mode.h"
 #include "msg/catalogue.h"
 #include "msg/event.h"
@@ -73,8 +74,7 @@ int PrintMessage(unsigned flags, const RecordHeader* header, const char* number_
 int make_time_stamp(char* buffer, size_t size) {
     timeval now = {};
     gettimeofday(&now, nullptr);
-    std::tm local = {};
-    localtime_r(&now.tv_sec, &local);
+    const std::tm local = LocalTime(now.tv_sec);
     const size_t used = std::strftime(buffer, size, "%y/%m/%d %H:%M:%S", &local);
     return snprintfx(buffer + used, size - used, " %03d.%03d", static_cast<int>(now.tv_usec / 1000),
                      static_cast<int>(now.tv_usec % 1000));

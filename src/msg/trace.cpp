@@ -13,6 +13,7 @@
 #include <string>
 
 #include "base/file.h"
+#include "base/local_time.h"
 #include "base/text.h"
 
 namespace patrol {
@@ -20,7 +21,8 @@ namespace {
 
 constexpr off_t kMaxFileSize = 65536;
 constexpr int kGenerations = 6;
-constexpr size_t kTextSize = 4096;
+
+using TraceText = Text<4096>;
 
 // A ring of `count` line buffers. A slot whose first byte is NUL is empty.
 struct Ring {
@@ -41,7 +43,8 @@ std::string GenerationName(int generation) {
     return std::string(ring.path.view()) + "." + std::to_string(generation);
 }
 
-// The head of a line of this process, made once a second.
+// Returns the head of a line of this process. A run writes hundreds of lines, so it is made once a
+// second only.
 const std::string& LineHead() {
     static std::string head;
     static std::time_t made_at = 0;
@@ -51,8 +54,7 @@ const std::string& LineHead() {
     if (made_at == now && made_by == pid) return head;
     made_at = now;
     made_by = pid;
-    std::tm local = {};
-    localtime_r(&now, &local);
+    const std::tm local = LocalTime(now);
     char host[65] = "";
     gethostname(host, sizeof host - 1);
     const char* remote = std::getenv("REMOTEHOST");
@@ -67,6 +69,7 @@ const std::string& LineHead() {
     return head;
 }
 
+// Puts a line into the next slot.
 void PutLine(const char* text) {
     const std::string& head = LineHead();
     const size_t room = ring.line_size - 1;
@@ -81,7 +84,7 @@ void PutLine(const char* text) {
     slot[head_size + text_size] = '\0';
 }
 
-// The trace file ready for appending, rotated first when it has grown too large.
+// Opens the trace file for appending, and rotates it first when it has grown too large.
 Descriptor OpenForAppending() {
     constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     Descriptor file(open(ring.path.c_str(), kFlags, 0666));
@@ -92,6 +95,15 @@ Descriptor OpenForAppending() {
         file.Reset(open(ring.path.c_str(), kFlags, 0666));
     }
     return file;
+}
+
+// trprintf with its arguments in a list.
+int PutFormatted(const char* format, va_list arguments) {
+    if (!ring.Usable()) return -1;
+    TraceText text;
+    text.FormatList(format, arguments);
+    PutLine(text.c_str());
+    return 0;
 }
 
 }  // namespace
@@ -109,14 +121,11 @@ int trinit(const char* path, uint32_t line_size, int32_t count) {
 }
 
 int trprintf(const char* format, ...) {
-    if (!ring.Usable()) return -1;
-    char text[kTextSize];
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
+    const int result = PutFormatted(format, arguments);
     va_end(arguments);
-    PutLine(text);
-    return 0;
+    return result;
 }
 
 int trflush() {
@@ -152,14 +161,11 @@ int tr_rotate() {
 int mv_if_exist(const char* from, const char* to) { return std::rename(from, to); }
 
 int Ptltrprintf(const char* format, ...) {
-    char text[kTextSize];
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
+    const int result = PutFormatted(format, arguments);
     va_end(arguments);
-    if (!ring.Usable()) return -1;
-    PutLine(text);
-    return trflush();
+    return result == 0 ? trflush() : -1;
 }
 
 int inttrace(int command) {
@@ -182,12 +188,12 @@ void endtrace() {
 int outtrace(const char* text) { return Ptltrprintf("[for parts], %s\n", text); }
 
 int OutTracef(const char* format, ...) {
-    char text[kTextSize];
+    TraceText text;
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
+    text.FormatList(format, arguments);
     va_end(arguments);
-    return outtrace(text);
+    return outtrace(text.c_str());
 }
 
 }  // namespace patrol
