@@ -40,9 +40,8 @@ int PollNoting(pollfd* polled, nfds_t count, const timespec* limit, const sigset
 
 // Waits for `polled` without limit. The ends of children are none of its business.
 int WaitFor(pollfd* polled) {
-    return BlockingCall([polled] {
-        return PollNoting(polled, 1, nullptr, With(wait_mask, SIGCHLD)) < 0 ? -1 : 0;
-    });
+    return BlockingCall(
+        [polled] { return PollNoting(polled, 1, nullptr, With(wait_mask, SIGCHLD)) < 0 ? -1 : 0; });
 }
 
 // Whether a wait for `polled` would be over at once.

@@ -8,8 +8,8 @@
 
 namespace patrol {
 
-// Puts off a WritePrivateProfileString; no text is null. Writes to another profile that were put off before are done
-// now.
+// Puts off a WritePrivateProfileString; no text is null. Writes to another profile that were put
+// off before are done now.
 void DeferProfileWrite(const char* section, const char* key, const char* value, const char* path);
 
 // Puts the writes in place now; with a path, only if they are to that profile.

@@ -62,9 +62,9 @@ class HeaderIndex {
             if (found == plain_.end()) return std::nullopt;
             return found->second;
         }
-        const auto found = std::find_if(
-            headers_.begin(), headers_.end(),
-            [&](const auto& entry) { return entry.first.find(pattern) != std::string::npos; });
+        const auto found = std::find_if(headers_.begin(), headers_.end(), [&](const auto& entry) {
+            return entry.first.find(pattern) != std::string::npos;
+        });
         if (found == headers_.end()) return std::nullopt;
         return found->second;
     }

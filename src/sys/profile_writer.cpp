@@ -24,9 +24,7 @@ bool IsHeader(const std::string& piece) {
 }
 
 // Whether the line is copied as it stands, whatever it holds.
-bool IsPassedOver(const std::string& piece) {
-    return std::strchr("; \n\r#[", piece[0]) != nullptr;
-}
+bool IsPassedOver(const std::string& piece) { return std::strchr("; \n\r#[", piece[0]) != nullptr; }
 
 // Makes `old_path` a second name of the file at `path`. False where links are refused.
 bool LinkAs(const std::string& path, const std::string& old_path) {
