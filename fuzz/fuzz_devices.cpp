@@ -1,8 +1,9 @@
 // The device configuration and the list of devices that are never diagnosed: what the builders and
 // the look-ups make of them.
 
-#include "schedule/builder.h"
 #include "schedule/device_config.h"
+#include "schedule/padiag_builder.h"
+#include "schedule/patrol_builder.h"
 #include "schedule/update.h"
 #include "state/machine.h"
 #include "support.h"
@@ -27,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     CheckWholeSchedule(sche_path.c_str());
     CheckWholeSchedule(sche_path2.c_str());
     Check(CompareSchedule() == 0, "a Schedule can be made anew");
-    Check(hdd_type_tbl == nullptr && hdd_non_tbl == nullptr, "no table stays");
+    Check(hdd_non_tbl == nullptr && KnownDisk("") == nullptr, "no table stays");
 
     for (const int kind : {kPathOfCpu, kPathOfMemory, kPathOfDevice}) {
         const std::string place = get_phypath(kind, needle.c_str());

@@ -11,7 +11,6 @@
 #include <iterator>
 
 #include "base/clocks.h"
-#include "schedule/builder.h"
 #include "schedule/device_config.h"
 
 namespace fs = std::filesystem;
@@ -68,10 +67,7 @@ void Agent::Clear() {
     cpu_timeout_data = mem_timeout_data = hdd_timeout_data = padiag_time = 45;
     hdd_max_data = 128;
     padiag_level = 1;
-    for (Text<512>* text :
-         {&serial_number, &xml_vendor, &xml_model, &dev_gather_str, &dev_gather_str2}) {
-        text->Clear();
-    }
+    for (Text<512>* text : {&serial_number, &xml_vendor, &xml_model}) text->Clear();
 }
 
 void Agent::Write(const std::string& relative, const std::string& bytes) const {

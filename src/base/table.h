@@ -10,7 +10,7 @@ namespace patrol {
 
 // Allocates `count` cleared entries: none for a count below 0, at most kMaxCount. Null when they
 // cannot be had; a count whose entries would take more than 1 GiB is damaged and counts as that.
-// The caller deletes the table.
+// The caller deletes the table, with FreeTable.
 template <class Entry>
 Entry* AllocateTable(int count) {
     constexpr size_t kMaxBytes = size_t{1} << 30;
@@ -20,6 +20,20 @@ Entry* AllocateTable(int count) {
     Entry* table = new (std::nothrow) Entry[static_cast<size_t>(BoundedCount(count))];
     std::set_new_handler(handler);
     return table;
+}
+
+// Deletes a table, if there is one, and sets its count to 0.
+template <class Entry>
+void FreeTable(Entry** table, int* count) {
+    delete[] * table;
+    *table = nullptr;
+    *count = 0;
+}
+
+// The bytes that `count` entries were to take, as the message about a failed allocation has them.
+template <class Entry>
+int TableBytes(int count) {
+    return ClampToInt(int64_t{count} * static_cast<int64_t>(sizeof(Entry)));
 }
 
 }  // namespace patrol

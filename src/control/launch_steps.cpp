@@ -4,6 +4,7 @@
 #include "base/disk_table.h"
 #include "base/kinds.h"
 #include "base/number.h"
+#include "base/table.h"
 #include "msg/trace.h"
 
 namespace patrol {
@@ -49,7 +50,7 @@ int LaunchDisks(const char* caller, const ProfileReader& schedule,
     const int count = schedule.Int("TEST_SCHEDULE", "hdd_all_num", 0);
     if (!AllocateDiskTable(count)) {
         Ptltrprintf("[%s] hdd_exec_go Alloc Error.(size= %d byte)\n", caller,
-                    ClampToInt(int64_t{count} * static_cast<int64_t>(sizeof(HddExec))));
+                    TableBytes<HddExec>(count));
         Ptltrprintf("[%s] Error End.\n", caller);
         return -1;
     }

@@ -8,7 +8,7 @@
 #include "control/run_steps.h"
 #include "msg/event.h"
 #include "msg/trace.h"
-#include "schedule/builder.h"
+#include "schedule/padiag_builder.h"
 #include "state/disk_progress.h"
 #include "sys/profile.h"
 

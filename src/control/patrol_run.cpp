@@ -7,7 +7,7 @@
 #include "control/run_steps.h"
 #include "control/selection.h"
 #include "msg/trace.h"
-#include "schedule/builder.h"
+#include "schedule/patrol_builder.h"
 
 namespace patrol {
 

@@ -64,11 +64,9 @@ int TakeText(const TextAttribute& attribute, const char* line) {
 
 // A non-target entry matches when both its texts begin with what the configuration says.
 bool IsNonTarget() {
-    const auto begins = [](const Text<512>& entry, const Text<512>& value) {
-        return std::strncmp(entry.c_str(), value.c_str(), value.size()) == 0;
-    };
     for (int i = 0; i < hdd_non_cnt; ++i) {
-        if (begins(hdd_non_tbl[i].vendor, xml_vendor) && begins(hdd_non_tbl[i].model, xml_model)) {
+        if (StartsWith(hdd_non_tbl[i].vendor.view(), xml_vendor.view()) &&
+            StartsWith(hdd_non_tbl[i].model.view(), xml_model.view())) {
             return true;
         }
     }
@@ -85,7 +83,7 @@ int HddTblAlloc2() {
     hdd_non_tbl = AllocateTable<NonTarget>(count);
     if (hdd_non_tbl == nullptr) {
         Ptltrprintf("[%s] hdd_non Alloc Error.(size= %d byte)\n", __func__,
-                    ClampToInt(int64_t{count} * static_cast<int64_t>(sizeof(NonTarget))));
+                    TableBytes<NonTarget>(count));
         Ptltrprintf("[%s] end.( -1 )\n", __func__);
         return -1;
     }
@@ -100,11 +98,7 @@ int HddTblAlloc2() {
     return 0;
 }
 
-void FreeNonTargets() {
-    delete[] hdd_non_tbl;
-    hdd_non_tbl = nullptr;
-    hdd_non_cnt = 0;
-}
+void FreeNonTargets() { FreeTable(&hdd_non_tbl, &hdd_non_cnt); }
 
 int PhypathCheck(char* line) {
     if (line == nullptr) {

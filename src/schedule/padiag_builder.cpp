@@ -1,9 +1,10 @@
+#include "schedule/padiag_builder.h"
+
 #include "base/paths.h"
 #include "base/run_mode.h"
 #include "base/settings.h"
 #include "msg/trace.h"
 #include "report/history.h"
-#include "schedule/builder.h"
 #include "schedule/builder_steps.h"
 #include "schedule/device_config.h"
 #include "schedule/settings_files.h"
@@ -11,8 +12,12 @@
 #include "state/schedule_file.h"
 
 namespace patrol {
+namespace {
 
+// The targets of the new schedule, comma-separated, for the history.
 Text<512> dev_gather_str2;
+
+}  // namespace
 
 int PadiagCpuScheduleMk(FILE* schedule) {
     std::fprintf(schedule, "[CPU_SCHEDULE]\ncpu=%s\n", f_padiag_cpu == 1 ? "ON" : "OFF");
@@ -48,6 +53,7 @@ int PadiagHddScheduleMk(FILE* schedule) {
 
 int PadiagCreateSchedule() {
     Ptltrprintf("[%s] start.\n", __func__);
+    dev_gather_str2.Clear();
     ReadPadiagIni();
     const ScheduleParts file = {__func__, FindFile(kFileSche2)->path, PadiagCpuScheduleMk,
                                 PadiagMemoryScheduleMk, PadiagHddScheduleMk};

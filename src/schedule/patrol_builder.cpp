@@ -1,9 +1,10 @@
+#include "schedule/patrol_builder.h"
+
 #include "base/paths.h"
 #include "base/run_mode.h"
 #include "base/settings.h"
 #include "msg/trace.h"
 #include "report/history.h"
-#include "schedule/builder.h"
 #include "schedule/builder_steps.h"
 #include "schedule/device_config.h"
 #include "schedule/due_rule.h"
@@ -12,10 +13,10 @@
 #include "state/schedule_file.h"
 
 namespace patrol {
-
-Text<512> dev_gather_str;
-
 namespace {
+
+// The targets of the new schedule, comma-separated, for the history.
+Text<512> dev_gather_str;
 
 const char* OnOff(bool on) { return on ? "ON" : "OFF"; }
 
@@ -73,6 +74,7 @@ int HddScheduleMk(FILE* schedule) {
 
 int CreateSchedule() {
     Ptltrprintf("[%s] start.\n", __func__);
+    dev_gather_str.Clear();
     ReadEnvIni();
     const ScheduleParts file = {__func__, FindFile(kFileSche)->path, CpuScheduleMk,
                                 MemoryScheduleMk, HddScheduleMk};

@@ -5,7 +5,8 @@
 #include "msg/ptl_printf.h"
 #include "msg/trace.h"
 #include "report/history.h"
-#include "schedule/builder.h"
+#include "schedule/padiag_builder.h"
+#include "schedule/patrol_builder.h"
 #include "schedule/update.h"
 #include "sys/file_control.h"
 

@@ -12,17 +12,17 @@
 #include "base/table.h"
 #include "msg/trace.h"
 #include "report/history.h"
-#include "schedule/builder.h"
 #include "schedule/due_rule.h"
+#include "schedule/patrol_builder.h"
 #include "schedule/settings_files.h"
 #include "state/schedule_file.h"
 
 namespace patrol {
+namespace {
 
+// The disks of the Schedule file before a rebuild; null where there is none under way.
 int hdd_type_cnt = 0;
 OldDisk* hdd_type_tbl = nullptr;
-
-namespace {
 
 const char* OnOff(bool on) { return on ? "ON" : "OFF"; }
 
@@ -68,11 +68,7 @@ int UpdateDisks(ProfileWriter* schedule, int count, int limit) {
     return rule.resume();
 }
 
-void FreeOldDisks() {
-    delete[] hdd_type_tbl;
-    hdd_type_tbl = nullptr;
-    hdd_type_cnt = 0;
-}
+void FreeOldDisks() { FreeTable(&hdd_type_tbl, &hdd_type_cnt); }
 
 }  // namespace
 
@@ -134,7 +130,7 @@ int HddTblAlloc() {
     hdd_type_tbl = AllocateTable<OldDisk>(count);
     if (hdd_type_tbl == nullptr) {
         Ptltrprintf("[%s] hdd_type Alloc Error.(size= %d byte)\n", __func__,
-                    ClampToInt(int64_t{count} * static_cast<int64_t>(sizeof(OldDisk))));
+                    TableBytes<OldDisk>(count));
         Ptltrprintf("[%s] end.( -1 )\n", __func__);
         return -1;
     }
@@ -158,7 +154,7 @@ bool HddSaveData() {
 const OldDisk* KnownDisk(const char* serial) {
     for (int i = 0; i < hdd_type_cnt; ++i) {
         const Text<512>& known = hdd_type_tbl[i].serial_number;
-        if (std::strncmp(serial, known.c_str(), known.size()) == 0) return &hdd_type_tbl[i];
+        if (StartsWith(serial, known.view())) return &hdd_type_tbl[i];
     }
     return nullptr;
 }

@@ -5,15 +5,12 @@
 
 namespace patrol {
 
+// A disk of the Schedule file before a rebuild.
 struct OldDisk {
     Text<512> device_name;
     Text<512> serial_number;
     Text<512> address;
 };
-
-// The disks of the Schedule file before a rebuild.
-extern int hdd_type_cnt;
-extern OldDisk* hdd_type_tbl;
 
 // New settings: enable and due flags follow them in place; disks, addresses, time-outs and the disk
 // limit stay. 0, or -1 when there is no Schedule file.

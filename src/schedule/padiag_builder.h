@@ -1,0 +1,18 @@
+// Writing the padiag Schedule file, "pat_sche2.txt", from the settings and the device
+// configuration.
+#pragma once
+
+#include <cstdio>
+
+namespace patrol {
+
+// The twin of CreateSchedule: reads the padiag settings, writes the file and enters the change in
+// the padiag history. 0, or -1 in the same cases.
+int PadiagCreateSchedule();
+
+// The sections of the file. The first two return 0; the last returns what WriteHddSections does.
+int PadiagCpuScheduleMk(FILE* schedule);
+int PadiagMemoryScheduleMk(FILE* schedule);
+int PadiagHddScheduleMk(FILE* schedule);
+
+}  // namespace patrol
