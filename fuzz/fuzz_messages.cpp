@@ -47,7 +47,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     Check(ptl_printf(kByNumber | kAll, nullptr, "E0000") == -1, "an unknown number is not sent");
     FlushLogBuffers();
-    Check(pattrc_buff.empty() && patlog_buff.empty(), "the buffers are written");
     Check(agent.Read("log/pat_log0.log") == agent.Read("log/pat_trc0.log"),
           "the logs hold the same");
 

@@ -7,10 +7,7 @@ const char* path_name = nullptr;
 
 Path env_path;
 Path para_path;
-Path dev_path;
 Path sche_path;
-Path tmp_path;
-Path hddt_path;
 LongPath xml_path;
 Path env_path2;
 Path sche_path2;
@@ -18,6 +15,14 @@ Path para_path2;
 Path lba_path;
 LongPath nontarget_path;
 Path lba_bup_path;
+
+namespace {
+
+Path dev_path;   // device list of the test side
+Path tmp_path;   // saved pipe data
+Path hddt_path;  // disk table of the test side
+
+}  // namespace
 
 FileEntry f_cntl[] = {
     {kFileEnv, "", 0, nullptr},    {kFilePara, "", 0, nullptr},

@@ -15,12 +15,10 @@ using LongPath = Text<1024>;
 extern const char* trc_name;
 extern const char* path_name;
 
+// Files that are used through f_cntl alone have no name here.
 extern Path env_path;            // patrol settings
 extern Path para_path;           // patrol test parameters
-extern Path dev_path;            // device list of the test side
 extern Path sche_path;           // patrol Schedule file
-extern Path tmp_path;            // saved pipe data
-extern Path hddt_path;           // disk table of the test side
 extern LongPath xml_path;        // device configuration
 extern Path env_path2;           // padiag settings
 extern Path sche_path2;          // padiag Schedule file

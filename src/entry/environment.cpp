@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 #include "base/file.h"
@@ -26,12 +27,12 @@
 namespace patrol {
 namespace {
 
-constexpr size_t kHostNameSize = 62;
+constexpr size_t kHostNameSize = 62;  // host_buf takes a comma, too
 constexpr uint32_t kTraceLineSize = 0x10000;
 constexpr int32_t kTraceLines = 5;
 
-// The value of a variable without which there is nothing to do. `flags` say where its absence is
-// reported.
+// Returns the value of a variable without which there is nothing to do. `flags` say where its
+// absence is reported.
 const char* RequiredVariable(const char* name, unsigned flags) {
     const char* value = std::getenv(name);
     if (value != nullptr) return value;
@@ -41,19 +42,18 @@ const char* RequiredVariable(const char* name, unsigned flags) {
     ptl_exit(1);
 }
 
-// There is no way on from here. Comes here again where a step of the end finds no memory either,
-// and goes on with the next one.
+// The steps of an end without memory, each as far as it gets.
+void TellAgent() { event("E3895:System call error <<%s>>, errno:<<%d>>\n", "malloc", ENOMEM); }
+void SaveProfiles() { FlushDeferredWrites(); }
+void LeaveInOrder() { ptl_exit(1); }
+
+constexpr void (*kLastSteps[])() = {TellAgent, SaveProfiles, LeaveInOrder};
+
+// The handler for memory that cannot be had: there is no way on from here.
 void EndWithoutMemory() {
-    static int step = 0;
-    if (++step == 1) {
-        event("E3895:System call error <<%s>>, errno:<<%d>>\n", "malloc", ENOMEM);
-        ++step;
-    }
-    if (step == 2) {
-        FlushDeferredWrites();
-        ++step;
-    }
-    if (step == 3) ptl_exit(1);
+    static size_t next = 0;
+    // A step that finds no memory either leads here again, and on to the next step.
+    while (next < std::size(kLastSteps)) kLastSteps[next++]();
     std::fflush(stdout);
     _exit(1);
 }

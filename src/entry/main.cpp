@@ -15,7 +15,8 @@
 
 namespace {
 
-int RunMode() {
+// Calls the one driver that the mode is for.
+int RunDriver() {
     switch (patrol::RunMode()) {
         case patrol::kModeStart:
             return patrol::cntl_main();
@@ -30,6 +31,7 @@ int RunMode() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Whatever is opened or fails from here on relies on these three.
     patrol::EnsureStandardDescriptors();
     patrol::CatchOutOfMemory();
     patrol::PrepareSignals();
@@ -38,9 +40,10 @@ int main(int argc, char** argv) {
     const patrol::CommandText command = patrol::JoinWords(argc, argv);
     patrol::ParseCommandLine(argc, argv, command);
 
+    // From here on there are traces and messages.
     patrol::set_filepath();
     patrol::Ptltrprintf("[%s] %s.\n", "main", command.c_str());
     patrol::ptl_set_msglist();
     patrol::ptl_sigaction();
-    patrol::ptl_exit(RunMode() == 0 ? 0 : 1);
+    patrol::ptl_exit(RunDriver() == 0 ? 0 : 1);
 }

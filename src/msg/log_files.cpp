@@ -14,15 +14,14 @@
 #include "msg/event.h"
 
 namespace patrol {
+namespace {
 
 LogBuffer patlog_buff;
 LogBuffer pattrc_buff;
 LogBuffer patdbg_buff;
 
-namespace {
-
-constexpr int max_log_size = 512;  // KiB
-constexpr int log_gen = 4;
+constexpr int max_log_size = 512;       // KiB
+constexpr int log_gen = 4;              // files of a stream
 constexpr size_t kFieldsEstimate = 68;  // the padded fields and the separators of a line
 constexpr size_t kOverlongSize = 4;     // what an over-long line is formatted into
 constexpr size_t kCopiedPiece = 511;

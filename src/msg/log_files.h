@@ -16,10 +16,6 @@ namespace patrol {
 inline constexpr size_t kLogBufferSize = 4096;
 using LogBuffer = Text<kLogBufferSize>;
 
-extern LogBuffer patlog_buff;
-extern LogBuffer pattrc_buff;
-extern LogBuffer patdbg_buff;
-
 // The fields of a log line, in their order.
 struct LogLine {
     const char* host;  // with its comma

@@ -19,11 +19,11 @@ TEST_F(LogTest, ALineThatMightNotFitFlushesFirstAndAnOverlongOneIsCut) {
     Add(1000);
     EXPECT_EQ(Add(4095 - 1071 - 73), 0);
     EXPECT_FALSE(agent_.Exists(file));
-    patlog_buff.Clear();
+    ClearLogBuffers();
     Add(1000);
     Add(4095 - 1071 - 73 + 1);
     EXPECT_EQ(agent_.Read(file).size(), 1071U);
-    patlog_buff.Clear();
+    ClearLogBuffers();
     Add(4095 - 73);
     EXPECT_EQ(Add(4095 - 73 + 1), 0);
     EXPECT_EQ(agent_.Read(file).substr(1071 + 71 + 4022), "sta");
