@@ -20,8 +20,9 @@ std::optional<uint64_t> ParseNumber(std::string_view text) {
         text.remove_prefix(2);
     }
     uint64_t number = 0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number, base);
+    const char* begin = text.data();
+    const char* end = begin + text.size();
+    const auto [stop, error] = std::from_chars(begin, end, number, base);
     if (error != std::errc() || stop != end) return std::nullopt;
     return number;
 }

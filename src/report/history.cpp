@@ -204,11 +204,11 @@ void ptl_histfile_cntl(Path* path) {
 
 const char* get_error_msg(const char* text) {
     static Text<128> message;
-    constexpr std::string_view kMark = "ERROR   :";
+    constexpr char kMark[] = "ERROR   :";
     constexpr size_t kMaxMessage = 80;
-    const char* found = std::strstr(text, kMark.data());
+    const char* found = std::strstr(text, kMark);
     if (found == nullptr) return nullptr;
-    found += kMark.size();
+    found += std::strlen(kMark);
     const size_t length = std::min(std::strcspn(found, "\r\n"), kMaxMessage);
     message.Assign({found, length});
     return message.c_str();

@@ -145,13 +145,13 @@ void CheckTestdataProgress(const char* body, const RecordContext& context, int k
     // The comma ends the number.
     if (running != nullptr) *running = ParseUnsigned(body, 0);
 
-    constexpr std::string_view kMark = "Pass=";
-    const char* pass = std::strstr(comma, kMark.data());
+    constexpr char kMark[] = "Pass=";
+    const char* pass = std::strstr(comma, kMark);
     if (pass == nullptr) return;
     for (const Kind& row : kKinds) {
         if (context.program.view().substr(0, std::strlen(row.program)) != row.program) continue;
         int32_t* count = KindPassCount(row.code, entry);
-        if (count != nullptr) *count = std::max(ParseInt(pass + kMark.size(), 10), 0);
+        if (count != nullptr) *count = std::max(ParseInt(pass + std::strlen(kMark), 10), 0);
     }
 }
 

@@ -53,6 +53,8 @@ bool LoadProfile(const char* path, std::string* bytes, struct stat* status) {
         if (std::ferror(stream.get()) != 0) {
             ++failures;
             std::clearerr(stream.get());
+            // Where a failed read leaves the stream is not said anywhere.
+            std::fseek(stream.get(), static_cast<long>(bytes->size()), SEEK_SET);
         }
     }
     const bool whole = std::feof(stream.get()) != 0;
