@@ -1,5 +1,6 @@
 // The lines that a diagnosis sends to the system log, as they are received.
 
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
@@ -18,7 +19,13 @@ using Strings = std::vector<std::string>;
 // Shows this process, and it alone, the directory `dev` in place of /dev.
 bool ShowOwnDevices(const std::string& dev) {
     if (unshare(CLONE_NEWNS) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
-    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+    // Mounts are made private from the root of the mount namespace, which setns leads to: in a
+    // chroot "/" need not be a mount point.
+    const int root = open("/", O_PATH | O_CLOEXEC);
+    const int name_space = open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC);
+    return setns(name_space, CLONE_NEWNS) == 0 &&
+           mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 && fchdir(root) == 0 &&
+           chroot(".") == 0 &&
            mount("/dev/null", (dev + "/null").c_str(), nullptr, MS_BIND, nullptr) == 0 &&
            mount(dev.c_str(), "/dev", nullptr, MS_BIND | MS_REC, nullptr) == 0;
 }
