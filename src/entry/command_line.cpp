@@ -14,7 +14,7 @@
 namespace patrol {
 namespace {
 
-constexpr char kVersion[] = "3.6.1-100407162353";
+constexpr char kVersion[] = PATROL_VERSION;  // of the project, in CMakeLists.txt
 constexpr char kUsage[] =
     "patrol.exe {KVXstart|KVXend|reload|confchg|start|pastart|version} [debug]";
 constexpr int kParameterError = 3;
