@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "base/file.h"
-#include "base/padiag_state.h"
 #include "control/padiag_output.h"
 #include "support.h"
 #include "sys/deferred_writes.h"
@@ -14,7 +13,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider input(data, size);
     const Agent& agent = Agent::Fresh();
     const Kind& kind = kKinds[input.ConsumeIntegralInRange(0, 2)];
-    const std::string device = kind.code == kKindHdd ? "/dev/sdb" : kind.name;
     padiag_level = input.ConsumeIntegralInRange(1, 3);
     agent.Write("config/common.ini", "[sdb]\nenable=1\n");
     agent.WriteDiskSchedule("data/pat_sche2.txt");
@@ -25,13 +23,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (tab != std::string::npos) bytes.replace(tab, 1, much, 'x');
     agent.Write("data/out", bytes);
     AllocateDiskTable(1);
-    hdd_exec_use = 1;
-    PadiagTest* test = FindPadiagTest(kind.code, 0);
-    test->event_check = 1;
-    test->phypath.Assign("/place");
+    RunningTest* test = RunTest(kind.code);
+    test->padiag.event_check = 1;
+    test->padiag.phypath.Assign("/place");
 
     const Stream file = OpenForReading(agent.Path("data/out").c_str());
-    ReadPadiagOutput({"Fuzz", kind.code, kind.name, device.c_str(), 1, 0}, file.get());
+    ReadPadiagOutput("Fuzz", test, file.get());
     FlushDeferredWrites();
 
     agent.CheckDiskSchedule("data/pat_sche2.txt");
@@ -39,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Check(std::count(sent.begin(), sent.end(), '\n') <=
               std::count(history.begin(), history.end(), '\n'),
           "what is announced is entered", sent);
-    Check(test->event_check == (sent.empty() ? 1 : 0), "a test told its end or did not");
+    Check(test->padiag.event_check == (sent.empty() ? 1 : 0), "a test told its end or did not");
     for (size_t at = 0; at < history.size();) {
         const size_t end = history.find('\n', at);
         Check(end != std::string::npos && end - at < 250, "a history line is whole",

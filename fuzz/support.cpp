@@ -94,6 +94,16 @@ void Agent::CheckDiskSchedule(const std::string& relative) const {
 
 bool Agent::Exists(const std::string& relative) const { return fs::exists(Path(relative)); }
 
+RunningTest* RunTest(int kind) {
+    if (kind == kKindCpu) return &cpu_test;
+    if (kind == kKindMemory) return &mem_test;
+    RunningTest* disk = hdd_exec_tbl;
+    hdd_exec_use = 1;
+    disk->device_name.Assign("/dev/sdb");
+    disk->schedule_index = 1;
+    return disk;
+}
+
 void Check(bool holds, const char* rule, const std::string& found) {
     if (holds) return;
     std::fprintf(stderr, "BROKEN RULE: %s\n%s\n", rule, found.c_str());

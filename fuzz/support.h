@@ -51,6 +51,9 @@ class Agent {
     std::string root_;
 };
 
+// The test of a kind; of the disks, the one in the table, which is then in use: /dev/sdb, disk 1.
+RunningTest* RunTest(int kind);
+
 // Ends the run when a rule does not hold; libFuzzer keeps the input.
 void Check(bool holds, const char* rule, const std::string& found = "");
 

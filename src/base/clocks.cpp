@@ -1,7 +1,6 @@
 #include "base/clocks.h"
 
 #include "base/disk_table.h"
-#include "base/kinds.h"
 
 namespace patrol {
 namespace {
@@ -28,21 +27,15 @@ int Sample(uint32_t* running, int32_t* last, int32_t limit) {
     return 0;
 }
 
-int CheckTest(int mode, int32_t limit, uint32_t* running, int32_t* last) {
-    if (mode == 0) return Sample(running, last, limit);
-    *running = 0;
-    Start(last);
-    return 0;
+int32_t* LastSample(int kind) {
+    if (kind == kKindCpu) return &cpu_sample;
+    return kind == kKindMemory ? &mem_sample : &hdd_sample;
 }
 
 }  // namespace
 
 int32_t start_time = 0;
 uint32_t run_time = 0;
-uint32_t cpu_run_time = 0;
-uint32_t mem_run_time = 0;
-int32_t cpu_pass_num = 0;
-int32_t mem_pass_num = 0;
 std::time_t (*clock_now)() = WallClock;
 
 int check_time(int mode, int32_t limit) {
@@ -51,38 +44,22 @@ int check_time(int mode, int32_t limit) {
     return 0;
 }
 
-int cpu_check_time(int mode, int32_t limit) {
-    return CheckTest(mode, limit, &cpu_run_time, &cpu_sample);
+int CheckTestTime(int mode, int32_t limit, RunningTest* test) {
+    int32_t* last = LastSample(test->kind);
+    if (mode == 0) return Sample(&test->run_time, last, limit);
+    test->run_time = 0;
+    Start(last);
+    return 0;
 }
 
-int mem_check_time(int mode, int32_t limit) {
-    return CheckTest(mode, limit, &mem_run_time, &mem_sample);
-}
+int cpu_check_time(int mode, int32_t limit) { return CheckTestTime(mode, limit, &cpu_test); }
+
+int mem_check_time(int mode, int32_t limit) { return CheckTestTime(mode, limit, &mem_test); }
 
 int hdd_check_time(int mode, int32_t limit, int entry) {
-    uint32_t unknown = 0;
-    uint32_t* running = KindRunTime(kKindHdd, entry);
-    return CheckTest(mode, limit, running != nullptr ? running : &unknown, &hdd_sample);
-}
-
-int SampleKindClock(int kind, int32_t limit, int entry) {
-    if (kind == kKindCpu) return cpu_check_time(0, limit);
-    if (kind == kKindMemory) return mem_check_time(0, limit);
-    return hdd_check_time(0, limit, entry);
-}
-
-uint32_t* KindRunTime(int kind, int entry) {
-    if (kind == kKindCpu) return &cpu_run_time;
-    if (kind == kKindMemory) return &mem_run_time;
-    HddExec* disk = kind == kKindHdd ? DiskEntry(entry) : nullptr;
-    return disk != nullptr ? &disk->run_time : nullptr;
-}
-
-int32_t* KindPassCount(int kind, int entry) {
-    if (kind == kKindCpu) return &cpu_pass_num;
-    if (kind == kKindMemory) return &mem_pass_num;
-    HddExec* disk = kind == kKindHdd ? DiskEntry(entry) : nullptr;
-    return disk != nullptr ? &disk->pass_count : nullptr;
+    RunningTest unknown;
+    RunningTest* disk = DiskEntry(entry);
+    return CheckTestTime(mode, limit, disk != nullptr ? disk : &unknown);
 }
 
 }  // namespace patrol

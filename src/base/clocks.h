@@ -9,39 +9,28 @@
 #include <cstdint>
 #include <ctime>
 
+#include "base/running_test.h"
+
 namespace patrol {
 
 // Seconds since the epoch at which any clock was last started; stamps the history.
 extern int32_t start_time;
 
-// Running time in seconds. `run_time` is the pass; the others are also overwritten by what a test
-// program reports of itself.
+// Running time of the pass in seconds. That of each test stands in its RunningTest.
 extern uint32_t run_time;
-extern uint32_t cpu_run_time;
-extern uint32_t mem_run_time;
-
-// Passes completed, as reported by the test programs.
-extern int32_t cpu_pass_num;
-extern int32_t mem_pass_num;
 
 // The pass clock. Starting it keeps `run_time`.
 int check_time(int mode, int32_t limit);
 
-// The clocks of one test each. Starting them sets their running time to 0.
+// The clock of `test`. Starting it sets the test's running time to 0. All disks share one last
+// sample.
+int CheckTestTime(int mode, int32_t limit, RunningTest* test);
+
+// The same for the processor test, the memory test and launched disk `entry`. A disk that is not in
+// the table samples as 0 seconds.
 int cpu_check_time(int mode, int32_t limit);
 int mem_check_time(int mode, int32_t limit);
-
-// The clock of launched disk `entry`. All disks share one last sample. A disk that is not in the
-// table samples as 0 seconds.
 int hdd_check_time(int mode, int32_t limit, int entry);
-
-// Samples the clock of a kind (`entry` counts for disks alone) with mode 0.
-int SampleKindClock(int kind, int32_t limit, int entry);
-
-// Where the running time and the pass count of a kind are kept; null for an unknown kind or a disk
-// that is not in the table.
-uint32_t* KindRunTime(int kind, int entry);
-int32_t* KindPassCount(int kind, int entry);
 
 // The wall clock that the clocks read; replaced by tests.
 extern std::time_t (*clock_now)();

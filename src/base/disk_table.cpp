@@ -6,12 +6,12 @@
 
 namespace patrol {
 
-HddExec* hdd_exec_tbl = nullptr;
+RunningTest* hdd_exec_tbl = nullptr;
 int32_t hdd_exec_use = 0;
 
 bool AllocateDiskTable(int count) {
     FreeDiskTable();
-    hdd_exec_tbl = AllocateTable<HddExec>(count);
+    hdd_exec_tbl = AllocateTable<RunningTest>(count);
     return hdd_exec_tbl != nullptr;
 }
 
@@ -24,7 +24,7 @@ void FreeDiskTable() {
     hdd_exec_use = 0;
 }
 
-HddExec* DiskEntry(int index) {
+RunningTest* DiskEntry(int index) {
     if (hdd_exec_tbl == nullptr || index < 0 || index >= hdd_exec_use) return nullptr;
     return &hdd_exec_tbl[index];
 }

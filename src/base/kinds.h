@@ -8,14 +8,15 @@ enum : int { kKindCpu = 1, kKindMemory = 2, kKindHdd = 4 };
 
 struct Kind {
     int code;
-    const char* name;     // as the traces and reports say it
-    const char* program;  // the test program, and the word in the histories
+    const char* name;        // as the traces and reports say it
+    const char* short_name;  // as the traces say it within a word, such as "ProcessIdCpu"
+    const char* program;     // the test program, and the word in the histories
 };
 
 inline constexpr Kind kKinds[] = {
-    {kKindCpu, "CPU", "cputest"},
-    {kKindMemory, "Memory", "memtest"},
-    {kKindHdd, "HDD", "hddtest"},
+    {kKindCpu, "CPU", "Cpu", "cputest"},
+    {kKindMemory, "Memory", "Mem", "memtest"},
+    {kKindHdd, "HDD", "Hdd", "hddtest"},
 };
 
 // The row of `code`; null for any other number.

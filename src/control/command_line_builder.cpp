@@ -14,16 +14,27 @@ void CommandLineBuilder::AddDevice(const char* device) {
     AddItem(item.c_str());
 }
 
+void CommandLineBuilder::AddDevice(const ProfileReader& from, const char* section,
+                                   const char* default_value) {
+    Text<513> device;
+    from.String(section, "dev", default_value, &device);
+    AddDevice(device.c_str());
+}
+
 void CommandLineBuilder::AddText(const char* option, const ProfileReader& from, const char* section,
                                  const char* key, const char* default_value) {
     Text<513> value;
     from.String(section, key, default_value, &value);
+    AddText(option, value.c_str());
+}
+
+void CommandLineBuilder::AddText(const char* option, const char* text) {
     Item item;
     if (option != nullptr) {
         item.Assign(option);
         item.Append(" ");
     }
-    item.Append(value.view());
+    item.Append(text);
     AddItem(item.c_str());
 }
 

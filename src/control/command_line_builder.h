@@ -10,11 +10,14 @@ namespace patrol {
 // device item at 511.
 class CommandLineBuilder {
  public:
+    // The device, or that of the key "dev".
     void AddDevice(const char* device);
-    // The text of `key`, by default `default_value`, behind `option` and a blank; alone without an
-    // option (null).
+    void AddDevice(const ProfileReader& from, const char* section, const char* default_value);
+    // The text, or that of `key`, by default `default_value`, behind `option` and a blank; alone
+    // without an option (null).
     void AddText(const char* option, const ProfileReader& from, const char* section,
                  const char* key, const char* default_value);
+    void AddText(const char* option, const char* text);
     void AddNumber(const char* option, const ProfileReader& from, const char* section,
                    const char* key, int default_value);
     void AddValue(const char* option, int value);

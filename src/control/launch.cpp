@@ -9,9 +9,10 @@
 #include <cstring>
 
 #include "base/clocks.h"
+#include "base/disk_table.h"
 #include "base/file.h"
-#include "base/kinds.h"
 #include "base/signals.h"
+#include "base/table.h"
 #include "msg/call_failure.h"
 #include "msg/ptl_exit.h"
 #include "msg/ptl_printf.h"
@@ -22,14 +23,6 @@ namespace patrol {
 
 pid_t test_pid = 0;
 int pipe_rw_wk[2] = {-1, -1};
-pid_t ProcessIdCpu = 0;
-int PipeCpuRead = -1;
-int PipeCpuWrite = -1;
-pid_t ProcessIdMem = 0;
-int PipeMemRead = -1;
-int PipeMemWrite = -1;
-int fhandleCpu = -1;
-int fhandleMem = -1;
 
 namespace {
 
@@ -172,6 +165,47 @@ int cntl_sigfpe(int mode) {
     }
     changed = true;
     return 0;
+}
+
+bool IsOn(const ProfileReader& profile, const char* section, const char* key) {
+    return ReadFlag(profile, section, key) == Flag::kOn;
+}
+
+bool BeginLaunch(const char* caller, const ScheduleFile& schedule, const RunningTest& test,
+                 const char* key) {
+    Ptltrprintf("[%s] Start.\n", caller);
+    if (IsOn(schedule.profile(), KeysOf(test.kind).section, key)) return true;
+    Ptltrprintf("[%s] %sTest Not Exec.\n", caller, FindKind(test.kind)->short_name);
+    return false;
+}
+
+int EndLaunch(const char* caller, bool started) {
+    Ptltrprintf("[%s] %s.\n", caller, started ? "End" : "Error End");
+    return started ? 1 : -1;
+}
+
+bool BeginDisks(const char* caller, const ScheduleFile& schedule) {
+    Ptltrprintf("[%s] Start.\n", caller);
+    const int count = schedule.DiskCount();
+    if (AllocateDiskTable(count)) return true;
+    Ptltrprintf("[%s] hdd_exec_go Alloc Error.(size= %d byte)\n", caller,
+                TableBytes<RunningTest>(count));
+    Ptltrprintf("[%s] Error End.\n", caller);
+    return false;
+}
+
+RunningTest* NextDisk(const ScheduleFile& schedule, int number) {
+    RunningTest* disk = &hdd_exec_tbl[hdd_exec_use];
+    *disk = RunningTest();
+    disk->device_name.Assign(schedule.Device<513>(number).view());
+    disk->schedule_index = number;
+    return disk;
+}
+
+void EndDisks(const char* caller) {
+    if (hdd_exec_tbl == nullptr) return;
+    FreeDiskTable();
+    Ptltrprintf("[%s] hdd_exec_tbl Free.\n", caller);
 }
 
 }  // namespace patrol

@@ -1,11 +1,15 @@
-// Starting a test program as a child of this process.
+// Starting a test program as a child of this process, and what the patrol and the padiag launchers
+// share around it.
 #pragma once
 
 #include <sys/types.h>
 
 #include <cstdint>
 
+#include "base/running_test.h"
 #include "base/text.h"
+#include "control/command_line_builder.h"
+#include "state/schedule_file.h"
 
 namespace patrol {
 
@@ -17,17 +21,9 @@ struct LaunchBlock {
     Text<512> slot[kSlots];  // slot 0 is the path; the first empty slot ends the arguments
 };
 
-// Of the last launch, and of the running processor and memory tests.
+// Of the last launch.
 extern pid_t test_pid;
 extern int pipe_rw_wk[2];
-extern pid_t ProcessIdCpu;
-extern int PipeCpuRead;
-extern int PipeCpuWrite;
-extern pid_t ProcessIdMem;
-extern int PipeMemRead;
-extern int PipeMemWrite;
-extern int fhandleCpu;  // output files of the running padiag tests
-extern int fhandleMem;
 
 // Fills `block` for a test of `kind`: `command` is split at single blanks, so that two blanks in a
 // row give an empty argument, which ends them; words past slot 31 are dropped. `reserved` is not
@@ -55,5 +51,39 @@ int test_exec2(int kind, int reserved, const char* command, int32_t* fd, pid_t* 
 // Mode 1 makes sure that SIGFPE is not blocked; mode 0 blocks it again where an earlier call had
 // opened it. 0, or -1 (reported).
 int cntl_sigfpe(int mode);
+
+// The steps of a launcher, before and after what is its own. `caller` is the routine to trace
+// under.
+
+// A command line, and whether it has the test program fail on purpose.
+struct TestCommand {
+    CommandLineBuilder line;
+    bool error_mode = false;
+
+    // As the traces say it.
+    const char* ModeWord() const { return error_mode ? "ErrorMode" : "NormalMode"; }
+};
+
+// Whether a flag is on: its value does not begin with "OFF". A missing one is off.
+bool IsOn(const ProfileReader& profile, const char* section, const char* key);
+
+// Begins the launch of the processor or the memory test. False (traced) when it is not due by `key`
+// of its section.
+bool BeginLaunch(const char* caller, const ScheduleFile& schedule, const RunningTest& test,
+                 const char* key);
+
+// Ends it. The launcher's result: 1, or -1 (traced) when the test was not started.
+int EndLaunch(const char* caller, bool started);
+
+// Begins the launch of the disks with an empty table for those of `schedule`. False (traced) when
+// it cannot be allocated.
+bool BeginDisks(const char* caller, const ScheduleFile& schedule);
+
+// The table entry for the next disk to be launched, with the name and number of disk `number` of
+// `schedule`. It counts as launched once hdd_exec_use is raised.
+RunningTest* NextDisk(const ScheduleFile& schedule, int number);
+
+// Frees the disk table where there is one.
+void EndDisks(const char* caller);
 
 }  // namespace patrol

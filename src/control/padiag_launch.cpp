@@ -6,13 +6,11 @@
 
 #include "base/clocks.h"
 #include "base/disk_table.h"
-#include "base/kinds.h"
-#include "base/padiag_state.h"
+#include "base/number.h"
 #include "base/paths.h"
+#include "base/running_test.h"
 #include "base/settings.h"
-#include "control/command_line_builder.h"
 #include "control/launch.h"
-#include "control/launch_steps.h"
 #include "msg/trace.h"
 #include "report/system_event.h"
 #include "state/disk_progress.h"
@@ -72,39 +70,42 @@ bool LevelKnown(const char* caller) {
     return false;
 }
 
+// Whether a test is to fail, by the parameters of its level.
 bool ErrorMode(const ProfileReader& parameters, const char* section) {
     return IsOn(parameters, section, "error");
 }
 
-std::string CpuCommand(bool* error_mode) {
+TestCommand CpuCommand() {
     const ProfileReader parameters(para_path2.c_str());
     const CpuLevel& level = kCpuLevels[LevelIndex()];
-    *error_mode = ErrorMode(parameters, level.section);
-    CommandLineBuilder line;
-    line.AddDevice(DeviceValue(parameters, level.section, "dev", "CPU").c_str());
+    TestCommand command;
+    command.error_mode = ErrorMode(parameters, level.section);
+    CommandLineBuilder& line = command.line;
+    line.AddDevice(parameters, level.section, "CPU");
     line.AddValue("-lv", padiag_level);
-    if (*error_mode) {
+    if (command.error_mode) {
         line.AddWord("-tp instruction+register");
     } else {
         line.AddText("-tp", parameters, level.section, "tp", level.pattern);
     }
     line.AddNumber("-waitusec", parameters, level.section, "waitusec", level.wait);
-    if (*error_mode) {
+    if (command.error_mode) {
         line.AddText("-dbg_modid", parameters, "CPUDIAG_PARAM", "dbg_modid", "0x20000");
         line.AddText("-dbg_point", parameters, "CPUDIAG_PARAM", "dbg_point", "0x2");
     }
     line.AddValue("/runtime", padiag_time);
-    return line.c_str();
+    return command;
 }
 
-std::string MemCommand(bool* error_mode) {
+TestCommand MemCommand() {
     const ProfileReader parameters(para_path2.c_str());
     const MemLevel& level = kMemLevels[LevelIndex()];
-    *error_mode = ErrorMode(parameters, level.section);
-    CommandLineBuilder line;
-    line.AddDevice(DeviceValue(parameters, level.section, "dev", "mem").c_str());
+    TestCommand command;
+    command.error_mode = ErrorMode(parameters, level.section);
+    CommandLineBuilder& line = command.line;
+    line.AddDevice(parameters, level.section, "mem");
     line.AddValue("-lv", padiag_level);
-    if (*error_mode) {
+    if (command.error_mode) {
         line.AddText("-tp", parameters, level.section, "tp_error", "BMOVEX");
     } else {
         line.AddText("-tp", parameters, level.section, "tp", level.pattern);
@@ -113,133 +114,133 @@ std::string MemCommand(bool* error_mode) {
     if (level.has_data) line.AddText("-data", parameters, level.section, "data", "all");
     line.AddNumber("-waitsec", parameters, level.section, "waitsec", level.wait);
     line.AddValue("/runtime", padiag_time);
-    return line.c_str();
+    return command;
 }
 
-std::string HddCommand(const ProfileReader& schedule, const ProfileReader& parameters,
-                       const char* section, const char* device, bool error_mode) {
+TestCommand HddCommand(const ScheduleFile& schedule, const ProfileReader& parameters,
+                       const RunningTest& disk) {
     const HddLevel& level = kHddLevels[LevelIndex()];
-    CommandLineBuilder line;
-    line.AddDevice(device);
+    TestCommand command;
+    command.error_mode = ErrorMode(parameters, level.section);
+    CommandLineBuilder& line = command.line;
+    line.AddDevice(disk.device_name.c_str());
     line.AddValue("-lv", padiag_level);
     line.AddText("-tp", parameters, level.section, "tp", level.pattern);
     if (level.random) {
         line.AddNumber("-wide", parameters, level.section, "wide", 204800);
         line.AddNumber("-count", parameters, level.section, "count", 1000);
     } else {
-        line.AddText("-lba", schedule, section, "address", kFirstAddress);
+        line.AddText("-lba", schedule.Address<513>(disk.schedule_index).c_str());
     }
     line.AddText("-sc", parameters, level.section, "sc", "0x80");
-    if (schedule.Int(section, "hdd_ide", 0) == 1) line.AddWord("-ide");
-    if (error_mode) {
+    if (schedule.IsIde(disk.schedule_index)) line.AddWord("-ide");
+    if (command.error_mode) {
         line.AddText(nullptr, parameters, level.section, "param_error", "-debug2");
     } else {
         line.AddValue("/runtime", padiag_time);
     }
-    return line.c_str();
+    return command;
 }
 
-// Notes where the started test's component sits and when it began, and announces it.
-void AnnounceStart(int kind, PadiagTest* test, const char* phypath) {
-    date2iso8601(std::time(nullptr), &test->start_time);
-    test->phypath.Assign(phypath);
+// Starts `test` and its clock. False (traced) when it could not be started.
+bool Start(RunningTest* test, const TestCommand& command) {
+    const std::string output = OutputPath(*test);
+    if (test_exec2(test->kind, 0, command.line.c_str(), &test->read_fd, &test->pid,
+                   output.c_str()) != 0) {
+        return false;
+    }
+    CheckTestTime(1, 0, test);
+    return true;
+}
+
+// Notes where the started test's component sits and when the test began, and announces it.
+void AnnounceStart(RunningTest* test, const char* phypath) {
+    PadiagTest& padiag = test->padiag;
+    date2iso8601(std::time(nullptr), &padiag.start_time);
+    padiag.phypath.Assign(phypath);
     EventRecord record;
-    record.start_time = test->start_time;
-    padiag_sdb_event(StartEventName(kind), kEventStarted, test->phypath.c_str(), record);
+    record.start_time = padiag.start_time;
+    padiag_sdb_event(StartEventName(test->kind), kEventStarted, padiag.phypath.c_str(), record);
 }
 
-// What the processor and the memory launcher differ in.
-struct RequestedTest {
-    const char* caller;
-    int kind;
-    const char* due_key;
-    std::string (*command)(bool* error_mode);
-    int32_t* fd;
-    pid_t* pid;
-    int (*clock)(int, int32_t);
-    PadiagTest* test;
-    int path_kind;
-};
-
-int LaunchRequested(const RequestedTest& row) {
-    const auto start = [&](const char* command) {
-        const std::string output = OutputPath(row.kind, 0);
-        if (test_exec2(row.kind, 0, command, row.fd, row.pid, output.c_str()) != 0) return -1;
-        row.clock(1, 0);
-        AnnounceStart(row.kind, row.test, get_phypath(row.path_kind, nullptr));
-        return 0;
-    };
-    const auto level_known = [&] { return LevelKnown(row.caller); };
-    return LaunchSingle({row.caller, row.kind, row.due_key, level_known, row.command, start},
-                        ProfileReader(sche_path2.c_str()));
+// Starts and announces the processor or the memory test.
+bool StartSingle(RunningTest* test, const TestCommand& command, int path_kind) {
+    if (!Start(test, command)) return false;
+    AnnounceStart(test, get_phypath(path_kind, nullptr));
+    return true;
 }
 
 // At level 3 a disk goes on where it was left: notes that place and how far it is.
-void NoteStart(const ProfileReader& schedule, const char* section, const char* device,
-               PadiagTest* test) {
-    Text<65> text;
-    schedule.String(section, "address", kFirstAddress, &text);
-    test->start_lba = std::strtoull(text.c_str(), nullptr, 0);
-    if (test->start_lba == 0) return;
+void NoteStart(const ScheduleFile& schedule, RunningTest* disk) {
+    PadiagTest& padiag = disk->padiag;
+    const Text<65> address = schedule.Address<65>(disk->schedule_index);
+    padiag.start_lba = std::strtoull(address.c_str(), nullptr, 0);
+    if (padiag.start_lba == 0) return;
     const DiskProgress progress(lba_path.c_str());
-    test->progress = StartPercent(test->start_lba, progress.Maximum(device));
+    padiag.progress = StartPercent(padiag.start_lba, progress.Maximum(disk->device_name.c_str()));
 }
 
 // Starts the test of disk `number`. 1, 0 when it is not requested, -1 when it could not be started.
-int LaunchDisk(const char* caller, const ProfileReader& schedule, const ProfileReader& parameters,
+int LaunchDisk(const char* caller, const ScheduleFile& schedule, const ProfileReader& parameters,
                int number) {
-    Text<64> section;
-    section.Format("HDD_SCHEDULE %d", number);
-    if (!IsOn(schedule, section.c_str(), "hdd")) {
+    if (!IsOn(schedule.profile(), DiskSection(number).c_str(), KeysOf(kKindHdd).requested)) {
         Ptltrprintf("[%s] HddTest(%d) Not Exec.\n", caller, number);
         return 0;
     }
     if (!LevelKnown(caller)) return 0;
-    const Text<513> device = DeviceValue(schedule, section.c_str(), "device_name", "NO DATA");
-    Ptltrprintf("[%s] Check device_name = [%s].\n", caller, device.c_str());
-    const bool error_mode = ErrorMode(parameters, kHddLevels[LevelIndex()].section);
-    Ptltrprintf("[%s] HddTest %s(%d) Exec.\n", caller, ModeWord(error_mode), number);
-    const std::string command =
-        HddCommand(schedule, parameters, section.c_str(), device.c_str(), error_mode);
-
-    HddExec& entry = hdd_exec_tbl[hdd_exec_use];
-    if (test_exec2(kKindHdd, 0, command.c_str(), &entry.read_fd, &entry.pid,
-                   OutputPath(kKindHdd, number).c_str()) != 0) {
+    RunningTest* disk = NextDisk(schedule, number);
+    const char* device = disk->device_name.c_str();
+    Ptltrprintf("[%s] Check device_name = [%s].\n", caller, device);
+    const TestCommand command = HddCommand(schedule, parameters, *disk);
+    Ptltrprintf("[%s] HddTest %s(%d) Exec.\n", caller, command.ModeWord(), number);
+    if (!Start(disk, command)) {
         Ptltrprintf("[%s] Exec Error(sched_cnt=%d).\n", caller, number);
         return -1;
     }
-    EnterDisk(schedule, section.c_str(), number);
-    if (padiag_level == kProgressLevel) {
-        NoteStart(schedule, section.c_str(), device.c_str(), &entry.padiag);
-    }
-    const char* needle = device.view() == "NO DATA" ? "no data" : device.c_str();
-    AnnounceStart(kKindHdd, &entry.padiag, get_phypath(kPathOfDevice, needle));
+    ++hdd_exec_use;
+    if (padiag_level == kProgressLevel) NoteStart(schedule, disk);
+    const bool named = disk->device_name.view() != kNoDevice;
+    AnnounceStart(disk, get_phypath(kPathOfDevice, named ? device : "no data"));
     return 1;
 }
 
 }  // namespace
 
 int PadiagCpuTestExec() {
-    return LaunchRequested({__func__, kKindCpu, "cpu", CpuCommand, &fhandleCpu, &ProcessIdCpu,
-                            cpu_check_time, &padiag_cpu, kPathOfCpu});
+    const ScheduleFile schedule(sche_path2.c_str());
+    if (!BeginLaunch(__func__, schedule, cpu_test, KeysOf(kKindCpu).requested)) return 0;
+    if (!LevelKnown(__func__)) return 0;
+    const TestCommand command = CpuCommand();
+    Ptltrprintf("[%s] CpuTest %s Exec.\n", __func__, command.ModeWord());
+    return EndLaunch(__func__, StartSingle(&cpu_test, command, kPathOfCpu));
 }
 
 int PadiagMemTestExec() {
-    return LaunchRequested({__func__, kKindMemory, "mem", MemCommand, &fhandleMem, &ProcessIdMem,
-                            mem_check_time, &padiag_mem, kPathOfMemory});
+    const ScheduleFile schedule(sche_path2.c_str());
+    if (!BeginLaunch(__func__, schedule, mem_test, KeysOf(kKindMemory).requested)) return 0;
+    if (!LevelKnown(__func__)) return 0;
+    const TestCommand command = MemCommand();
+    Ptltrprintf("[%s] MemoryTest %s Exec.\n", __func__, command.ModeWord());
+    return EndLaunch(__func__, StartSingle(&mem_test, command, kPathOfMemory));
 }
 
 int PadiagHddTestExec() {
-    const ProfileReader schedule(sche_path2.c_str());
+    const ScheduleFile schedule(sche_path2.c_str());
     const ProfileReader parameters(para_path2.c_str());
-    return LaunchDisks(__func__, schedule, [&](int number) {
-        return LaunchDisk("PadiagHddTestExec", schedule, parameters, number);
-    });
+    if (!BeginDisks(__func__, schedule)) return -1;
+    int result = 0;
+    for (int i = 0; i < BoundedCount(schedule.DiskCount()); ++i) {
+        const int launched = LaunchDisk(__func__, schedule, parameters, i);
+        if (launched != 0) result = launched;
+    }
+    Ptltrprintf("[%s] End.\n", __func__);
+    return result;
 }
 
-std::string OutputPath(int kind, int number) {
-    std::string path = std::string(trc_name) + "/padiag_" + FindKind(kind)->program + "_stdout";
-    if (kind == kKindHdd) path += std::to_string(number);
+std::string OutputPath(const RunningTest& test) {
+    std::string path =
+        std::string(trc_name) + "/padiag_" + FindKind(test.kind)->program + "_stdout";
+    if (test.kind == kKindHdd) path += std::to_string(test.schedule_index);
     return path;
 }
 

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "base/running_test.h"
+
 namespace patrol {
 
 // Start the requested tests at padiag_level, announce each, and note what its wait needs. 1
@@ -12,7 +14,7 @@ int PadiagCpuTestExec();
 int PadiagMemTestExec();
 int PadiagHddTestExec();
 
-// The output file of a test, in the log directory; `number` is the disk's schedule index.
-std::string OutputPath(int kind, int number);
+// The output file of a test, in the log directory.
+std::string OutputPath(const RunningTest& test);
 
 }  // namespace patrol

@@ -32,7 +32,8 @@ struct StatusText {
 // The state between two lines.
 class OutputReader {
  public:
-    explicit OutputReader(const PadiagOutput& output) : output_(output) {}
+    OutputReader(const char* caller, RunningTest* test)
+        : caller_(caller), test_(test), kind_name_(FindKind(test->kind)->name) {}
 
     void TakeLine(const char* line) {
         if (StartsWith(line, kRecordMagic)) {
@@ -48,25 +49,25 @@ class OutputReader {
         const size_t skipped = std::min(std::strlen(line), kPrefixSize);
         std::memcpy(head, line + skipped, std::strlen(line + skipped));
         RecordContext context;
-        if (check_testdata_head(head, output_.device, &context) != 0) {
-            Ptltrprintf("[%s] check_testdata_head failed.\n", output_.caller);
+        if (check_testdata_head(head, test_->device_name.c_str(), &context) != 0) {
+            Ptltrprintf("[%s] check_testdata_head failed.\n", caller_);
             return;
         }
         context_ = context;
         text_ = StatusText();
         first_line_ = true;
         in_record_ = (context_.type & (kTypeLog | kTypeStatus)) != 0;
-        if (!in_record_) Ptltrprintf("[%s] No Want Data.\n", output_.caller);
+        if (!in_record_) Ptltrprintf("[%s] No Want Data.\n", caller_);
     }
 
     void TakeBodyLine(const char* line) {
         if (context_.type == kTypeProgress) {
-            CheckTestdataProgress(line, context_, output_.kind, output_.entry);
+            CheckTestdataProgress(line, context_, test_);
             in_record_ = false;
             return;
         }
         if (first_line_) {
-            Ptltrprintf("[%s] Data Research Start(type=%d).\n", output_.caller,
+            Ptltrprintf("[%s] Data Research Start(type=%d).\n", caller_,
                         static_cast<int>(context_.type));
         }
         first_line_ = false;
@@ -81,37 +82,36 @@ class OutputReader {
     }
 
     void TakeStatus() {
-        const int end_code =
-            check_testdata_status(text_.bytes, context_, output_.schedule_index, output_.kind,
-                                  output_.device, output_.entry, kRunPadiag);
-        switch (end_code) {
+        switch (check_testdata_status(text_.bytes, context_, test_, kRunPadiag)) {
             case -1:
-                Ptltrprintf("[%s] check_testdata_status failed.\n", output_.caller);
+                Ptltrprintf("[%s] check_testdata_status failed.\n", caller_);
                 break;
             case kEndNg:
-                Ptltrprintf("[%s] %s Padiag Error End\n", output_.caller, output_.kind_name);
+                Ptltrprintf("[%s] %s Padiag Error End\n", caller_, kind_name_);
                 ReportFault();
                 break;
             case kEndSkip:
-                Ptltrprintf("[%s] %s Padiag Skipped\n", output_.caller, output_.kind_name);
+                Ptltrprintf("[%s] %s Padiag Skipped\n", caller_, kind_name_);
                 break;
             case kEndAbort:
-                Ptltrprintf("[%s] %s Padiag Aborted\n", output_.caller, output_.kind_name);
+                Ptltrprintf("[%s] %s Padiag Aborted\n", caller_, kind_name_);
                 break;
             default:
-                Ptltrprintf("[%s] %s Padiag End\n", output_.caller, output_.kind_name);
+                Ptltrprintf("[%s] %s Padiag End\n", caller_, kind_name_);
         }
     }
 
     void ReportFault() {
         set_parts_errinf(&errlog_inf, text_.bytes, text_.size);
         errlog_inf.detail.Assign(text_.bytes + std::min(std::strlen(text_.bytes), kDetailAt));
-        if (patrol_parts_proc(errlog_inf, kRunPadiag, output_.device) != 0) {
-            Ptltrprintf("[%s] parts_proc err !!", output_.caller);
+        if (patrol_parts_proc(errlog_inf, kRunPadiag, test_->device_name.c_str()) != 0) {
+            Ptltrprintf("[%s] parts_proc err !!", caller_);
         }
     }
 
-    const PadiagOutput& output_;
+    const char* caller_;
+    RunningTest* test_;
+    const char* kind_name_;
     RecordContext context_;
     bool in_record_ = false;
     bool first_line_ = false;
@@ -120,8 +120,8 @@ class OutputReader {
 
 }  // namespace
 
-void ReadPadiagOutput(const PadiagOutput& output, FILE* file) {
-    OutputReader reader(output);
+void ReadPadiagOutput(const char* caller, RunningTest* test, FILE* file) {
+    OutputReader reader(caller, test);
     // Parsers may look past the end of a line.
     char line[kLineSize + kRecordSlack] = {};
     while (std::fgets(line, kLineSize, file) != nullptr) reader.TakeLine(line);

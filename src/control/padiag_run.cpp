@@ -1,29 +1,51 @@
 #include "control/padiag_run.h"
 
+#include "base/clocks.h"
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/settings.h"
+#include "control/agent_status.h"
+#include "control/launch.h"
 #include "control/padiag_launch.h"
 #include "control/padiag_wait.h"
-#include "control/run_steps.h"
 #include "msg/event.h"
 #include "msg/trace.h"
 #include "schedule/padiag_builder.h"
 #include "state/disk_progress.h"
-#include "sys/profile.h"
+#include "state/schedule_file.h"
 
 namespace patrol {
-int PadiagCntlMain() { return RunDiagnosis(__func__, "Padiag", PadiagSchedCntl); }
+namespace {
+
+// Makes the missing Schedule file. `caller` is the routine to trace under. 0 or -1.
+int RemakeSchedule(const char* caller) {
+    Ptltrprintf("[%s] Warning:Schedule File Not Found. Schedule File Remade.\n", caller);
+    if (PadiagCreateSchedule() != 0) {
+        Ptltrprintf("[%s] Error End.\n", caller);
+        return -1;
+    }
+    Ptltrprintf("[%s] Success in Remake of Schedule File.\n", caller);
+    Ptltrprintf("[%s] Normal End.\n", caller);
+    return 0;
+}
+
+}  // namespace
+
+int PadiagCntlMain() {
+    Ptltrprintf("[%s] Padiag Diagnosis Started.\n", __func__);
+    check_time(1, 0);
+    const bool done = GetMasterStatus() == 0 && PadiagSchedCntl() == 0;
+    Ptltrprintf("[%s] Padiag Diagnosis %s.\n", __func__, done ? "Ended" : "Error Ended");
+    return done ? 0 : -1;
+}
 
 int PadiagSchedCntl() {
     Ptltrprintf("[%s] Start.\n", __func__);
-    if (!FileExists(sche_path2.c_str())) {
-        return RemakeSchedule(__func__, PadiagCreateSchedule, "Remake");
-    }
+    if (!FileExists(sche_path2.c_str())) return RemakeSchedule(__func__);
     {
-        const ProfileReader schedule(sche_path2.c_str());
-        padiag_level = schedule.Int("TEST_SCHEDULE", "level", 1);
-        padiag_time = schedule.Int("TEST_SCHEDULE", "time", 3600);
+        const ScheduleFile schedule(sche_path2.c_str());
+        padiag_level = schedule.Level();
+        padiag_time = schedule.TimeLimit();
     }
     f_padiag_cpu = PadiagCpuTestExec();
     f_padiag_mem = PadiagMemTestExec();
@@ -34,7 +56,7 @@ int PadiagSchedCntl() {
         PadiagWaitHddTest();
         SaveProgressCopy(lba_path.c_str(), lba_bup_path.c_str());
     }
-    EndDiskTable(__func__);
+    EndDisks(__func__);
     event("I1121:Scheduled diagnosis is finished.\n");
     return 0;
 }

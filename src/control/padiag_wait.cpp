@@ -7,13 +7,10 @@
 #include <string>
 
 #include "base/blocking.h"
-#include "base/clocks.h"
 #include "base/disk_table.h"
 #include "base/file.h"
-#include "base/kinds.h"
-#include "base/padiag_state.h"
+#include "base/running_test.h"
 #include "base/settings.h"
-#include "control/launch.h"
 #include "control/padiag_launch.h"
 #include "control/padiag_output.h"
 #include "msg/trace.h"
@@ -27,29 +24,20 @@ namespace {
 
 constexpr int kOpenAttempts = 5;
 
-// One running test.
-struct RunningTest {
-    PadiagOutput output;
-    const char* name;  // of the kind in "ProcessId..."
-    pid_t pid;
-    int32_t* fd;
-    int number;  // of the output file
-};
-
 void PauseASecond() {
     BlockingCall([] { sleep(1); });
 }
 
 // Waits until the test has ended. A wait that fails reads as an exit with 0.
-void WaitForTest(const RunningTest& test) {
+void WaitForTest(const char* caller, const RunningTest& test) {
     int status = 0;
     do {
         if (WaitForChild(test.pid, &status, WUNTRACED) < 0) {
             status = 0;
-            Ptltrprintf("[%s] waitpid -> %s.\n", test.output.caller, "Wait_failed");
+            Ptltrprintf("[%s] waitpid -> %s.\n", caller, "Wait_failed");
             PauseASecond();
         }
-        Ptltrprintf("[%s] %s-> %s\n", test.output.caller, FindKind(test.output.kind)->program,
+        Ptltrprintf("[%s] %s-> %s\n", caller, FindKind(test.kind)->program,
                     WakeUpText(status).c_str());
     } while (!WIFEXITED(status) && !WIFSIGNALED(status));
 }
@@ -65,66 +53,58 @@ Stream OpenOutput(const char* caller, const std::string& path) {
 }
 
 // Announces and enters a test that gave no result.
-void ReportAborted(const RunningTest& running, const PadiagTest& test) {
-    const PadiagOutput& output = running.output;
-    const std::string message = std::string(FindKind(output.kind)->program) + " aborted.";
+void ReportAborted(const char* caller, RunningTest* test) {
+    const std::string message = std::string(FindKind(test->kind)->program) + " aborted.";
     EventRecord record;
-    record.pass = *KindPassCount(output.kind, output.entry);
+    record.pass = test->pass_count;
     record.errmsg.Assign(message);
-    record.start_time = test.start_time;
+    record.start_time = test->padiag.start_time;
     record.level = padiag_level;
-    record.start_lba = test.start_lba;
-    Ptltrprintf("[%s] evtlog_msg.start_time = [%s].\n", output.caller, record.start_time.c_str());
+    record.start_lba = test->padiag.start_lba;
+    Ptltrprintf("[%s] evtlog_msg.start_time = [%s].\n", caller, record.start_time.c_str());
     date2iso8601(std::time(nullptr), &record.end_time);
-    Ptltrprintf("[%s] evtlog_msg.end_time = [%s].\n", output.caller, record.end_time.c_str());
-    Ptltrprintf("[%s] pass = [%d].\n", output.caller, record.pass);
-    padiag_sdb_event(EndEventName(output.kind), kEventFailed, test.phypath.c_str(), record);
-    PadiagHistory(kResultAbort, output.kind, output.device, message.c_str(), output.entry);
+    Ptltrprintf("[%s] evtlog_msg.end_time = [%s].\n", caller, record.end_time.c_str());
+    Ptltrprintf("[%s] pass = [%d].\n", caller, record.pass);
+    padiag_sdb_event(EndEventName(test->kind), kEventFailed, test->padiag.phypath.c_str(), record);
+    PadiagHistory(kResultAbort, test, message.c_str());
 }
 
-void WaitAndRead(const RunningTest& running) {
-    const PadiagOutput& output = running.output;
-    PadiagTest* test = FindPadiagTest(output.kind, output.entry);
-    test->event_check = 1;
-    *KindPassCount(output.kind, output.entry) = 0;
-    Ptltrprintf("[%s] ProcessId%s =%d fhandle%s =%d\n", output.caller, running.name, running.pid,
-                running.name, *running.fd);
-    WaitForTest(running);
-    close(*running.fd);
-    *running.fd = -1;
+void WaitAndRead(const char* caller, RunningTest* test) {
+    const char* name = FindKind(test->kind)->short_name;
+    test->padiag.event_check = 1;
+    test->pass_count = 0;
+    Ptltrprintf("[%s] ProcessId%s =%d fhandle%s =%d\n", caller, name, test->pid, name,
+                test->read_fd);
+    WaitForTest(caller, *test);
+    close(test->read_fd);
+    test->read_fd = -1;
 
-    const std::string path = OutputPath(output.kind, running.number);
-    Stream file = OpenOutput(output.caller, path);
+    const std::string path = OutputPath(*test);
+    Stream file = OpenOutput(caller, path);
     if (file == nullptr) return;
-    ReadPadiagOutput(output, file.get());
+    ReadPadiagOutput(caller, test, file.get());
     file.reset();
     unlink(path.c_str());
-    if (test->event_check == 1) ReportAborted(running, *test);
-}
-
-void WaitSingle(const char* caller, int kind, const char* name, pid_t pid, int32_t* fd) {
-    const char* kind_name = FindKind(kind)->name;
-    Ptltrprintf("[%s] Start.\n", caller);
-    WaitAndRead({{caller, kind, kind_name, kind_name, 0, 0}, name, pid, fd, 0});
-    Ptltrprintf("[%s] End.\n", caller);
+    if (test->padiag.event_check == 1) ReportAborted(caller, test);
 }
 
 }  // namespace
 
-void PadiagWaitCpuTest() { WaitSingle(__func__, kKindCpu, "Cpu", ProcessIdCpu, &fhandleCpu); }
+void PadiagWaitCpuTest() {
+    Ptltrprintf("[%s] Start.\n", __func__);
+    WaitAndRead(__func__, &cpu_test);
+    Ptltrprintf("[%s] End.\n", __func__);
+}
 
-void PadiagWaitMemTest() { WaitSingle(__func__, kKindMemory, "Mem", ProcessIdMem, &fhandleMem); }
+void PadiagWaitMemTest() {
+    Ptltrprintf("[%s] Start.\n", __func__);
+    WaitAndRead(__func__, &mem_test);
+    Ptltrprintf("[%s] End.\n", __func__);
+}
 
 void PadiagWaitHddTest() {
     Ptltrprintf("[%s] Start.\n", __func__);
-    for (int i = 0; i < hdd_exec_use; ++i) {
-        HddExec& disk = hdd_exec_tbl[i];
-        WaitAndRead({{__func__, kKindHdd, "HDD", disk.device_name.c_str(), disk.schedule_index, i},
-                     "Hdd",
-                     disk.pid,
-                     &disk.read_fd,
-                     disk.schedule_index});
-    }
+    for (int i = 0; i < hdd_exec_use; ++i) WaitAndRead(__func__, &hdd_exec_tbl[i]);
     FlushDeferredWrites();
     Ptltrprintf("[%s] End.\n", __func__);
 }

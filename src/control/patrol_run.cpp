@@ -1,23 +1,45 @@
 #include "control/patrol_run.h"
 
+#include "base/clocks.h"
 #include "base/file.h"
 #include "base/paths.h"
+#include "control/agent_status.h"
+#include "control/launch.h"
 #include "control/patrol_launch.h"
 #include "control/patrol_wait.h"
-#include "control/run_steps.h"
 #include "control/selection.h"
 #include "msg/trace.h"
 #include "schedule/patrol_builder.h"
 
 namespace patrol {
+namespace {
 
-int cntl_main() { return RunDiagnosis(__func__, "Patrol", sched_cntl); }
+// Makes the missing Schedule file. `caller` is the routine to trace under. 0 or -1.
+int RemakeSchedule(const char* caller) {
+    Ptltrprintf("[%s] Warning:Schedule File Not Found. Schedule File Remade.\n", caller);
+    if (CreateSchedule() != 0) {
+        Ptltrprintf("[%s] Error End.\n", caller);
+        trflush();
+        return -1;
+    }
+    Ptltrprintf("[%s] Success in Remark of Schedule File.\n", caller);
+    Ptltrprintf("[%s] Normal End.\n", caller);
+    return 0;
+}
+
+}  // namespace
+
+int cntl_main() {
+    Ptltrprintf("[%s] Patrol Diagnosis Started.\n", __func__);
+    check_time(1, 0);
+    const bool done = GetMasterStatus() == 0 && sched_cntl() == 0;
+    Ptltrprintf("[%s] Patrol Diagnosis %s.\n", __func__, done ? "Ended" : "Error Ended");
+    return done ? 0 : -1;
+}
 
 int sched_cntl() {
     Ptltrprintf("[%s] Start.\n", __func__);
-    if (!FileExists(sche_path.c_str())) {
-        return RemakeSchedule(__func__, CreateSchedule, "Remark");
-    }
+    if (!FileExists(sche_path.c_str())) return RemakeSchedule(__func__);
     const int cpu = CpuTestExec();
     const int memory = MemTestExec();
     const int disks = HddTestExec();
@@ -25,7 +47,7 @@ int sched_cntl() {
     if (memory == 1) WaitMemTest();
     if (disks == 1) WaitHddTest();
     if (cpu == 1) WaitCpuTest();
-    EndDiskTable(__func__);
+    EndDisks(__func__);
     NextTestSchedule();
     return 0;
 }

@@ -14,13 +14,11 @@
 #include "base/number.h"
 #include "base/paths.h"
 #include "base/signals.h"
-#include "control/launch.h"
 #include "control/patrol_launch.h"
 #include "control/stop.h"
 #include "msg/trace.h"
 #include "report/history.h"
 #include "report/parts.h"
-#include "report/records.h"
 #include "state/schedule_file.h"
 #include "sys/child.h"
 #include "sys/deferred_writes.h"
@@ -31,7 +29,6 @@ namespace patrol {
 namespace {
 
 constexpr char kName[] = "wait_for_testdata";
-constexpr uint32_t kPatrolMask = kTypeLog | kTypeStatus | kTypeProcess;
 constexpr size_t kLengthAt = 7;  // of the body length in a record prefix
 constexpr int kLongBody = 119;   // bodies above it are worth a trace line
 constexpr uint32_t kAddressStep = 64;
@@ -47,8 +44,8 @@ int ErrorEnd() {
     return -1;
 }
 
-int StopWithError(const TestWait& wait) {
-    ptl_test_terminate(wait.pid);
+int StopWithError(const RunningTest& test) {
+    ptl_test_terminate(test.pid);
     return ErrorEnd();
 }
 
@@ -72,11 +69,11 @@ bool WaitForEnd(int seconds) {
 }
 
 // Fills the fault record from the whole status record and hands it to the agent.
-void ReportFault(const TestWait& wait, const Body& body) {
+void ReportFault(const RunningTest& test, int mode, const Body& body) {
     set_parts_errinf(&errlog_inf, body.bytes.get(), body.size);
     const char* detail = std::strstr(body.bytes.get(), "[[[[");
     errlog_inf.detail.Assign(detail != nullptr ? detail : "");
-    if (patrol_parts_proc(errlog_inf, wait.mode, wait.device) != 0) {
+    if (patrol_parts_proc(errlog_inf, mode, test.device_name.c_str()) != 0) {
         Ptltrprintf("[%s] parts_proc err !!", kName);
     }
 }
@@ -86,19 +83,19 @@ Next EndWith(Next result) {
     return result;
 }
 
-Next TakeStatus(const TestWait& wait, const char* kind_name, const Body& body,
+Next TakeStatus(RunningTest* test, const TestWait& wait, const Body& body,
                 const RecordContext& context) {
+    const char* kind_name = FindKind(test->kind)->name;
     const int end_code =
-        check_testdata_status(body.bytes.get() + kHeaderSize, context, wait.schedule_index,
-                              wait.kind, wait.device, wait.entry, wait.mode);
+        check_testdata_status(body.bytes.get() + kHeaderSize, context, test, wait.mode);
     if (end_code == -1) {
-        StopWithError(wait);
+        StopWithError(*test);
         return Next::kFailure;
     }
     Ptltrprintf("[%s] diagnosis end. end code=%d\n", kName, end_code);
     if (!WaitForEnd(wait.timeout)) {
         // The result stands: the test program has reported it.
-        ptl_test_terminate(wait.pid);
+        ptl_test_terminate(test->pid);
         Ptltrprintf("[%s] diagnosis destroy.\n", kName);
         return EndWith(Next::kSuccess);
     }
@@ -111,7 +108,7 @@ Next TakeStatus(const TestWait& wait, const char* kind_name, const Body& body,
             return EndWith(Next::kFailure);
         case kEndNg:
             Ptltrprintf("[%s] %s Patrol Error End\n", kName, kind_name);
-            ReportFault(wait, body);
+            ReportFault(*test, wait.mode, body);
             return EndWith(Next::kFailure);
         default:
             Ptltrprintf("[%s] %s Patrol End\n", kName, kind_name);
@@ -119,10 +116,10 @@ Next TakeStatus(const TestWait& wait, const char* kind_name, const Body& body,
     }
 }
 
-Next TakeRecord(const TestWait& wait, const char* kind_name, const Body& body) {
+Next TakeRecord(RunningTest* test, const TestWait& wait, const Body& body) {
     RecordContext context;
-    if (check_testdata_head(body.bytes.get(), wait.device, &context) != 0) {
-        StopWithError(wait);
+    if (check_testdata_head(body.bytes.get(), test->device_name.c_str(), &context) != 0) {
+        StopWithError(*test);
         return Next::kFailure;
     }
     if ((context.type & wait.mask) == 0) return Next::kRecord;
@@ -135,7 +132,7 @@ Next TakeRecord(const TestWait& wait, const char* kind_name, const Body& body) {
             check_testdata_log(text, context);
             return Next::kRecord;
         case kTypeProgress:
-            CheckTestdataProgress(text, context, wait.kind, wait.entry);
+            CheckTestdataProgress(text, context, test);
             return Next::kRecord;
         case kTypeProcess:
             if (check_testdata_proc(text) == 1) {
@@ -149,10 +146,10 @@ Next TakeRecord(const TestWait& wait, const char* kind_name, const Body& body) {
             return EndWith(result == 0 ? Next::kSuccess : Next::kFailure);
         }
         case kTypeStatus:
-            return TakeStatus(wait, kind_name, body, context);
+            return TakeStatus(test, wait, body, context);
         default:
             Ptltrprintf("[%s] Internal Interface Error. error value= 0x%x.\n", kName, context.type);
-            StopWithError(wait);
+            StopWithError(*test);
             return Next::kFailure;
     }
 }
@@ -172,37 +169,37 @@ int ShortRead(size_t length) {
 }
 
 // The pipe has ended and no status record came.
-int PipeEnded(const TestWait& wait, int last_length) {
-    if (wait.timeout <= 0 || SampleKindClock(wait.kind, wait.timeout, wait.entry) == 0) {
+int PipeEnded(RunningTest* test, const TestWait& wait, int last_length) {
+    if (wait.timeout <= 0 || CheckTestTime(0, wait.timeout, test) == 0) {
         return ShortRead(static_cast<size_t>(std::max(last_length, 0)));
     }
-    ptl_history(kResultTimeout, wait.kind, wait.device, nullptr, wait.entry);
-    if (wait.kind == kKindHdd) {
-        SaveDiskAddress(sche_path.c_str(), wait.schedule_index, wait.address + kAddressStep,
+    ptl_history(kResultTimeout, test, nullptr);
+    if (test->kind == kKindHdd) {
+        SaveDiskAddress(sche_path.c_str(), test->schedule_index, wait.address + kAddressStep,
                         kAddressDigits);
     }
     Ptltrprintf("[%s] Time Out Error [%s] Threshold Time= %d Sec\n", kName, "Diagnosis End",
                 wait.timeout);
-    return StopWithError(wait);
+    return StopWithError(*test);
 }
 
 }  // namespace
 
-int wait_for_testdata(const TestWait& wait) {
+int wait_for_testdata(RunningTest* test, const TestWait& wait) {
     Ptltrprintf("[%s] Start.\n", kName);
-    Ptltrprintf("[%s] Patrol Diagnosis Device : %s.\n", kName, wait.device);
-    const Kind* kind = FindKind(wait.kind);
+    Ptltrprintf("[%s] Patrol Diagnosis Device : %s.\n", kName, test->device_name.c_str());
+    const Kind* kind = FindKind(test->kind);
     if (kind == nullptr) {
         Ptltrprintf("[%s] Internal Interface Error.  error value= 0x%x\n", kName,
-                    static_cast<unsigned>(wait.kind));
+                    static_cast<unsigned>(test->kind));
         return ErrorEnd();
     }
-    PipeReader pipe(wait.read_fd);
+    PipeReader pipe(test->read_fd);
     Next next = Next::kRecord;
     int length = 0;
     while (next == Next::kRecord) {
         char prefix[kPrefixSize + 1] = {};
-        if (pipe.Read(prefix, kPrefixSize) != kPrefixSize) return PipeEnded(wait, length);
+        if (pipe.Read(prefix, kPrefixSize) != kPrefixSize) return PipeEnded(test, wait, length);
         if (std::memcmp(prefix, kRecordMagic, std::strlen(kRecordMagic)) != 0) {
             Ptltrprintf("[%s] Received data does not begin with ONLPTL. tp=%s\n", kName,
                         kind->name);
@@ -220,59 +217,59 @@ int wait_for_testdata(const TestWait& wait) {
         if (body.bytes == nullptr) return AllocationFailed(length);
         const size_t got = pipe.Read(body.bytes.get(), body.size);
         if (got != body.size) return ShortRead(got);
-        next = TakeRecord(wait, kind->name, body);
+        next = TakeRecord(test, wait, body);
     }
     return next == Next::kSuccess ? 0 : -1;
 }
 
 namespace {
 
-// The wait for a processor or memory test; `name` is that of the kind in the traces.
-int WaitSingle(const char* caller, int kind, const char* name, int timeout, int read_fd,
-               int write_fd, pid_t pid) {
+// The wait for the processor or the memory test.
+int WaitSingle(const char* caller, RunningTest* test, int timeout) {
+    const char* name = FindKind(test->kind)->short_name;
     Ptltrprintf("[%s] Start.\n", caller);
     Ptltrprintf("[%s] Pipe%sRead=0x%x Pipe%sWrite=0x%x\n", caller, name,
-                static_cast<unsigned>(read_fd), name, static_cast<unsigned>(write_fd));
-    Ptltrprintf("[%s] ProcessId%s =%d\n", caller, name, pid);
-    const int result = wait_for_testdata(
-        {kind, timeout, FindKind(kind)->name, kPatrolMask, 0, 0, read_fd, pid, 0, kRunPatrol});
+                static_cast<unsigned>(test->read_fd), name, static_cast<unsigned>(test->write_fd));
+    Ptltrprintf("[%s] ProcessId%s =%d\n", caller, name, test->pid);
+    TestWait wait;
+    wait.timeout = timeout;
+    const int result = wait_for_testdata(test, wait);
     Ptltrprintf("[%s] %s.\n", caller, result != 0 ? "Error End" : "End");
+    return result;
+}
+
+// The wait for the disk at `entry` of the table.
+int WaitDisk(const char* caller, const ScheduleFile& schedule, int entry) {
+    RunningTest& disk = hdd_exec_tbl[entry];
+    disk.device_name.Assign(schedule.Device<65>(disk.schedule_index).view());
+    const Text<65> address = schedule.Address<65>(disk.schedule_index, kShortFirstAddress);
+    Ptltrprintf("[%s] PipeHddRead=0x%x PipeHddWrite=0x%x (%d)\n", caller,
+                static_cast<unsigned>(disk.read_fd), static_cast<unsigned>(disk.write_fd), entry);
+    Ptltrprintf("[%s] ProcessIdHdd =%d (%d)\n", caller, disk.pid, entry);
+    TestWait wait;
+    wait.timeout = hdd_tout_watch;
+    // Base 10 on purpose: an address written in hexadecimal counts as 0.
+    wait.address = ParseUnsigned(address.c_str(), 10);
+    const int result = wait_for_testdata(&disk, wait);
+    Ptltrprintf("[%s] Wait %s End(sched_num=%d).\n", caller, result == 0 ? "Normal" : "Error",
+                disk.schedule_index);
     return result;
 }
 
 }  // namespace
 
-int WaitCpuTest() {
-    return WaitSingle(__func__, kKindCpu, "Cpu", cpu_tout_watch, PipeCpuRead, PipeCpuWrite,
-                      ProcessIdCpu);
-}
+int WaitCpuTest() { return WaitSingle(__func__, &cpu_test, cpu_tout_watch); }
 
-int WaitMemTest() {
-    return WaitSingle(__func__, kKindMemory, "Mem", mem_tout_watch, PipeMemRead, PipeMemWrite,
-                      ProcessIdMem);
-}
+int WaitMemTest() { return WaitSingle(__func__, &mem_test, mem_tout_watch); }
 
 int WaitHddTest() {
     Ptltrprintf("[%s] Start.\n", __func__);
     int all = 0;
     ScheduleFile schedule(sche_path.c_str());
     for (int i = 0; i < hdd_exec_use; ++i) {
-        const HddExec& disk = hdd_exec_tbl[i];
         // The waits for the disks before it may have been long.
         schedule.Refresh();
-        const Text<65> device = schedule.Device<65>(disk.schedule_index);
-        const Text<65> address = schedule.Address<65>(disk.schedule_index, kShortFirstAddress);
-        Ptltrprintf("[%s] PipeHddRead=0x%x PipeHddWrite=0x%x (%d)\n", __func__,
-                    static_cast<unsigned>(disk.read_fd), static_cast<unsigned>(disk.write_fd), i);
-        Ptltrprintf("[%s] ProcessIdHdd =%d (%d)\n", __func__, disk.pid, i);
-        // Base 10 on purpose: an address written in hexadecimal counts as 0.
-        const uint32_t start = ParseUnsigned(address.c_str(), 10);
-        const int result =
-            wait_for_testdata({kKindHdd, hdd_tout_watch, device.c_str(), kPatrolMask,
-                               disk.schedule_index, start, disk.read_fd, disk.pid, i, kRunPatrol});
-        Ptltrprintf("[%s] Wait %s End(sched_num=%d).\n", __func__, result == 0 ? "Normal" : "Error",
-                    disk.schedule_index);
-        if (result != 0) all = -1;
+        if (WaitDisk(__func__, schedule, i) != 0) all = -1;
     }
     FlushDeferredWrites();
     Ptltrprintf("[%s] End.\n", __func__);

@@ -11,9 +11,7 @@
 
 #include "base/clocks.h"
 #include "base/file.h"
-#include "base/kinds.h"
 #include "base/number.h"
-#include "base/padiag_state.h"
 #include "base/run_mode.h"
 #include "base/settings.h"
 #include "msg/call_failure.h"
@@ -74,23 +72,18 @@ std::string ResultHead(const Text<32>& stamp, int result, const char* component,
 }
 
 // Seconds that a finished patrol test ran.
-int TestSeconds(int kind, int entry) {
-    if (FindKind(kind) == nullptr) return 1;
-    SampleKindClock(kind, 0, entry);
-    uint32_t* running = KindRunTime(kind, entry);
-    if (kind == kKindCpu) {
-        if (*running > 1) *running = 1;
-        return 1;
-    }
-    return running != nullptr ? std::max(ClampToInt(*running), 1) : 1;
+int TestSeconds(RunningTest* test) {
+    if (FindKind(test->kind) == nullptr) return 1;
+    CheckTestTime(0, 0, test);
+    if (test->kind == kKindCpu && test->run_time > 1) test->run_time = 1;
+    return std::max(ClampToInt(test->run_time), 1);
 }
 
 // Seconds that a finished padiag test ran, at most the time limit.
-int PadiagSeconds(int kind, int entry) {
-    const uint32_t* running = KindRunTime(kind, entry);
+int PadiagSeconds(const RunningTest& test) {
     // A disk that ran for one second counts as one, whatever the limit.
-    if (running == nullptr || *running < (kind == kKindHdd ? 2U : 1U)) return 1;
-    return static_cast<int>(std::min(int64_t{padiag_time}, int64_t{*running}));
+    if (test.run_time < (test.kind == kKindHdd ? 2U : 1U)) return 1;
+    return static_cast<int>(std::min(int64_t{padiag_time}, int64_t{test.run_time}));
 }
 
 // How far a level 3 disk test has come, by what the test programs keep of `device`.
@@ -104,44 +97,44 @@ int ReachedPercent(const char* device) {
     return ProgressPercent(next, maximum);
 }
 
-std::string PadiagDetail(int result, int kind, const char* device, int entry) {
-    const int32_t* count = KindPassCount(kind, entry);
-    const PadiagTest* test = FindPadiagTest(kind, entry);
-    if (count == nullptr || test == nullptr) return "";
+std::string PadiagDetail(int result, const RunningTest& test) {
+    if (FindKind(test.kind) == nullptr) return "";
     Text<128> detail;
-    if (kind == kKindHdd && padiag_level >= kProgressLevel && result != kResultAbort) {
-        const int reached = ReachedPercent(device);
-        detail.Format("%d[%%] -> %d[%%](pass=%d)", test->progress, reached, *count);
+    if (test.kind == kKindHdd && padiag_level >= kProgressLevel && result != kResultAbort) {
+        const int reached = ReachedPercent(test.device_name.c_str());
+        detail.Format("%d[%%] -> %d[%%](pass=%d)", test.padiag.progress, reached, test.pass_count);
     } else {
-        detail.Format("pass=%d", *count);
+        detail.Format("pass=%d", test.pass_count);
     }
     return std::string(detail.view());
 }
 
 }  // namespace
 
-int PadiagHistory(int result, int kind, const char* device, const char* message, int entry) {
-    const Kind* row = FindKind(kind);
-    const int seconds = row != nullptr ? PadiagSeconds(kind, entry) : 0;
-    const std::string detail = PadiagDetail(result, kind, device, entry);
+int PadiagHistory(int result, RunningTest* test, const char* message) {
+    const Kind* row = FindKind(test->kind);
+    const int seconds = row != nullptr ? PadiagSeconds(*test) : 0;
+    const std::string detail = PadiagDetail(result, *test);
     Path path = PadiagHistoryPath();
     ptl_histfile_cntl(&path);
     // An unknown component loses its last letter here; readers of the file know it so.
-    std::string line = ResultHead(Stamp(std::time(nullptr)), result,
-                                  row != nullptr ? row->program : "unknow", device, seconds);
+    std::string line =
+        ResultHead(Stamp(std::time(nullptr)), result, row != nullptr ? row->program : "unknow",
+                   test->device_name.c_str(), seconds);
     line += " " + detail;
     if (message != nullptr) line.append(" ").append(message);
     return Append(__func__, path, line + "\n");
 }
 
-int ptl_history(int result, int kind, const char* device, const char* message, int entry) {
-    const Kind* row = FindKind(kind);
-    const int seconds = TestSeconds(kind, entry);
+int ptl_history(int result, RunningTest* test, const char* message) {
+    const Kind* row = FindKind(test->kind);
+    const int seconds = TestSeconds(test);
     Path path = PatrolHistoryPath();
     ptl_histfile_cntl(&path);
 
-    std::string line = ResultHead(Stamp(start_time), result,
-                                  row != nullptr ? row->program : "unknown", device, seconds);
+    std::string line =
+        ResultHead(Stamp(start_time), result, row != nullptr ? row->program : "unknown",
+                   test->device_name.c_str(), seconds);
     if (message != nullptr) line += message;
     return Append(__func__, path, line + "\n");
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/paths.h"
+#include "base/running_test.h"
 #include "base/text.h"
 
 namespace patrol {
@@ -16,18 +17,18 @@ enum : int {
     kResultCancel = 4,
 };
 
-// Appends "TIME RESULT COMPONENT DEVICE [Ns]MESSAGE" to the patrol history, stamped with the start
-// time; the message follows the "]" directly. `kind` and `entry` choose the run clock, which is
-// sampled; a processor test always counts as 1 second, and its running time is set back to 1. A
-// null `message` is none. Ages the file first. 0, or -1 when it cannot be opened.
-int ptl_history(int result, int kind, const char* device, const char* message, int entry);
+// Appends "TIME RESULT COMPONENT DEVICE [Ns]MESSAGE" of `test` to the patrol history, stamped with
+// the start time; the message follows the "]" directly. The test's clock is sampled; a processor
+// test always counts as 1 second, and its running time is set back to 1. A null `message` is none.
+// Ages the file first. 0, or -1 when it cannot be opened.
+int ptl_history(int result, RunningTest* test, const char* message);
 
 // Appends "TIME RESULT COMPONENT DEVICE [Ns] DETAIL MESSAGE" to the padiag history, stamped with
 // the time now. The detail is the pass count, and for a disk at level 3 that was not aborted its
 // progress before and after (from
 // "lba_outfile.ini"). Ages the file first. The seconds are what the test program last reported, at
 // most the time limit. 0, or -1 when the file cannot be opened.
-int PadiagHistory(int result, int kind, const char* device, const char* message, int entry);
+int PadiagHistory(int result, RunningTest* test, const char* message);
 
 // Appends the devices, or the test kinds, that a new or changed schedule is for. `mode` is the run
 // mode. 0, or -1 when the file cannot be opened.

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "base/clocks.h"
+#include "base/disk_table.h"
 #include "base/kinds.h"
 #include "msg/ptl_printf.h"
 #include "msg/trace.h"
@@ -38,6 +38,18 @@ unsigned LogDestination(uint32_t level, const char* id) {
     if (level == 2) return kRelayed | kToSystemLog;
     if (id[0] == 'W' || id[0] == 'E') return kRelayed | kToEvent | kToSystemLog;
     return kRelayed | kToEvent;
+}
+
+// The test that a record from `test` counts for by its program's name: that of the kind. A disk's
+// name from no disk is taken for the first disk's.
+RunningTest* FindNamedTest(std::string_view program, RunningTest* test) {
+    for (const Kind& row : kKinds) {
+        if (program.substr(0, std::strlen(row.program)) != row.program) continue;
+        if (row.code == kKindCpu) return &cpu_test;
+        if (row.code == kKindMemory) return &mem_test;
+        return test->kind == kKindHdd ? test : DiskEntry(0);
+    }
+    return nullptr;
 }
 
 }  // namespace
@@ -138,21 +150,18 @@ int check_testdata_proc(const char* body) {
     return content == 1 ? 1 : 0;
 }
 
-void CheckTestdataProgress(const char* body, const RecordContext& context, int kind, int entry) {
+void CheckTestdataProgress(const char* body, const RecordContext& context, RunningTest* test) {
     const char* comma = std::strchr(body, ',');
     if (comma == nullptr) return;
-    uint32_t* running = KindRunTime(kind, entry);
     // The comma ends the number.
-    if (running != nullptr) *running = ParseUnsigned(body, 0);
+    test->run_time = ParseUnsigned(body, 0);
 
     constexpr char kMark[] = "Pass=";
     const char* pass = std::strstr(comma, kMark);
     if (pass == nullptr) return;
-    for (const Kind& row : kKinds) {
-        if (context.program.view().substr(0, std::strlen(row.program)) != row.program) continue;
-        int32_t* count = KindPassCount(row.code, entry);
-        if (count != nullptr) *count = std::max(ParseInt(pass + std::strlen(kMark), 10), 0);
-    }
+    RunningTest* counted = FindNamedTest(context.program.view(), test);
+    if (counted != nullptr)
+        counted->pass_count = std::max(ParseInt(pass + std::strlen(kMark), 10), 0);
 }
 
 void cr_cutman(char* text, int length) {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/running_test.h"
 #include "base/text.h"
 
 namespace patrol {
@@ -52,8 +53,8 @@ int check_testdata_head(const char* record, const char* device, RecordContext* c
 // and message id. 0, or -1 for an unknown level (traced).
 int check_testdata_log(const char* body, const RecordContext& context);
 
-// Takes the final status of a test: for a disk the next address goes to the Schedule section
-// `schedule_index`, a result text goes to the trace-detail log (its carriage returns are removed in
+// Takes the final status of `test`: for a disk the next address goes to the section of its Schedule
+// index, a result text goes to the trace-detail log (its carriage returns are removed in
 // place), the result to the history. Returns the end code for the caller, or -1 for a bad field
 // (traced; nothing was entered); a next address without digits is one. An NG that brings a result
 // text returns kEndOk: the text has said it. The flag for a faulty part returns kEndNg whatever the
@@ -62,8 +63,8 @@ int check_testdata_log(const char* body, const RecordContext& context);
 // For a padiag run the padiag Schedule file and history are used instead, a result text is
 // announced as an event (after which event_check of the test is 0), and at level 3 the progress is
 // worked out from "lba_outfile.ini".
-int check_testdata_status(char* body, const RecordContext& context, int schedule_index, int kind,
-                          const char* device, int entry, int run_mode);
+int check_testdata_status(char* body, const RecordContext& context, RunningTest* test,
+                          int run_mode);
 
 // Checks a disk information body and stores the capacity. 0, or -1 for no capacity or sector size
 // (traced).
@@ -73,9 +74,10 @@ int check_testdata_hddinfo(const char* body, const RecordContext& context, uint3
 // one (traced).
 int check_testdata_proc(const char* body);
 
-// Takes run time and pass count from a progress body. The pass count goes by the test program's
-// name in the header; names that do not begin with one of the three programs leave it alone.
-void CheckTestdataProgress(const char* body, const RecordContext& context, int kind, int entry);
+// Takes the run time of `test` and a pass count from a progress body. The pass count goes by the
+// test program's name in the header, which may name another kind; names that do not begin with one
+// of the three programs leave it alone.
+void CheckTestdataProgress(const char* body, const RecordContext& context, RunningTest* test);
 
 // Removes every carriage return from the first `length` bytes of `text` and ends it there; below 1
 // the text becomes empty.

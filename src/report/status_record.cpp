@@ -6,9 +6,6 @@
 #include <cstring>
 #include <ctime>
 
-#include "base/clocks.h"
-#include "base/kinds.h"
-#include "base/padiag_state.h"
 #include "base/paths.h"
 #include "base/settings.h"
 #include "msg/ptl_printf.h"
@@ -69,20 +66,18 @@ bool SaveNextAddress(const char* caller, const char* body, int schedule_index, i
 }
 
 // The event that ends a padiag test, filled with what is known of the test.
-EventRecord EndRecord(const char* caller, int kind, int entry) {
+EventRecord EndRecord(const char* caller, const RunningTest& test) {
     EventRecord record;
-    const int32_t* count = KindPassCount(kind, entry);
-    const PadiagTest* test = FindPadiagTest(kind, entry);
-    if (test == nullptr || count == nullptr) {
-        Ptltrprintf("[%s] Unknown Diag Type(%d).\n", caller, kind);
+    if (FindKind(test.kind) == nullptr) {
+        Ptltrprintf("[%s] Unknown Diag Type(%d).\n", caller, test.kind);
     } else {
-        record.start_time = test->start_time;
-        record.start_lba = test->start_lba;
-        record.pass = *count;
+        record.start_time = test.padiag.start_time;
+        record.start_lba = test.padiag.start_lba;
+        record.pass = test.pass_count;
     }
     record.level = padiag_level;
     date2iso8601(std::time(nullptr), &record.end_time);
-    const char* name = EndEventName(kind);
+    const char* name = EndEventName(test.kind);
     Ptltrprintf("[%s] testname = [%s].\n", caller, name != nullptr ? name : "");
     Ptltrprintf("[%s] evtlog_msg.start_time = [%s].\n", caller, record.start_time.c_str());
     Ptltrprintf("[%s] evtlog_msg.end_time = [%s].\n", caller, record.end_time.c_str());
@@ -102,20 +97,19 @@ void FillProgress(const char* caller, const char* device, uint32_t next, EventRe
 }
 
 // Announces the end of a padiag test; its wait then has nothing left to announce.
-void AnnounceEnd(int kind, int entry, int end_code, const char* message, EventRecord* record) {
+void AnnounceEnd(RunningTest* test, int end_code, const char* message, EventRecord* record) {
     const bool failed = end_code == kEndNg;
     if (failed) record->errmsg.Assign(message != nullptr ? message : "no data");
-    PadiagTest* test = FindPadiagTest(kind, entry);
-    if (test == nullptr) return;
-    padiag_sdb_event(EndEventName(kind), failed ? kEventFailed : kEventCompleted,
-                     test->phypath.c_str(), *record);
-    test->event_check = 0;
+    const char* name = EndEventName(test->kind);
+    if (name == nullptr) return;
+    padiag_sdb_event(name, failed ? kEventFailed : kEventCompleted, test->padiag.phypath.c_str(),
+                     *record);
+    test->padiag.event_check = 0;
 }
 
 }  // namespace
 
-int check_testdata_status(char* body, const RecordContext&, int schedule_index, int kind,
-                          const char* device, int entry, int run_mode) {
+int check_testdata_status(char* body, const RecordContext&, RunningTest* test, int run_mode) {
     const Text<5> code_field = Field<5>(body);
     int end_code = ParseInt(code_field.c_str(), 0);
     if (end_code < kEndOk || end_code > kEndAbort) {
@@ -127,7 +121,7 @@ int check_testdata_status(char* body, const RecordContext&, int schedule_index, 
     }
     const bool padiag = run_mode == kRunPadiag;
     EventRecord record;
-    if (padiag) record = EndRecord(__func__, kind, entry);
+    if (padiag) record = EndRecord(__func__, *test);
     const int result = HistoryResult(end_code);
     Ptltrprintf("[%s] Test End Code= %d(%s).\n", __func__, end_code, code_field.c_str());
     const Text<5> flag_field = Field<5>(body + kFlagAt);
@@ -135,11 +129,12 @@ int check_testdata_status(char* body, const RecordContext&, int schedule_index, 
     Ptltrprintf("[%s] Flag= %d(%s).\n", __func__, static_cast<int>(flag), flag_field.c_str());
 
     uint32_t next = 0;
-    if ((flag & (kFlagNextAddress | kFlagResultText)) != 0 && kind == kKindHdd &&
-        !SaveNextAddress(__func__, body, schedule_index, run_mode, &next)) {
+    if ((flag & (kFlagNextAddress | kFlagResultText)) != 0 && test->kind == kKindHdd &&
+        !SaveNextAddress(__func__, body, test->schedule_index, run_mode, &next)) {
         return -1;
     }
-    if (padiag && padiag_level == kProgressLevel) FillProgress(__func__, device, next, &record);
+    if (padiag && padiag_level == kProgressLevel)
+        FillProgress(__func__, test->device_name.c_str(), next, &record);
     const char* message = nullptr;
     if ((flag & kFlagResultText) != 0) {
         char* text = body + std::min(std::strlen(body), kTextAt);
@@ -147,11 +142,11 @@ int check_testdata_status(char* body, const RecordContext&, int schedule_index, 
         cr_cutman(text, static_cast<int>(std::strlen(text)));
         Ptltrprintf("[%s] ptr=%s.\n", __func__, text);
         ptl_printf(kRelayed | kToTrace, nullptr, text);
-        if (padiag) AnnounceEnd(kind, entry, end_code, message, &record);
+        if (padiag) AnnounceEnd(test, end_code, message, &record);
         if (end_code == kEndNg) end_code = kEndOk;
     }
     if ((flag & kFlagFaulty) != 0) end_code = kEndNg;
-    (padiag ? PadiagHistory : ptl_history)(result, kind, device, message, entry);
+    (padiag ? PadiagHistory : ptl_history)(result, test, message);
     return end_code;
 }
 

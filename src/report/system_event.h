@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <ctime>
 
-#include "base/padiag_state.h"
+#include "base/running_test.h"
 #include "base/text.h"
 
 namespace patrol {

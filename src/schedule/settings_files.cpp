@@ -147,8 +147,8 @@ void ReadPadiagIni() {
     const Stream file = OpenSettings(__func__, env_path2);
     if (file == nullptr) {
         f_padiag_cpu = f_padiag_mem = f_padiag_hdd = 0;
-        padiag_level = 1;
-        padiag_time = 3600;
+        padiag_level = kDefaultLevel;
+        padiag_time = kDefaultTimeLimit;
         Ptltrprintf("[%s] Warning End.\n", __func__);
         return;
     }

@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "base/file.h"
-#include "base/padiag_state.h"
+#include "base/running_test.h"
 #include "msg/ptl_printf.h"
 
 namespace patrol {

@@ -26,9 +26,9 @@ Text<32> DiskSection(int number) {
     return section;
 }
 
-Flag ScheduleFile::ReadFlag(const char* section, const char* key) const {
+Flag ReadFlag(const ProfileReader& profile, const char* section, const char* key) {
     Text<65> value;
-    profile_.String(section, key, "OFF", &value);
+    profile.String(section, key, "OFF", &value);
     if (value.view() == "OFF") return Flag::kOff;
     return value.view().substr(0, 3) == "OFF" ? Flag::kBeginsOff : Flag::kOn;
 }

@@ -37,8 +37,10 @@ Text<32> DiskSection(int number);
 inline constexpr char kAddressKey[] = "address";
 
 // What a missing key counts as.
-inline constexpr int kDefaultTimeout = 45;  // seconds
-inline constexpr int kDefaultHddMax = 128;  // disks a pass
+inline constexpr int kDefaultTimeout = 45;      // seconds
+inline constexpr int kDefaultHddMax = 128;      // disks a pass
+inline constexpr int kDefaultLevel = 1;         // of a padiag run
+inline constexpr int kDefaultTimeLimit = 3600;  // seconds, of a padiag run
 inline constexpr char kNoDevice[] = "NO DATA";
 inline constexpr char kFirstAddress[] = "0x0000000000000000";  // the builders write it, too
 // Shorter than the other one where an address is read to be kept or moved on; it has always been.
@@ -50,6 +52,8 @@ enum class Flag : uint8_t {
     kBeginsOff,  // begins with it: off for the launchers, on for the selection
     kOn,         // anything else
 };
+
+Flag ReadFlag(const ProfileReader& profile, const char* section, const char* key);
 
 // A Schedule file, read once and asked many times. A value of up to N - 1 characters is read whole
 // into a text of N bytes, a longer one is cut to N - 2.
@@ -65,12 +69,15 @@ class ScheduleFile {
 
     const ProfileReader& profile() const { return profile_; }
 
-    Flag ReadFlag(const char* section, const char* key) const;
-
     // A number of the test section.
     int TestNumber(const char* key, int default_value) const {
         return profile_.Int(kTestSection, key, default_value);
     }
+    // Seconds that the tests of `kind` are given.
+    int Timeout(int kind) const { return TestNumber(KeysOf(kind).timeout, kDefaultTimeout); }
+    // Of the padiag file: the level of its tests, and their time limit in seconds.
+    int Level() const { return TestNumber("level", kDefaultLevel); }
+    int TimeLimit() const { return TestNumber("time", kDefaultTimeLimit); }
     // How many disks the file says it has: whatever number stands there, unchecked.
     int DiskCount() const { return TestNumber("hdd_all_num", 0); }
     // Most disks that a pass makes due; below 0: no limit.

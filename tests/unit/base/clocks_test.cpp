@@ -3,7 +3,6 @@
 #include <climits>
 
 #include "../support.h"
-#include "base/kinds.h"
 
 namespace patrol_test {
 namespace {
@@ -53,7 +52,7 @@ TEST_F(ClockTest, DisksShareOneLastSample) {
         hdd_check_time(1, 0, entry);
     }
     wall_clock += 5;
-    EXPECT_EQ(SampleKindClock(kKindHdd, 99, 0) + SampleKindClock(kKindHdd, 99, 1), 0);
+    EXPECT_EQ(hdd_check_time(0, 99, 0) + hdd_check_time(0, 99, 1), 0);
     EXPECT_EQ(hdd_exec_tbl[0].run_time, 5U);
     EXPECT_EQ(hdd_exec_tbl[1].run_time, 0U);
     EXPECT_EQ(hdd_check_time(0, 0, 2), 0) << "not in the table";

@@ -60,8 +60,6 @@ TEST_F(PadiagReportTest, SwitchAndFacilityAreReadInTheirSectionAlone) {
 }
 
 TEST_F(PadiagReportTest, HistoryLinesCountWhatTheTestReported) {
-    ASSERT_TRUE(AllocateDiskTable(1));
-    hdd_exec_use = 1;
     agent_.Write("data/lba_outfile.ini",
                  "[HDD_MAX_LBA]\nd1=0x64\nd2=100\nd3=0x64\n[HDD_NEXT_LBA]\nd1=0x32\nd2=0x63\n"
                  "d3=0x64\nd5=1\n");
@@ -87,12 +85,14 @@ TEST_F(PadiagReportTest, HistoryLinesCountWhatTheTestReported) {
     for (const auto& c : cases) {
         padiag_level = c.level;
         padiag_time = c.limit;
-        HddExec& disk = hdd_exec_tbl[0];
-        cpu_run_time = mem_run_time = disk.run_time = c.seconds;
-        cpu_pass_num = mem_pass_num = disk.pass_count = 7;
-        disk.padiag.progress = 20;
+        RunningTest test;
+        test.kind = c.kind;
+        test.device_name.Assign(c.device);
+        test.run_time = c.seconds;
+        test.pass_count = 7;
+        test.padiag.progress = 20;
         agent_.Remove("log/pastat.txt");
-        EXPECT_EQ(PadiagHistory(c.result, c.kind, c.device, c.message, 0), 0);
+        EXPECT_EQ(PadiagHistory(c.result, &test, c.message), 0);
         EXPECT_EQ(agent_.History("log/pastat.txt"), Strings{c.line});
     }
     clock_now = [] { return std::time(nullptr); };

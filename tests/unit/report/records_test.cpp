@@ -1,8 +1,6 @@
 #include "report/records.h"
 
 #include "../support.h"
-#include "base/clocks.h"
-#include "base/kinds.h"
 
 namespace patrol_test {
 namespace {
@@ -33,9 +31,7 @@ TEST_F(RecordsTest, OddBytesAreJudgedWithinTheirBounds) {
         EXPECT_EQ(check_testdata_head(Body(body).get(), "CPU", &context), -1) << body;
         EXPECT_EQ(check_testdata_log(Body(body).get(), {}), -1) << body;
         EXPECT_EQ(check_testdata_proc(Body(body).get()), -1) << body;
-        EXPECT_EQ(check_testdata_status(Body(body).get(), {}, 0, kKindCpu, "CPU", 0, kRunPatrol),
-                  -1)
-            << body;
+        EXPECT_EQ(check_testdata_status(Body(body).get(), {}, &cpu_test, kRunPatrol), -1) << body;
     }
     EXPECT_EQ(agent_.History(), Strings());
 }
@@ -43,23 +39,23 @@ TEST_F(RecordsTest, OddBytesAreJudgedWithinTheirBounds) {
 TEST_F(RecordsTest, ProgressNamesItsPassByTheProgram) {
     ASSERT_TRUE(AllocateDiskTable(1));
     hdd_exec_use = 1;
-    // Body, program, kind, entry; run times of processors and disk; passes of all three.
-    const std::tuple<const char*, const char*, int, int, Strings> cases[] = {
-        {"0x00000010,0x00,Pass=5\n", "cputest", kKindCpu, 0, {"16", "9", "5", "9", "9"}},
-        {"7,Pass=2", "padiagcputest", kKindCpu, 0, {"7", "9", "9", "9", "9"}},
-        {"7,Pass=2", "memtest", kKindCpu, 0, {"7", "9", "9", "2", "9"}},
-        {"7,Pass=2", "hddtest", kKindHdd, 0, {"9", "7", "9", "9", "2"}},
-        {"7,Pass=2", "hddtest", kKindHdd, 1, {"9", "9", "9", "9", "9"}},
-        {"Pass=3,5", "cputest", kKindCpu, 0, {"0", "9", "9", "9", "9"}},
-        {"5,Pass=-3", "cputest", kKindCpu, 0, {"5", "9", "0", "9", "9"}},
-        {"5", "cputest", kKindCpu, 0, {"9", "9", "9", "9", "9"}}};
-    for (const auto& [body, program, kind, entry, expected] : cases) {
-        HddExec& disk = hdd_exec_tbl[0];
+    RunningTest& disk = hdd_exec_tbl[0];
+    // Body, program, test; run times of processors and disk; passes of all three.
+    const std::tuple<const char*, const char*, RunningTest*, Strings> cases[] = {
+        {"0x00000010,0x00,Pass=5\n", "cputest", &cpu_test, {"16", "9", "5", "9", "9"}},
+        {"7,Pass=2", "padiagcputest", &cpu_test, {"7", "9", "9", "9", "9"}},
+        {"7,Pass=2", "memtest", &cpu_test, {"7", "9", "9", "2", "9"}},
+        {"7,Pass=2", "hddtest", &disk, {"9", "7", "9", "9", "2"}},
+        {"7,Pass=2", "hddtest", &cpu_test, {"7", "9", "9", "9", "2"}},
+        {"Pass=3,5", "cputest", &cpu_test, {"0", "9", "9", "9", "9"}},
+        {"5,Pass=-3", "cputest", &cpu_test, {"5", "9", "0", "9", "9"}},
+        {"5", "cputest", &cpu_test, {"9", "9", "9", "9", "9"}}};
+    for (const auto& [body, program, test, expected] : cases) {
         cpu_run_time = disk.run_time = 9;
         cpu_pass_num = mem_pass_num = disk.pass_count = 9;
         RecordContext context;
         context.program.Assign(program);
-        CheckTestdataProgress(Body(body).get(), context, kind, entry);
+        CheckTestdataProgress(Body(body).get(), context, test);
         const Strings found = {std::to_string(cpu_run_time), std::to_string(disk.run_time),
                                std::to_string(cpu_pass_num), std::to_string(mem_pass_num),
                                std::to_string(disk.pass_count)};
