@@ -1,7 +1,8 @@
 #include "control/selection.h"
 
-#include <string>
+#include <utility>
 
+#include "base/kinds.h"
 #include "base/number.h"
 #include "base/paths.h"
 #include "msg/trace.h"
@@ -10,117 +11,136 @@
 namespace patrol {
 namespace {
 
-constexpr char kName[] = "NextTestSchedule";
-constexpr char kTestSection[] = "TEST_SCHEDULE";
 constexpr int kOddPhase = 1;
 
 // Here a flag is off only when its whole value is "OFF".
-bool IsOff(const ProfileReader& schedule, const char* section, const char* key) {
-    Text<65> value;
-    schedule.String(section, key, "OFF", &value);
-    return value.view() == "OFF";
+bool IsOff(Flag flag) { return flag == Flag::kOff; }
+
+Selection::Component ReadComponent(const ScheduleFile& schedule, int kind, const char* section) {
+    const ScheduleKeys& keys = KeysOf(kind);
+    return {ReadFlag(schedule.profile(), section, keys.enabled),
+            ReadFlag(schedule.profile(), section, keys.due)};
 }
 
-// Moves a next-go flag on: an enabled component that waited is due, one that ran gives way unless
-// the other is disabled.
-void Alternate(ProfileWriter* writer, const char* section, const char* key, bool was_off,
-               bool own_off, bool other_off) {
-    if (was_off && !own_off) writer->Write(section, key, "ON");
-    if (!was_off && !other_off) writer->Write(section, key, "OFF");
-}
+// The selection on its way past one pass.
+class Step {
+ public:
+    explicit Step(Selection* selection) : selection_(*selection) {}
 
-void AdvanceProcessorsAndMemory(const ProfileReader& schedule, ProfileWriter* writer) {
-    const bool cpu_off = IsOff(schedule, "CPU_SCHEDULE", "cpu_exe");
-    const bool mem_off = IsOff(schedule, "MEM_SCHEDULE", "mem_exe");
-    const bool cpu_waited = IsOff(schedule, "CPU_SCHEDULE", "cpu_next_go");
-    const bool mem_waited = IsOff(schedule, "MEM_SCHEDULE", "mem_next_go");
-    Alternate(writer, "CPU_SCHEDULE", "cpu_next_go", cpu_waited, cpu_off, mem_off);
-    Alternate(writer, "MEM_SCHEDULE", "mem_next_go", mem_waited, mem_off, cpu_off);
-}
+    void AdvanceProcessorsAndMemory() {
+        Alternate(kKindCpu, &selection_.cpu, selection_.memory);
+        Alternate(kKindMemory, &selection_.memory, selection_.cpu);
+    }
 
-struct DiskSelection {
-    int count;
-    int limit;  // most disks turned on; below 0: no limit
-    int phase;
-    int start;  // first disk of the phase to consider
-};
-
-struct SelectionEnd {
-    int next = 0;           // the first disk that was not looked at
-    bool limited = false;   // whether the limit ended the selection
-    bool any_seen = false;  // whether a disk is enabled at all
-};
-
-// Whether a disk that waited is due in this phase.
-bool InGroup(const DiskSelection& selection, int number) {
-    const bool odd = number % 2 != 0;
-    return odd == (selection.phase == kOddPhase) && number >= selection.start;
-}
-
-SelectionEnd SelectDisks(const ProfileReader& schedule, ProfileWriter* writer,
-                         const DiskSelection& selection) {
-    SelectionEnd end;
-    int turned_on = 0;
-    int& i = end.next;
-    for (; i < selection.count && turned_on != selection.limit; ++i) {
-        const std::string name = "HDD_SCHEDULE " + std::to_string(i);
-        const char* section = name.c_str();
-        if (IsOff(schedule, section, "hdd_exe")) continue;
-        end.any_seen = true;
-        if (selection.count == 1) {
-            writer->Write(section, "hdd_next_go", "ON");
-        } else if (!IsOff(schedule, section, "hdd_next_go")) {
-            writer->Write(section, "hdd_next_go", "OFF");
-        } else if (InGroup(selection, i)) {
-            writer->Write(section, "hdd_next_go", "ON");
-            ++turned_on;
+    void AdvanceDisks() {
+        if (selection_.disks.empty()) return;
+        // One disk alone needs no turns: it is in the even group.
+        const bool odd = selection_.disks.size() > 1 && selection_.phase == kOddPhase;
+        const DisksEnd end = SelectDisks(odd, odd ? selection_.odd_start : selection_.even_start);
+        if (end.limited) {
+            HandOn(odd, end.next);
+            result_.note = "HDD Test Go Max Over. next_cnt=" + std::to_string(end.next);
+        } else if (end.any_enabled) {
+            HandOn(odd, odd ? 0 : 1);
+            result_.note = odd ? "HDD Test Gusu Initialize. next_cnt=0"
+                               : "HDD Test Kisu Initialize. next_cnt=1";
         }
     }
-    end.limited = turned_on == selection.limit;
-    return end;
-}
 
-// Hands the turn to the other group, which is to begin at `start`.
-void FlipPhase(ProfileWriter* writer, int phase, int start) {
-    const std::string value = std::to_string(start);
-    const bool to_even = phase == kOddPhase;
-    writer->Write(kTestSection, "hdd_start_kigu", to_even ? "0" : "1");
-    writer->Write(kTestSection, to_even ? "hdd_next_gusu" : "hdd_next_kisu", value.c_str());
-}
+    SelectionStep TakeResult() { return std::move(result_); }
 
-void AdvanceDisks(const ProfileReader& schedule, ProfileWriter* writer) {
-    DiskSelection selection = {};
-    selection.count = BoundedCount(schedule.Int(kTestSection, "hdd_all_num", 0));
-    selection.limit = schedule.Int(kTestSection, "hdd_max", 128);
-    selection.phase = schedule.Int(kTestSection, "hdd_start_kigu", 0);
-    selection.start = schedule.Int(
-        kTestSection, selection.phase == kOddPhase ? "hdd_next_kisu" : "hdd_next_gusu", 1);
-    if (selection.count == 1) selection.phase = selection.start = 0;
-    if (selection.count < 1) return;
+ private:
+    struct DisksEnd {
+        int next = 0;              // the first disk that was not looked at
+        bool limited = false;      // whether the limit ended the selection
+        bool any_enabled = false;  // among those looked at
+    };
 
-    const SelectionEnd end = SelectDisks(schedule, writer, selection);
-    if (end.limited) {
-        FlipPhase(writer, selection.phase, end.next);
-        Ptltrprintf("[%s] HDD Test Go Max Over. next_cnt=%d\n", kName, end.next);
-    } else if (end.any_seen && selection.phase == kOddPhase) {
-        FlipPhase(writer, selection.phase, 0);
-        Ptltrprintf("[%s] HDD Test Gusu Initialize. next_cnt=0\n", kName);
-    } else if (end.any_seen) {
-        FlipPhase(writer, selection.phase, 1);
-        Ptltrprintf("[%s] HDD Test Kisu Initialize. next_cnt=1\n", kName);
+    void SetDue(int kind, const char* section, Selection::Component* component, bool due) {
+        component->due = due ? Flag::kOn : Flag::kOff;
+        result_.changes.push_back({section, KeysOf(kind).due, due ? "ON" : "OFF"});
     }
-}
+
+    // An enabled component that waited is due, one that ran gives way unless the other is disabled.
+    void Alternate(int kind, Selection::Component* own, const Selection::Component& other) {
+        const char* section = KeysOf(kind).section;
+        const bool waited = IsOff(own->due);
+        if (waited && !IsOff(own->enabled)) SetDue(kind, section, own, true);
+        if (!waited && !IsOff(other.enabled)) SetDue(kind, section, own, false);
+    }
+
+    DisksEnd SelectDisks(bool odd, int start) {
+        const int count = static_cast<int>(selection_.disks.size());
+        DisksEnd end;
+        int turned_on = 0;
+        int& i = end.next;
+        for (; i < count && turned_on != selection_.limit; ++i) {
+            Selection::Component& disk = selection_.disks[static_cast<size_t>(i)];
+            if (IsOff(disk.enabled)) continue;
+            const Text<32> section = DiskSection(i);
+            end.any_enabled = true;
+            if (count == 1) {
+                SetDue(kKindHdd, section.c_str(), &disk, true);
+            } else if (!IsOff(disk.due)) {
+                SetDue(kKindHdd, section.c_str(), &disk, false);
+            } else if ((i % 2 != 0) == odd && i >= start) {
+                SetDue(kKindHdd, section.c_str(), &disk, true);
+                ++turned_on;
+            }
+        }
+        end.limited = turned_on == selection_.limit;
+        return end;
+    }
+
+    // Hands the turn to the other group, which is to begin at `start`.
+    void HandOn(bool odd, int start) {
+        selection_.phase = odd ? 0 : kOddPhase;
+        (odd ? selection_.even_start : selection_.odd_start) = start;
+        result_.changes.push_back({kTestSection, kPhaseKey, odd ? "0" : "1"});
+        result_.changes.push_back(
+            {kTestSection, odd ? kEvenStartKey : kOddStartKey, std::to_string(start)});
+    }
+
+    Selection& selection_;
+    SelectionStep result_;
+};
 
 }  // namespace
 
+Selection ReadSelection(const ScheduleFile& schedule) {
+    Selection selection;
+    selection.cpu = ReadComponent(schedule, kKindCpu, KeysOf(kKindCpu).section);
+    selection.memory = ReadComponent(schedule, kKindMemory, KeysOf(kKindMemory).section);
+    const int count = BoundedCount(schedule.DiskCount());
+    selection.disks.reserve(static_cast<size_t>(count));
+    for (int i = 0; i < count; ++i) {
+        selection.disks.push_back(ReadComponent(schedule, kKindHdd, DiskSection(i).c_str()));
+    }
+    selection.limit = schedule.HddMax();
+    selection.phase = schedule.TestNumber(kPhaseKey, 0);
+    selection.odd_start = schedule.TestNumber(kOddStartKey, 1);
+    selection.even_start = schedule.TestNumber(kEvenStartKey, 1);
+    return selection;
+}
+
+SelectionStep AdvanceSelection(Selection* selection) {
+    Step step(selection);
+    step.AdvanceProcessorsAndMemory();
+    step.AdvanceDisks();
+    return step.TakeResult();
+}
+
 void NextTestSchedule() {
-    Ptltrprintf("[%s] Start.\n", kName);
-    const ProfileReader schedule(sche_path.c_str());
+    Ptltrprintf("[%s] Start.\n", __func__);
+    Selection selection = ReadSelection(ScheduleFile(sche_path.c_str()));
+    const SelectionStep step = AdvanceSelection(&selection);
     ProfileWriter writer(sche_path.c_str());
-    AdvanceProcessorsAndMemory(schedule, &writer);
-    AdvanceDisks(schedule, &writer);
+    for (const ScheduleChange& change : step.changes) {
+        writer.Write(change.section.c_str(), change.key, change.value.c_str());
+    }
     writer.Save();
-    Ptltrprintf("[%s] End.\n", kName);
+    if (!step.note.empty()) Ptltrprintf("[%s] %s\n", __func__, step.note.c_str());
+    Ptltrprintf("[%s] End.\n", __func__);
 }
 
 }  // namespace patrol
