@@ -10,18 +10,17 @@
 
 using namespace patrol_fuzz;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
+FUZZ_TARGET(devices) {
     const Agent& agent = Agent::Fresh();
-    hdd_max_data = input.ConsumeIntegralInRange(-1, 9);
-    agent.Write("data/pat_nontarget.ini", input.ConsumeRandomLengthString());
-    const std::string needle = Word(&input);
-    const std::string configuration = input.ConsumeRemainingBytesAsString();
+    hdd_max_data = input.Number(-1, 9);
+    agent.Write("data/pat_nontarget.ini", input.Text());
+    const std::string needle = input.Word();
+    const std::string configuration = input.Rest();
     for (const char* name : {"new", "cur"}) {
         agent.Write("data/devconf_" + std::string(name) + ".xml", configuration);
     }
     // More would only take longer.
-    if (GetPrivateProfileInt("NON_TARGETLIST", "number", 1, nontarget_path.c_str()) > 256) return 0;
+    if (GetPrivateProfileInt("NON_TARGETLIST", "number", 1, nontarget_path.c_str()) > 256) return;
 
     entry_cmd = kModeConfigChange;
     Check(CreateSchedule() == 0 && PadiagCreateSchedule() == 0, "Schedule files can be made");
@@ -38,5 +37,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Text<40> number;
     const int found = find_partition_num(&number);
     Check(found == 1 || number.empty(), "no partition, no number");
-    return 0;
 }

@@ -7,18 +7,17 @@
 
 using namespace patrol_fuzz;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
+FUZZ_TARGET(identity) {
     Agent& agent = Agent::Fresh();
     EventRecord record;
-    record.pass = input.ConsumeIntegral<int32_t>();
-    record.level = input.ConsumeIntegralInRange(1, 3);
-    record.end_lba = input.ConsumeIntegral<uint64_t>();
-    const int result = input.ConsumeIntegralInRange(0, 9);
-    agent.Write("config/common.ini", input.ConsumeRandomLengthString());
-    agent.Write("data/devconf_cur.xml", input.ConsumeRandomLengthString());
-    const std::string component = Word(&input);
-    record.errmsg.Assign(input.ConsumeRemainingBytesAsString());
+    record.pass = input.Number(INT32_MIN, INT32_MAX);
+    record.level = input.Number(1, 3);
+    record.end_lba = input.Number<uint64_t>(0, UINT64_MAX);
+    const int result = input.Number(0, 9);
+    agent.Write("config/common.ini", input.Text());
+    agent.Write("data/devconf_cur.xml", input.Text());
+    const std::string component = input.Word();
+    record.errmsg.Assign(input.Rest());
 
     MachineIdentity machine;
     Check(check_config_file() == 0 && get_serial_model(&machine) == 0,
@@ -37,5 +36,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                   "a known result is sent where sending is on", agent.system_log);
         }
     }
-    return 0;
 }

@@ -22,15 +22,14 @@ std::string Plain(const std::string& format) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
+FUZZ_TARGET(messages) {
     const Agent& agent = Agent::Fresh();
-    agent.Write("data/pat_msge.txt", input.ConsumeRandomLengthString());
+    agent.Write("data/pat_msge.txt", input.Text());
     ptl_set_msglist();
-    const std::string stamp = Word(&input, 26), device = Word(&input, 16), id = Word(&input, 5);
-    const std::string text = Word(&input, 6000);
-    const auto number = input.ConsumeIntegral<int64_t>();
-    const auto small = input.ConsumeIntegral<int8_t>();
+    const std::string stamp = input.Word(26), device = input.Word(16), id = input.Word(5);
+    const std::string text = input.Word(6000);
+    const auto number = input.Number(INT64_MIN, INT64_MAX);
+    const auto small = input.Number<int8_t>(INT8_MIN, INT8_MAX);
 
     // A last "\0" is there to be looked at.
     Check(FormatMessage(text, nullptr, 0) == Plain(text), "a format without arguments stands",
@@ -50,11 +49,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Check(agent.Read("log/pat_log0.log") == agent.Read("log/pat_trc0.log"),
           "the logs hold the same");
 
-    const auto line_size = input.ConsumeIntegralInRange<uint32_t>(2, 5000);
+    const auto line_size = input.Number<uint32_t>(2, 5000);
     trinit(agent.Path("log/trace").c_str(), line_size, 2);
     Ptltrprintf("%s", text.c_str());
     const size_t traced = agent.Read("log/trace").size();
     Check(traced > 0 && traced < line_size, "a trace line is cut at its slot");
     trinit("", 0, 0);
-    return 0;
 }

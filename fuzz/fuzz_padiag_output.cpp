@@ -9,16 +9,15 @@
 
 using namespace patrol_fuzz;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
+FUZZ_TARGET(padiag_output) {
     const Agent& agent = Agent::Fresh();
-    const Kind& kind = kKinds[input.ConsumeIntegralInRange(0, 2)];
-    padiag_level = input.ConsumeIntegralInRange(1, 3);
+    const Kind& kind = kKinds[input.Number(0, 2)];
+    padiag_level = input.Number(1, 3);
     agent.Write("config/common.ini", "[sdb]\nenable=1\n");
     agent.WriteDiskSchedule("data/pat_sche2.txt");
-    agent.Write("data/lba_outfile.ini", input.ConsumeRandomLengthString());
-    const auto much = input.ConsumeIntegralInRange<size_t>(0, 9000);
-    std::string bytes = input.ConsumeRemainingBytesAsString();
+    agent.Write("data/lba_outfile.ini", input.Text());
+    const auto much = input.Number<size_t>(0, 9000);
+    std::string bytes = input.Rest();
     const size_t tab = bytes.find('\t');
     if (tab != std::string::npos) bytes.replace(tab, 1, much, 'x');
     agent.Write("data/out", bytes);
@@ -44,5 +43,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         at = end + 1;
     }
     FreeDiskTable();
-    return 0;
 }

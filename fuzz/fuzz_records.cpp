@@ -30,13 +30,13 @@ constexpr const char* kSchedules[] = {"data/pat_new_sche.txt", "data/pat_sche2.t
 
 // A pipe that hands over each piece as it was sent, so that the reads are those of the input. Its
 // writer has gone.
-Descriptor FilledPipe(FuzzedDataProvider* input, std::string bytes) {
+Descriptor FilledPipe(Input* input, std::string bytes) {
     int ends[2];
     Check(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0, "a pipe can be made");
     const Descriptor writer(ends[1]);
     for (int pieces = 0; !bytes.empty(); ++pieces) {
         const size_t most = std::min<size_t>(bytes.size(), 16384);
-        const size_t piece = pieces < 64 ? input->ConsumeIntegralInRange<size_t>(1, most) : most;
+        const size_t piece = pieces < 64 ? input->Number<size_t>(1, most) : most;
         Check(send(writer.get(), bytes.data(), piece, MSG_DONTWAIT) > 0, "the pipe has room");
         bytes.erase(0, piece);
     }
@@ -44,7 +44,7 @@ Descriptor FilledPipe(FuzzedDataProvider* input, std::string bytes) {
 }
 
 // The agent's answer comes through the same reader, in lines of at most 63 characters.
-void CheckLines(FuzzedDataProvider* input, const std::string& bytes) {
+void CheckLines(Input* input, const std::string& bytes) {
     const Descriptor pipe = FilledPipe(input, bytes);
     PipeReader reader(pipe.get());
     std::string lines;
@@ -78,24 +78,23 @@ void EndedChild() {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
+FUZZ_TARGET(records) {
     Agent& agent = Agent::Fresh();
-    const Kind& kind = kKinds[input.ConsumeIntegralInRange(0, 2)];
+    const Kind& kind = kKinds[input.Number(0, 2)];
     TestWait wait;
-    if (input.ConsumeBool()) wait.mask = 0xff;
-    wait.mode = input.ConsumeBool() ? kRunPatrol : kRunPadiag;
-    wait.timeout = input.ConsumeIntegralInRange(0, 5);
+    if (input.Bool()) wait.mask = 0xff;
+    wait.mode = input.Bool() ? kRunPatrol : kRunPadiag;
+    wait.timeout = input.Number(0, 5);
     wait.address = 7;
-    const int passed = input.ConsumeIntegralInRange(-10, 10);
-    padiag_level = input.ConsumeIntegralInRange(1, 3);
-    if (input.ConsumeBool()) EndedChild();
+    const int passed = input.Number(-10, 10);
+    padiag_level = input.Number(1, 3);
+    if (input.Bool()) EndedChild();
     for (const char* name : kSchedules) agent.WriteDiskSchedule(name);
     AllocateDiskTable(1);
     RunningTest* test = RunTest(kind.code);
     CheckTestTime(1, 0, test);
     agent.now += passed;
-    const std::string bytes = input.ConsumeRandomLengthString();
+    const std::string bytes = input.Text();
     const Descriptor pipe = FilledPipe(&input, bytes);
     test->read_fd = pipe.get();
     const int result = wait_for_testdata(test, wait);
@@ -115,5 +114,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     CheckSaved(agent, bytes);
     FreeDiskTable();
-    return 0;
 }

@@ -43,22 +43,21 @@ void Pass() {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
+FUZZ_TARGET(schedule) {
     const Agent& agent = Agent::Fresh();
     agent.Write("data/devconf_new.xml", ThreeDisks());
-    const std::string schedule = input.ConsumeRandomLengthString();
+    const std::string schedule = input.Text();
     for (const char* name : {"data/pat_new_sche.txt", "data/pat_sche2.txt"}) {
         agent.Write(name, schedule);
     }
-    agent.Write("data/pat_new_para.ini", input.ConsumeRandomLengthString());
+    agent.Write("data/pat_new_para.ini", input.Text());
     // More would only take longer.
-    if (GetPrivateProfileInt("TEST_SCHEDULE", "hdd_all_num", 0, sche_path.c_str()) > 100) return 0;
+    if (GetPrivateProfileInt("TEST_SCHEDULE", "hdd_all_num", 0, sche_path.c_str()) > 100) return;
 
-    for (int steps = 0; steps < 4 && input.remaining_bytes() > 0; ++steps) {
+    for (int steps = 0; steps < 4 && !input.empty(); ++steps) {
         const std::string before = agent.Read("data/pat_new_sche.txt");
         unlink(agent.Path("data/pat_new_sche.txt.old").c_str());
-        switch (input.ConsumeIntegralInRange(0, 3)) {
+        switch (input.Number(0, 3)) {
             case 0:
                 Pass();
                 break;
@@ -67,7 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 Check(CheckWholeSchedule(sche_path2.c_str()) == 3, "all disks are in the file");
                 break;
             default:
-                Rebuild(input.ConsumeBool() ? kModeConfigChange : kModeAgentStart);
+                Rebuild(input.Bool() ? kModeConfigChange : kModeAgentStart);
                 Check(CheckWholeSchedule(sche_path.c_str()) == 3, "all disks are in the file");
         }
         for (const char* name : {"data/pat_new_sche.txt.new", "data/pat_new_sche.txt.old.new"}) {
@@ -77,5 +76,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Check(after == before || agent.Exists("data/pat_new_sche.txt.old"),
               "a changed Schedule leaves an older one");
     }
-    return 0;
 }

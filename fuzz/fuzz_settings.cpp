@@ -5,12 +5,11 @@
 
 using namespace patrol_fuzz;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
+FUZZ_TARGET(settings) {
     const Agent& agent = Agent::Fresh();
     agent.Write("data/pat_new_para.ini", "[CPUDIAG_PARAM]\n[MEMDIAG_PARAM]\n[HDDDIAG_PARAM]\n");
-    agent.Write("data/pat_env0.ini", input.ConsumeRandomLengthString());
-    agent.Write("data/padiag.ini", input.ConsumeRemainingBytesAsString());
+    agent.Write("data/pat_env0.ini", input.Text());
+    agent.Write("data/padiag.ini", input.Rest());
     ReadEnvIni();
     ReadPadiagIni();
 
@@ -35,5 +34,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         GetPrivateProfileString(section, "tp", "", found, 512, para_path.c_str());
         Check(found == expected, "the parameter file has the test name", found);
     }
-    return 0;
 }

@@ -7,13 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "base/clocks.h"
 #include "schedule/device_config.h"
-
-namespace fs = std::filesystem;
 
 namespace patrol_fuzz {
 namespace {
@@ -25,42 +21,55 @@ constexpr char kAfter[] = "\n[TEST_SCHEDULE]\nhdd_all_num=2\n";
 
 }  // namespace
 
-Agent::Agent() {
-    root_ = fs::temp_directory_path() / "patrol_fuzz.XXXXXX";
-    Check(mkdtemp(root_.data()) != nullptr, "a private directory can be made", root_);
-    for (const char* name : {"log", "data", "temp", "config"}) {
-        fs::create_directory(Path(name));
-        setenv((std::string("KVX_") + name).c_str(), Path(name).c_str(), 1);
+std::string Input::Text(size_t most) {
+    std::string text;
+    size_t at = 0;
+    while (at < bytes_.size() && text.size() < most) {
+        const char c = bytes_[at++];
+        if (c == '\\' && at < bytes_.size() && bytes_[at++] != '\\') break;
+        text += c;
     }
-    setenv("KVX_PIPE", Path("no_pipe").c_str(), 1);
-    setenv("TZ", "UTC0", 1);
-    unsetenv("KVX_bin");
-    host_buf.Assign("host,");
-    trc_name = getenv("KVX_log");
-    path_name = getenv("KVX_data");
-    BuildPaths(path_name);
-    clock_now = [] { return current->now; };
+    bytes_.erase(0, at);
+    return text;
 }
 
-Agent::~Agent() { fs::remove_all(root_); }
+std::string Input::Word(size_t most) {
+    std::string word = Text(most).c_str();
+    word.erase(std::remove(word.begin(), word.end(), '\n'), word.end());
+    return word;
+}
+
+uint64_t Input::Below(uint64_t last) {
+    uint64_t number = 0;
+    for (uint64_t left = last; left > 0 && !bytes_.empty(); left >>= 8) {
+        number = number << 8 | static_cast<uint8_t>(bytes_.back());
+        bytes_.pop_back();
+    }
+    return last + 1 == 0 ? number : number % (last + 1);
+}
+
+std::map<std::string, Target>& Targets() {
+    static std::map<std::string, Target> targets;
+    return targets;
+}
+
+Agent::Agent() {
+    PointLibraryAt(*this);
+    unsetenv("KVX_bin");
+    clock_now = [] { return current->now; };
+}
 
 Agent& Agent::Fresh() {
     static Agent agent;
     current = &agent;
-    agent.Clear();
-    return agent;
-}
-
-void Agent::Clear() {
     for (const char* name : {"log", "data", "temp", "config"}) {
-        for (const fs::directory_entry& entry : fs::directory_iterator(Path(name))) {
-            fs::remove(entry);
+        for (const auto& entry : std::filesystem::directory_iterator(agent.Path(name))) {
+            std::filesystem::remove(entry);
         }
     }
-    now = 1000000;
-    system_log.clear();
-    ClearLogBuffers();
-    FreeDiskTable();
+    agent.now = 1000000;
+    agent.system_log.clear();
+    patrol_test::ClearLibrary();
     run_time = cpu_run_time = mem_run_time = 0;
     cpu_pass_num = mem_pass_num = 0;
     f_cpu_exe = f_mem_exe = f_hdd_exe = f_padiag_cpu = f_padiag_mem = f_padiag_hdd = 1;
@@ -68,15 +77,7 @@ void Agent::Clear() {
     hdd_max_data = 128;
     padiag_level = 1;
     for (Text<512>* text : {&serial_number, &xml_vendor, &xml_model}) text->Clear();
-}
-
-void Agent::Write(const std::string& relative, const std::string& bytes) const {
-    std::ofstream(Path(relative), std::ios::binary) << bytes;
-}
-
-std::string Agent::Read(const std::string& relative) const {
-    std::ifstream file(Path(relative), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return agent;
 }
 
 void Agent::WriteDiskSchedule(const std::string& relative) const {
@@ -91,8 +92,6 @@ void Agent::CheckDiskSchedule(const std::string& relative) const {
               end - before.size() <= 18,
           "nothing but the disk's address changes", schedule);
 }
-
-bool Agent::Exists(const std::string& relative) const { return fs::exists(Path(relative)); }
 
 RunningTest* RunTest(int kind) {
     if (kind == kKindCpu) return &cpu_test;
@@ -110,12 +109,6 @@ void Check(bool holds, const char* rule, const std::string& found) {
     std::abort();
 }
 
-std::string Word(FuzzedDataProvider* input, size_t most) {
-    std::string word = input->ConsumeRandomLengthString(most).c_str();
-    word.erase(std::remove(word.begin(), word.end(), '\n'), word.end());
-    return word;
-}
-
 int CheckWholeSchedule(const char* path) {
     char found[1 << 15];
     const int end = GetPrivateProfileSectionNames(found, sizeof found, path);
@@ -124,7 +117,7 @@ int CheckWholeSchedule(const char* path) {
     for (int i = 0; i < count; ++i) names += "HDD_SCHEDULE " + std::to_string(i) + ",";
     std::replace(found, found + end, '\0', ',');
     Check(found == names + "TEST_SCHEDULE", "a Schedule has the sections of its disks", found);
-    Check(!fs::exists(std::string(path) + ".new"), "nothing half-written stays", path);
+    Check(!std::filesystem::exists(std::string(path) + ".new"), "nothing half-written stays", path);
     return count;
 }
 

@@ -1,12 +1,10 @@
-// What the fuzz targets share: the library pointed at a private agent directory.
-//
-// A part of an input ends at a backslash with a line feed behind it, as ConsumeRandomLengthString
-// has it, and numbers are taken from the end of the input, so that seeds are text files.
+// What the fuzz targets share: the library pointed at a private agent directory, and an input taken
+// apart.
 #pragma once
 
-#include <fuzzer/FuzzedDataProvider.h>
-
+#include <cstdint>
 #include <ctime>
+#include <map>
 #include <string>
 
 #include "base/disk_table.h"
@@ -14,6 +12,7 @@
 #include "base/paths.h"
 #include "base/run_mode.h"
 #include "base/settings.h"
+#include "library.h"
 #include "msg/log_files.h"
 #include "sys/profile.h"
 
@@ -21,19 +20,48 @@ namespace patrol_fuzz {
 
 using namespace patrol;
 
-// The empty directories log/, data/, temp/ and config/ that the environment points at. "KVX_bin" is
-// unset, so that no command and no test program is started; no trace is set up; "KVX_PIPE" names no
-// pipe. The wall clock stands at `now` until the input moves it.
-class Agent {
+// The parts of an input, each taken off once. A text is taken from the front and ends at a
+// backslash with anything but another one behind it; a number is taken from the end. So seeds are
+// text files.
+class Input {
  public:
-    // The agent directory as it is before every input.
-    static Agent& Fresh();
+    explicit Input(std::string bytes) : bytes_(std::move(bytes)) {}
 
-    std::string Path(const std::string& relative) const { return root_ + "/" + relative; }
-    void Write(const std::string& relative, const std::string& bytes) const;
-    // Empty when there is no such file.
-    std::string Read(const std::string& relative) const;
-    bool Exists(const std::string& relative) const;
+    bool empty() const { return bytes_.empty(); }
+    std::string Text(size_t most = std::string::npos);
+    // A text as a C string holds it, and as one line of a file does.
+    std::string Word(size_t most = 600);
+    std::string Rest() { return std::move(bytes_); }
+    template <class Integer>
+    Integer Number(Integer least, Integer most) {
+        return static_cast<Integer>(
+            static_cast<uint64_t>(least) +
+            Below(static_cast<uint64_t>(most) - static_cast<uint64_t>(least)));
+    }
+    bool Bool() { return Number(0, 1) == 1; }
+
+ private:
+    uint64_t Below(uint64_t last);  // or `last` itself
+
+    std::string bytes_;
+};
+
+// Defines a target, a function of `Input& input`: libFuzzer runs it on what it makes up, and a test
+// on its seeds and on what comes of them.
+using Target = void (*)(Input& input);
+std::map<std::string, Target>& Targets();
+#define FUZZ_TARGET(name)                                                               \
+    static void Run(Input& input);                                                      \
+    [[maybe_unused]] static const bool is_known = Targets().emplace(#name, Run).second; \
+    static void Run([[maybe_unused]] Input& input)
+
+// An agent directory without catalogue and commands: "KVX_bin" is unset, so that no test program
+// is started; no trace is set up; "KVX_PIPE" names no pipe. The wall clock stands at `now` until
+// the input moves it.
+class Agent : public patrol_test::AgentDir {
+ public:
+    // The directory, and the library, as they are before every input.
+    static Agent& Fresh();
 
     // A Schedule of two disks, and the check that nothing but the address of disk 1 has changed.
     void WriteDiskSchedule(const std::string& relative) const;
@@ -45,10 +73,6 @@ class Agent {
 
  private:
     Agent();
-    ~Agent();
-    void Clear();
-
-    std::string root_;
 };
 
 // The test of a kind; of the disks, the one in the table, which is then in use: /dev/sdb, disk 1.
@@ -56,9 +80,6 @@ RunningTest* RunTest(int kind);
 
 // Ends the run when a rule does not hold; libFuzzer keeps the input.
 void Check(bool holds, const char* rule, const std::string& found = "");
-
-// A text without NUL, as a C string holds it, and without line feed, as one line of a file does.
-std::string Word(FuzzedDataProvider* input, size_t most = 600);
 
 // Checks that a Schedule file has the sections of the disks it counts and no others, and that
 // nothing half-written stands beside it. Returns the number of disks.

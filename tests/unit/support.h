@@ -3,19 +3,14 @@
 #pragma once
 
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
 
-#include "agent_dir.h"
-#include "base/disk_table.h"
-#include "base/paths.h"
-#include "base/run_mode.h"
 #include "base/signals.h"
+#include "library.h"
 #include "msg/catalogue.h"
-#include "msg/log_files.h"
 #include "msg/trace.h"
 #include "sys/file_control.h"
 #include "sys/lock.h"
@@ -57,13 +52,7 @@ class UnitTest : public AgentTest {
     UnitTest() {
         sigprocmask(SIG_SETMASK, nullptr, &start_mask_);
         PrepareSignals();
-        for (const auto& [name, value] : agent_.Environment()) {
-            if (name.rfind("KVX_", 0) == 0) setenv(name.c_str(), value->c_str(), 1);
-        }
-        host_buf.Assign("host,");
-        trc_name = getenv("KVX_log");
-        path_name = getenv("KVX_data");
-        BuildPaths(path_name);
+        PointLibraryAt(agent_);
         trinit(agent_.Path(kTrace).c_str(), 0x10000, 5);
         ptl_set_msglist();
     }
@@ -71,8 +60,7 @@ class UnitTest : public AgentTest {
     ~UnitTest() override {
         ptl_file_cntl(0, 0xff, nullptr);
         unlock();
-        FreeDiskTable();
-        ClearLogBuffers();
+        ClearLibrary();
         trc_name = path_name = nullptr;
         // Ignoring a signal for a moment drops one that is still pending.
         for (const int number : {SIGINT, SIGHUP, SIGTERM, SIGALRM, SIGUSR1, SIGCHLD, SIGPIPE}) {

@@ -2,46 +2,12 @@
 
 #include <sys/resource.h>
 
-#include <random>
-
 #include "../support.h"
-#include "fuzz/profile_model.h"
 
 namespace patrol_test {
 namespace {
 
-namespace model = profile_model;
-
-// Small files over what is awkward about the format.
-class Random {
- public:
-    std::string File() {
-        static const Strings tokens = [] {
-            Strings list = Split(
-                "[|]|=|;|#| |\t|\r|\n|\n|k|s|-|1|+|\xff|\f|[s]|\nk|k= |\nk=|[ss|k=1|"
-                "\n[t]\n|\n[s]]|\n[s]\n|\n[s]\n|\n[s]\nk=|\n;k=1|\n#=1|\nk=\n|99999999999",
-                '|');
-            for (const size_t size : {511, 2047}) {
-                list.push_back("\n" + std::string(size, 'x') + "k=2");
-                list.push_back("\nk=" + std::string(size - 2, '9'));
-            }
-            list.push_back(std::string(1, '\0'));
-            list.push_back(std::string("\n[s\0]\n", 6));
-            return list;
-        }();
-
-        std::string file;
-        for (size_t n = Below(30); n > 0; --n) file += Pick(tokens);
-        return file;
-    }
-    std::string Section() { return Pick({"s", "s", "s", "ss", "t", "s]", "[s", "s[s", " "}); }
-    std::string Key() { return Pick({"k", "k", "k", "kk", "k=k", "1", "s", "#", " k", ";k"}); }
-    const std::string& Pick(const Strings& list) { return list[Below(list.size())]; }
-    size_t Below(size_t end) { return std::uniform_int_distribution<size_t>(0, end - 1)(engine_); }
-
- private:
-    std::mt19937 engine_{20101};
-};
+using namespace std::string_literals;
 
 class ProfileTest : public UnitTest {
  protected:
@@ -50,68 +16,95 @@ class ProfileTest : public UnitTest {
         const std::string name = "data/p.ini" + suffix;
         return agent_.Exists(name) ? agent_.Read(name) : "(none)";
     }
-    std::pair<int, std::string> String(const char* section, const std::string& key,
-                                       size_t size) const {
-        std::string result(size + 1, '!');
-        const int count = GetPrivateProfileString(section, key.c_str(), "d", result.data(),
+    // The whole block behind the count.
+    std::pair<int, std::string> String(const char* section, const char* key, size_t size) const {
+        std::string block(size + 1, '!');
+        const int count = GetPrivateProfileString(section, key, "d", block.data(),
                                                   static_cast<int>(size), path_.c_str());
-        return {count, result.substr(0, section == nullptr ? size : result.find('\0'))};
+        return {count, block};
     }
 
     const std::string path_ = agent_.Path("data/p.ini");
 };
 
-TEST_F(ProfileTest, ReadersFollowTheRulesOnAnyFile) {
-    Random random;
-    for (int i = 0; i < 1500 && !HasFailure(); ++i) {
-        const std::string bytes = random.File(), section = random.Section(), key = random.Key();
-        const size_t size = 1 + random.Below(8);
-        SCOPED_TRACE(::testing::PrintToString(bytes) + " [" + section + "] " + key);
-        Put(bytes);
-        EXPECT_EQ(String(section.c_str(), key, size), model::String(bytes, section, key, size));
-        EXPECT_EQ(String(nullptr, key, size), model::Names(bytes, size));
-        EXPECT_EQ(GetPrivateProfileInt(section.c_str(), key.c_str(), 5, path_.c_str()),
-                  model::Int(bytes, section, key));
+TEST_F(ProfileTest, LinesAreReadByTheseRules) {
+    // A file, a key of section "s", its text and its number, which are "d" and 5 without one.
+    const std::tuple<std::string, const char*, std::string, int> cases[] = {
+        {"k=0\n[x][s] y\nk=1\n[t]\nk=2\n", "k", "1", 1},
+        {"[t]\nk=2\n[s]\n[s]\nk=1\n", "k", "d", 5},  // the first such section alone
+        {"[s]\nk=1\nk=-7x\n", "k", "-7x", -7},       // the last line, and the last number
+        {"[s]\nk=1\nk=\n", "k", "", 1},
+        {"[s]\n \tk=\ra b\r \r\n", "k", "a b", 5},
+        {"[s]\n;k=1\n#k=2\nk =3\nkk=4\nK=6\n", "k", "d", 5},
+        {"[s]\n#k=2\n", "#k", "2", 2},
+        {"[s]\n;k=2\n[k=3\n", ";k", "d", 5},
+        {"[s]\nk=1\n[t\nk=2\n", "k", "2", 1},  // a "[" that nothing closes ends it for numbers
+        {"[s]\nk= +99999999999", "k", " +99999999999", 2147483647},
+        {"[s]\nk=k=1\n", "k=k", "1", 1},
+        {"[s]\nk=1\0=2\n"s, "k", "1", 1},
+        {"[s\0]\nk=1\n"s, "k", "d", 5},
+        {"[s]\n" + std::string(511, 'x') + "k=2\n", "k", "d", 2},  // a line has so many for numbers
+        {"[s]\n" + std::string(2047, 'x') + "k=2\n", "k", "2", 5},
+    };
+    for (const auto& [file, key, text, number] : cases) {
+        Put(file);
+        EXPECT_EQ(String("s", key, 99).second.c_str(), text) << file;
+        EXPECT_EQ(GetPrivateProfileInt("s", key, 5, path_.c_str()), number) << file;
     }
+    Put("[s]\nk=abcd\n [bc] x\n[" + std::string(1030, 'd'));
+    const std::tuple<const char*, size_t, int, std::string> blocks[] = {
+        {"s", 5, 4, "abcd\0!"s},      {"s", 4, 4, "abcd\0"s},       {"s", 3, 1, "ab\0!"s},
+        {"s", 1, -1, "\0\0"s},        {"t", 1, 1, "d\0"s},          {nullptr, 6, 4, "s\0bc\0\0!"s},
+        {nullptr, 5, 4, "s\0bc\0!"s}, {nullptr, 4, 1, "s\0\0\0!"s},
+    };
+    for (const auto& [section, size, count, block] : blocks) {
+        EXPECT_EQ(String(section, "k", size), std::make_pair(count, block)) << size;
+    }
+    EXPECT_EQ(String(nullptr, "k", 2000).first, 4 + 1 + 1022) << "a name ends with its line";
 }
 
-TEST_F(ProfileTest, WritesFollowTheRulesOnAnyFileOneByOneAndTogether) {
-    Random random;
-    for (int i = 0; i < 500 && !HasFailure(); ++i) {
-        const std::string bytes = random.File();
-        std::string now = bytes, before;
-        SCOPED_TRACE(::testing::PrintToString(bytes));
-        Put(bytes);
-        ProfileWriter together(path_.c_str());
-        for (size_t n = 1 + random.Below(3); n > 0; --n) {
-            const std::string section = random.Section(), key = random.Key();
-            const std::string value = random.Pick({"ON", "0x1", " v;[s]"});
-            before = now;
-            now = model::Write(before, section, key, value);
-            together.Write(section.c_str(), key.c_str(), value.c_str());
-            WritePrivateProfileString(section.c_str(), key.c_str(), value.c_str(), path_.c_str());
-            EXPECT_EQ(File(), now) << "[" << section << "] " << key;
-            EXPECT_EQ(File(".old"), before);
-        }
-        Put(bytes);
-        EXPECT_TRUE(together.Save());
-        EXPECT_EQ(File(), now);
+TEST_F(ProfileTest, WritesChangeTheirLinesAndNoOthersOneByOneAndTogether) {
+    const std::string x511(511, 'x');
+    // A file, and what becomes of it when "v" is written to "k" of section "s".
+    const std::pair<std::string, std::string> cases[] = {
+        {"[s]\nk=1\na=2\nk=3\n[t]\nk=4\n", "[s]\nk=v\na=2\nk=v\n[t]\nk=4\n"},
+        {"k=0\n[s]\na=1\n[s]\nk=1\n", "k=0\n[s]\na=1\nk=v\n[s]\nk=1\n"},
+        {"[s]\n\n;k=1\n#k=2\n k=3\nkk=4\n[x", "[s]\n\n;k=1\n#k=2\n k=3\nkk=4\n[x\nk=v\n"},
+        {"[t]\nk=1", "[t]\nk=1\nk=v\n"},
+        {"[a][s] x\r\nk=1\r\n[t]", "[a][s] x\r\nk=v\n[t]"},
+        {" [s]\nk=1\n[s\0]\n"s, " [s]\nk=1\n[s\0]\nk=v\n"s},
+        {"[s]\nk=" + x511 + "\n", "[s]\nk=v\nxx\n"},
+        {"[s]\n" + x511 + "k=1\n", "[s]\n" + x511 + "k=v\n"},
+        {"[s]\n" + x511, "[s]\n" + x511 + "\nk=v\n"},
+        {"", "k=v\n"},
+    };
+    for (const auto& [before, after] : cases) {
+        Put(before);
+        WritePrivateProfileString("s", "k", "v", path_.c_str());
+        EXPECT_EQ(File(), after);
         EXPECT_EQ(File(".old"), before);
+        Put(before);
+        for (const char* key : {"k", "n"}) {
+            WritePrivateProfileString("s", key, "w", path_.c_str());
+        }
+        const std::string one_by_one = File() + File(".old");
+        Put(before);
+        ProfileWriter together(path_.c_str());
+        for (const char* nothing : {"", static_cast<const char*>(nullptr)}) {
+            together.Write(nothing, "k", "z");
+            together.Write("s", nothing, "z");
+            together.Write("s", "k", nothing);
+        }
+        EXPECT_TRUE(together.Save());
+        EXPECT_EQ(File(), before) << "nothing was to be written";
+        for (const char* key : {"k", "n"}) together.Write("s", key, "w");
+        EXPECT_TRUE(together.Save());
+        EXPECT_EQ(File() + File(".old"), one_by_one);
         EXPECT_EQ(File(".new"), "(none)");
     }
-}
-
-TEST_F(ProfileTest, NothingIsWrittenWithoutAFileANameAndAValue) {
-    Put("[s]\nk=1\n");
-    for (const char* nothing : {"", static_cast<const char*>(nullptr)}) {
-        WritePrivateProfileString(nothing, "k", "v", path_.c_str());
-        WritePrivateProfileString("s", nothing, "v", path_.c_str());
-        WritePrivateProfileString("s", "k", nothing, path_.c_str());
-    }
-    EXPECT_EQ(File() + File(".old"), "[s]\nk=1\n(none)");
     agent_.Remove("data/p.ini");
     WritePrivateProfileString("s", "k", "v", path_.c_str());
-    EXPECT_EQ(File() + File(".new") + File(".old"), "(none)(none)(none)");
+    EXPECT_EQ(File() + File(".new"), "(none)(none)");
 }
 
 TEST_F(ProfileTest, AFailedWriteLeavesTheFileAsItWas) {
