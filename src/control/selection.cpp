@@ -58,7 +58,7 @@ class Step {
 
     void SetDue(int kind, const char* section, Selection::Component* component, bool due) {
         component->due = due ? Flag::kOn : Flag::kOff;
-        result_.changes.push_back({section, KeysOf(kind).due, due ? "ON" : "OFF"});
+        result_.changes.push_back({section, KeysOf(kind).due, OnOff(due)});
     }
 
     // An enabled component that waited is due, one that ran gives way unless the other is disabled.

@@ -1,40 +1,28 @@
-// The steps that the patrol and the padiag builder have in common.
+// The steps that the patrol and the padiag builder have in common. `caller` is the routine to trace
+// under.
 #pragma once
 
 #include <cstdio>
-#include <functional>
 
 #include "base/text.h"
+#include "sys/replace_file.h"
 
 namespace patrol {
+
+// Write a section line, or a key with its value.
+void PutSection(FILE* schedule, const char* section);
+void PutText(FILE* schedule, const char* key, const char* value);
+void PutNumber(FILE* schedule, const char* key, int value);
+void PutFlag(FILE* schedule, const char* key, bool on);
 
 // Adds a target to a comma-separated list.
 void AddTarget(Text<512>* targets, const char* target);
 
-// A builder's own part of the disk sections.
-struct HddSections {
-    const char* caller;     // the routine to trace under
-    bool device_line_ends;  // see ScanDisks
-    std::function<void(int number)> write_disk;
-    std::function<void(int count)> write_end;
-};
+// Whether the new file at `path` can be written (traced when it cannot).
+bool BeginFile(const char* caller, const char* path, const FileReplacement& schedule);
 
-// Writes a section for each disk of the device configuration, numbered from 0, and the closing
-// section. 0, -1 when the configuration cannot be opened, -2 when that or reading it fails for a
-// reason of the moment (traced).
-int WriteHddSections(const HddSections& sections);
-
-// A builder's own part of a whole file.
-struct ScheduleParts {
-    const char* caller;
-    const char* path;
-    int (*write_cpu)(FILE*);
-    int (*write_memory)(FILE*);
-    int (*write_hdd)(FILE*);
-};
-
-// Writes the file; it takes the place of the old one when it is complete, or when the device
-// configuration is missing. 0, or -1 (traced).
-int WriteScheduleFile(const ScheduleParts& file);
+// Puts the file in place when it is complete, or when there is no device configuration, by what the
+// step that wrote the disk sections has returned (`disks`). False (traced) unless it is complete.
+bool EndFile(const char* caller, int disks, FileReplacement* schedule);
 
 }  // namespace patrol

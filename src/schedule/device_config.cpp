@@ -1,27 +1,24 @@
 #include "schedule/device_config.h"
 
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <string_view>
 
 #include "base/number.h"
 #include "base/paths.h"
 #include "base/table.h"
 #include "msg/trace.h"
+#include "state/schedule_file.h"
 #include "sys/profile.h"
 
 namespace patrol {
 
-Text<512> device_name;
-int f_ide_device = 0;
-Text<512> serial_number;
-Text<512> xml_vendor;
-Text<512> xml_model;
+Disk scanned_disk;
 int hdd_non_cnt = 0;
 NonTarget* hdd_non_tbl = nullptr;
 
 namespace {
 
-constexpr char kNoData[] = "NO DATA";
 constexpr int kLineSize = 4095;  // longer lines count as several
 
 bool Contains(const char* line, const char* part) { return std::strstr(line, part) != nullptr; }
@@ -43,9 +40,9 @@ struct TextAttribute {
 };
 
 constexpr TextAttribute kTextAttributes[] = {
-    {"\"S/N\"", "S/N", &serial_number, 3},
-    {"\"vendor\"", "vendor", &xml_vendor, 4},
-    {"\"model\"", "model", &xml_model, 5},
+    {"\"S/N\"", "S/N", &scanned_disk.serial_number, 3},
+    {"\"vendor\"", "vendor", &scanned_disk.vendor, 4},
+    {"\"model\"", "model", &scanned_disk.model, 5},
 };
 
 int TakeText(const TextAttribute& attribute, const char* line) {
@@ -63,10 +60,10 @@ int TakeText(const TextAttribute& attribute, const char* line) {
 }
 
 // A non-target entry matches when both its texts begin with what the configuration says.
-bool IsNonTarget() {
+bool IsNonTarget(const Disk& disk) {
     for (int i = 0; i < hdd_non_cnt; ++i) {
-        if (StartsWith(hdd_non_tbl[i].vendor.view(), xml_vendor.view()) &&
-            StartsWith(hdd_non_tbl[i].model.view(), xml_model.view())) {
+        if (StartsWith(hdd_non_tbl[i].vendor.view(), disk.vendor.view()) &&
+            StartsWith(hdd_non_tbl[i].model.view(), disk.model.view())) {
             return true;
         }
     }
@@ -105,14 +102,14 @@ int PhypathCheck(char* line) {
         Ptltrprintf("[%s] String is NULL\n", __func__);
         return 0;
     }
-    f_ide_device = 0;
+    scanned_disk.ide = 0;
     char* path = std::strstr(line, "/dev/sd");
     if (path == nullptr || !Contains(line, "<dev") || !Contains(line, "phypath")) return 0;
     Ptltrprintf("[%s] String is Hit(%s)\n", __func__, line);
-    if (Contains(line, "/IDE")) f_ide_device = 1;
+    if (Contains(line, "/IDE")) scanned_disk.ide = 1;
     char* quote = std::strchr(path, '"');
     if (quote != nullptr) *quote = '\0';
-    device_name.Assign(quote != nullptr ? path : kNoData);
+    scanned_disk.device.Assign(quote != nullptr ? path : kNoDevice);
     // The quote that opens the value goes too.
     *(path > line ? path - 1 : path) = '\0';
     return Contains(line, "LogicalDrive") ? 2 : 1;
@@ -147,39 +144,61 @@ int GetAttrDataStatus(const char* line) {
     return 0;
 }
 
-void ScanDisks(const char* caller, FILE* configuration, bool device_line_ends,
-               const std::function<void()>& accept) {
-    bool inside = false;   // the lines belong to a disk device
-    bool is_disk = false;  // the device said that it is a disk; stays set past the device's end
+DiskScan::DiskScan(const char* caller, bool device_line_ends)
+    : caller_(caller), device_line_ends_(device_line_ends) {
+    HddTblAlloc2();
+    file_ = OpenForReading(xml_path.c_str());
+    if (file_ != nullptr) return;
+    result_ = IsPassing(errno) ? kUnread : kNoConfiguration;
+    Ptltrprintf("[%s] Can't Open %s.\n", caller_, xml_path.c_str());
+}
+
+const Disk* DiskScan::Next() {
     char line[kLineSize];
-    while (std::fgets(line, sizeof line, configuration) != nullptr) {
+    while (file_ != nullptr && std::fgets(line, sizeof line, file_.get()) != nullptr) {
         if (Contains(line, "<dev") && Contains(line, "type") && Contains(line, "SOFTWARE")) {
-            Ptltrprintf("[%s] Read Skip because XML Line is %s.\n", caller, "SOFTWARE");
-            return;
+            Ptltrprintf("[%s] Read Skip because XML Line is %s.\n", caller_, "SOFTWARE");
+            return nullptr;
         }
-        if (!inside) {
-            const int hit = PhypathCheck(line);
-            inside = hit != 0;
-            if (hit == 2) is_disk = true;  // a logical drive has no type attribute
-        } else if (Contains(line, "</dev>") || (device_line_ends && Contains(line, "<dev"))) {
-            inside = false;
-        } else if (!is_disk) {
-            const int type = GetAttrData(line);
-            if (type == 1) is_disk = true;
-            if (type == 2) inside = false;
-        } else {
-            const int status = GetAttrDataStatus(line);
-            if (status == 2) is_disk = false;
-            if (status != 1) continue;
-            if (IsNonTarget()) {
-                Ptltrprintf("[%s] Non Target Match( xml_vendor=%s, xml_model=%s )\n", caller,
-                            xml_vendor.c_str(), xml_model.c_str());
-                continue;
-            }
-            accept();
-            is_disk = false;
-        }
+        if (Accepts(line)) return &scanned_disk;
     }
+    return nullptr;
+}
+
+// Takes one line. Whether it completes a disk to be tested.
+bool DiskScan::Accepts(char* line) {
+    if (!inside_) {
+        const int hit = PhypathCheck(line);
+        inside_ = hit != 0;
+        if (hit == 2) is_disk_ = true;  // a logical drive has no type attribute
+        return false;
+    }
+    if (Contains(line, "</dev>") || (device_line_ends_ && Contains(line, "<dev"))) {
+        inside_ = false;
+        return false;
+    }
+    if (!is_disk_) {
+        const int type = GetAttrData(line);
+        is_disk_ = type == 1;
+        if (type == 2) inside_ = false;
+        return false;
+    }
+    const int status = GetAttrDataStatus(line);
+    if (status == 2) is_disk_ = false;
+    if (status != 1) return false;
+    if (IsNonTarget(scanned_disk)) {
+        Ptltrprintf("[%s] Non Target Match( xml_vendor=%s, xml_model=%s )\n", caller_,
+                    scanned_disk.vendor.c_str(), scanned_disk.model.c_str());
+        return false;
+    }
+    is_disk_ = false;
+    return true;
+}
+
+int DiskScan::End() {
+    if (file_ != nullptr && std::ferror(file_.get()) != 0) result_ = kUnread;
+    Ptltrprintf("[%s] end.( %d )\n", caller_, result_ == kScanned ? 0 : -1);
+    return result_;
 }
 
 }  // namespace patrol

@@ -4,20 +4,30 @@
 // element or attribute a line, in a fixed order.
 #pragma once
 
-#include <cstdio>
-#include <functional>
-
+#include "base/file.h"
 #include "base/text.h"
 
 namespace patrol {
 
-// What is known of the disk being scanned. Only the path and the IDE mark are set anew for each
-// disk: one without a serial, vendor or model line keeps that of the disk before it.
-extern Text<512> device_name;  // "/dev/sd..." or "NO DATA"
-extern int f_ide_device;       // 1 when the device line names an IDE path
-extern Text<512> serial_number;
-extern Text<512> xml_vendor;
-extern Text<512> xml_model;
+// A disk as the configuration has it.
+struct Disk {
+    Text<512> device;  // "/dev/sd..." or "NO DATA"
+    int ide = 0;       // 1 when the device line names an IDE path
+    Text<512> serial_number;
+    Text<512> vendor;
+    Text<512> model;
+};
+
+// The disk being scanned. Only device and IDE mark are set anew for each disk: one without a
+// serial, vendor or model line keeps that of the disk before it, also from one scan to the next.
+extern Disk scanned_disk;
+
+// The names of its parts.
+inline Text<512>& device_name = scanned_disk.device;
+inline int& f_ide_device = scanned_disk.ide;
+inline Text<512>& serial_number = scanned_disk.serial_number;
+inline Text<512>& xml_vendor = scanned_disk.vendor;
+inline Text<512>& xml_model = scanned_disk.model;
 
 struct NonTarget {
     Text<512> vendor;
@@ -43,10 +53,38 @@ int GetAttrData(const char* line);
 // vendor, model taken.
 int GetAttrDataStatus(const char* line);
 
-// Reads the configuration to its end, or to its first software device, and calls `accept` for each
-// operational disk that is no non-target. With `device_line_ends` a device line met inside a device
-// ends that device, without being looked at itself. `caller` is the routine to trace under.
-void ScanDisks(const char* caller, FILE* configuration, bool device_line_ends,
-               const std::function<void()>& accept);
+// How a scan ended: the configuration was read to its end, there is none, or it may be there but
+// cannot be read now, or not to its end.
+enum : int { kScanned = 0, kNoConfiguration = -1, kUnread = -2 };
+
+// The scan of the configuration, to its end or to its first software device.
+class DiskScan {
+ public:
+    // Loads the non-targets and opens the file. With `device_line_ends` a device line met inside a
+    // device ends that device, without being looked at itself. `caller` is the routine to trace
+    // under.
+    DiskScan(const char* caller, bool device_line_ends);
+    ~DiskScan() { FreeNonTargets(); }
+    DiskScan(const DiskScan&) = delete;
+    DiskScan& operator=(const DiskScan&) = delete;
+
+    bool opened() const { return file_ != nullptr; }
+
+    // The next operational disk that is no non-target, valid until the next call; null at the end.
+    const Disk* Next();
+
+    // How the scan ended (traced).
+    int End();
+
+ private:
+    bool Accepts(char* line);
+
+    const char* caller_;
+    bool device_line_ends_;
+    Stream file_;
+    int result_ = kScanned;
+    bool inside_ = false;   // the lines belong to a disk device
+    bool is_disk_ = false;  // the device said that it is a disk; stays set past the device's end
+};
 
 }  // namespace patrol

@@ -1,5 +1,6 @@
 #include "schedule/padiag_builder.h"
 
+#include "base/kinds.h"
 #include "base/paths.h"
 #include "base/run_mode.h"
 #include "base/settings.h"
@@ -17,47 +18,62 @@ namespace {
 // The targets of the new schedule, comma-separated, for the history.
 Text<512> dev_gather_str2;
 
+// Writes the section of the processors or the memory.
+void WriteComponent(FILE* schedule, int kind, bool requested) {
+    PutSection(schedule, KeysOf(kind).section);
+    PutFlag(schedule, KeysOf(kind).requested, requested);
+}
+
+void WriteDisk(FILE* schedule, int number, const Disk& disk, const DiskProgress& progress) {
+    const bool requested = f_padiag_hdd == 1;
+    const char* device = disk.device.c_str();
+    PutSection(schedule, DiskSection(number).c_str());
+    PutFlag(schedule, KeysOf(kKindHdd).requested, requested);
+    if (requested) AddTarget(&dev_gather_str2, device);
+    PutText(schedule, kAddressKey, progress.NextText(device).c_str());
+    PutText(schedule, kDeviceKey, device);
+    PutNumber(schedule, kIdeKey, disk.ide);
+}
+
 }  // namespace
 
 int PadiagCpuScheduleMk(FILE* schedule) {
-    std::fprintf(schedule, "[CPU_SCHEDULE]\ncpu=%s\n", f_padiag_cpu == 1 ? "ON" : "OFF");
+    WriteComponent(schedule, kKindCpu, f_padiag_cpu == 1);
     if (f_padiag_cpu == 1) dev_gather_str2.Assign("CPU");
     return 0;
 }
 
 int PadiagMemoryScheduleMk(FILE* schedule) {
-    std::fprintf(schedule, "[MEM_SCHEDULE]\nmem=%s\n", f_padiag_mem == 1 ? "ON" : "OFF");
+    WriteComponent(schedule, kKindMemory, f_padiag_mem == 1);
     if (f_padiag_mem == 1) AddTarget(&dev_gather_str2, "Memory");
     return 0;
 }
 
 int PadiagHddScheduleMk(FILE* schedule) {
+    Ptltrprintf("[%s] start.\n", __func__);
+    DiskScan scan(__func__, true);
     const DiskProgress progress(FindFile(kFileLbaBup)->path);
-    HddSections sections;
-    sections.caller = __func__;
-    sections.device_line_ends = true;
-    sections.write_disk = [&](int number) {
-        std::fprintf(schedule, "[%s]\nhdd=%s\n", DiskSection(number).c_str(),
-                     f_padiag_hdd == 1 ? "ON" : "OFF");
-        if (f_padiag_hdd == 1) AddTarget(&dev_gather_str2, device_name.c_str());
-        std::fprintf(schedule, "address=%s\ndevice_name=%s\nhdd_ide=%d\n",
-                     progress.NextText(device_name.c_str()).c_str(), device_name.c_str(),
-                     f_ide_device);
-    };
-    sections.write_end = [&](int count) {
-        std::fprintf(schedule, "[TEST_SCHEDULE]\nhdd_all_num=%d\nlevel=%d\ntime=%d\n", count,
-                     padiag_level, padiag_time);
-    };
-    return WriteHddSections(sections);
+    int count = 0;
+    while (const Disk* disk = scan.Next()) WriteDisk(schedule, count++, *disk, progress);
+    if (!scan.opened()) return scan.End();
+    PutSection(schedule, kTestSection);
+    PutNumber(schedule, kDiskCountKey, count);
+    PutNumber(schedule, kLevelKey, padiag_level);
+    PutNumber(schedule, kTimeLimitKey, padiag_time);
+    return scan.End();
 }
 
 int PadiagCreateSchedule() {
     Ptltrprintf("[%s] start.\n", __func__);
     dev_gather_str2.Clear();
     ReadPadiagIni();
-    const ScheduleParts file = {__func__, FindFile(kFileSche2)->path, PadiagCpuScheduleMk,
-                                PadiagMemoryScheduleMk, PadiagHddScheduleMk};
-    if (WriteScheduleFile(file) != 0) return -1;
+    const char* path = FindFile(kFileSche2)->path;
+    FileReplacement schedule(path);
+    if (!BeginFile(__func__, path, schedule)) return -1;
+    PadiagCpuScheduleMk(schedule.stream());
+    PadiagMemoryScheduleMk(schedule.stream());
+    const int disks = PadiagHddScheduleMk(schedule.stream());
+    if (!EndFile(__func__, disks, &schedule)) return -1;
     PadiagChangeHist(RunMode(), dev_gather_str2.c_str());
     PadiagChangeHist2(RunMode());
     Ptltrprintf("[%s] end.( 0 )\n", __func__);

@@ -10,7 +10,8 @@ namespace patrol {
 // the padiag history. 0, or -1 in the same cases.
 int PadiagCreateSchedule();
 
-// The sections of the file. The first two return 0; the last returns what WriteHddSections does.
+// The sections of the file. The first two return 0; the last returns how the scan ended, as
+// DiskScan::End does.
 int PadiagCpuScheduleMk(FILE* schedule);
 int PadiagMemoryScheduleMk(FILE* schedule);
 int PadiagHddScheduleMk(FILE* schedule);

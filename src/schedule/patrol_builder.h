@@ -12,7 +12,8 @@ namespace patrol {
 // configuration and the file holds the processor and memory sections alone.
 int CreateSchedule();
 
-// The sections of the file. The first two return 0; the last returns what WriteHddSections does.
+// The sections of the file. The first two return 0; the last returns how the scan ended, as
+// DiskScan::End does.
 int CpuScheduleMk(FILE* schedule);
 int MemoryScheduleMk(FILE* schedule);
 int HddScheduleMk(FILE* schedule);

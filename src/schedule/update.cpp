@@ -24,8 +24,6 @@ namespace {
 int hdd_type_cnt = 0;
 OldDisk* hdd_type_tbl = nullptr;
 
-const char* OnOff(bool on) { return on ? "ON" : "OFF"; }
-
 // Sets both flags of the processors or the memory.
 void WriteFlags(ProfileWriter* schedule, int kind, bool enabled, bool due) {
     const ScheduleKeys& keys = KeysOf(kind);

@@ -6,12 +6,9 @@
 namespace patrol {
 namespace {
 
-constexpr ScheduleKeys kCpuKeys = {kKindCpu,      "CPU_SCHEDULE", "cpu_exe",
-                                   "cpu_next_go", "cpu_timeout",  "cpu"};
-constexpr ScheduleKeys kMemKeys = {kKindMemory,   "MEM_SCHEDULE", "mem_exe",
-                                   "mem_next_go", "mem_timeout",  "mem"};
-constexpr ScheduleKeys kHddKeys = {kKindHdd,      nullptr,       "hdd_exe",
-                                   "hdd_next_go", "hdd_timeout", "hdd"};
+constexpr ScheduleKeys kCpuKeys = {"CPU_SCHEDULE", "cpu_exe", "cpu_next_go", "cpu_timeout", "cpu"};
+constexpr ScheduleKeys kMemKeys = {"MEM_SCHEDULE", "mem_exe", "mem_next_go", "mem_timeout", "mem"};
+constexpr ScheduleKeys kHddKeys = {nullptr, "hdd_exe", "hdd_next_go", "hdd_timeout", "hdd"};
 
 }  // namespace
 

@@ -12,7 +12,6 @@ namespace patrol {
 
 // The names of a kind of component.
 struct ScheduleKeys {
-    int kind;
     const char* section;    // null for disks, which have one section each
     const char* enabled;    // of the patrol file, as are the next two
     const char* due;        // in the next pass
@@ -23,18 +22,24 @@ struct ScheduleKeys {
 // The row of `kind`, which must be one of the three.
 const ScheduleKeys& KeysOf(int kind);
 
-// The section of what holds for a whole run.
+// The section of what holds for a whole run, and its other keys: how many disks there are, most
+// disks that a pass makes due, whose turn is next (1: odd disks, else even ones), and where each
+// group starts; and, of the padiag file, the level of the tests and their time limit.
 inline constexpr char kTestSection[] = "TEST_SCHEDULE";
-
-// Its keys for the turns of the disks: whose turn is next (1: odd disks, else even ones), and where
-// each group starts.
+inline constexpr char kDiskCountKey[] = "hdd_all_num";
+inline constexpr char kHddMaxKey[] = "hdd_max";
 inline constexpr char kPhaseKey[] = "hdd_start_kigu";
 inline constexpr char kOddStartKey[] = "hdd_next_kisu";
 inline constexpr char kEvenStartKey[] = "hdd_next_gusu";
+inline constexpr char kLevelKey[] = "level";
+inline constexpr char kTimeLimitKey[] = "time";
 
-// "HDD_SCHEDULE n", the section of disk `number`.
+// "HDD_SCHEDULE n", the section of disk `number`, and its other keys.
 Text<32> DiskSection(int number);
+inline constexpr char kDeviceKey[] = "device_name";
+inline constexpr char kSerialKey[] = "serial_number";
 inline constexpr char kAddressKey[] = "address";
+inline constexpr char kIdeKey[] = "hdd_ide";
 
 // What a missing key counts as.
 inline constexpr int kDefaultTimeout = 45;      // seconds
@@ -53,7 +58,11 @@ enum class Flag : uint8_t {
     kOn,         // anything else
 };
 
+// Reads a flag of a Schedule file, or of test parameters.
 Flag ReadFlag(const ProfileReader& profile, const char* section, const char* key);
+
+// How a flag is written.
+inline const char* OnOff(bool on) { return on ? "ON" : "OFF"; }
 
 // A Schedule file, read once and asked many times. A value of up to N - 1 characters is read whole
 // into a text of N bytes, a longer one is cut to N - 2.
@@ -76,20 +85,20 @@ class ScheduleFile {
     // Seconds that the tests of `kind` are given.
     int Timeout(int kind) const { return TestNumber(KeysOf(kind).timeout, kDefaultTimeout); }
     // Of the padiag file: the level of its tests, and their time limit in seconds.
-    int Level() const { return TestNumber("level", kDefaultLevel); }
-    int TimeLimit() const { return TestNumber("time", kDefaultTimeLimit); }
+    int Level() const { return TestNumber(kLevelKey, kDefaultLevel); }
+    int TimeLimit() const { return TestNumber(kTimeLimitKey, kDefaultTimeLimit); }
     // How many disks the file says it has: whatever number stands there, unchecked.
-    int DiskCount() const { return TestNumber("hdd_all_num", 0); }
+    int DiskCount() const { return TestNumber(kDiskCountKey, 0); }
     // Most disks that a pass makes due; below 0: no limit.
-    int HddMax() const { return TestNumber("hdd_max", kDefaultHddMax); }
+    int HddMax() const { return TestNumber(kHddMaxKey, kDefaultHddMax); }
 
     template <size_t N>
     Text<N> Device(int number) const {
-        return Value<N>(number, "device_name", kNoDevice);
+        return Value<N>(number, kDeviceKey, kNoDevice);
     }
     template <size_t N>
     Text<N> SerialNumber(int number) const {
-        return Value<N>(number, "serial_number", kNoDevice);
+        return Value<N>(number, kSerialKey, kNoDevice);
     }
     // The block that the disk's next test starts at, as text.
     template <size_t N>
@@ -98,7 +107,7 @@ class ScheduleFile {
     }
     // Whether the disk sits on an IDE path.
     bool IsIde(int number) const {
-        return profile_.Int(DiskSection(number).c_str(), "hdd_ide", 0) == 1;
+        return profile_.Int(DiskSection(number).c_str(), kIdeKey, 0) == 1;
     }
 
  private:
