@@ -13,6 +13,7 @@ namespace {
 // Without O_NONBLOCK the opening of a named pipe would wait for its other end.
 constexpr int kWriteFlags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
+// Opens through a descriptor, as fopen has no way to ask for these flags.
 Stream OpenWith(const char* path, int flags, const char* mode) {
     Descriptor file(open(path, flags, 0666));
     FILE* stream = file.ok() ? fdopen(file.get(), mode) : nullptr;
@@ -24,6 +25,7 @@ Stream OpenWith(const char* path, int flags, const char* mode) {
 
 Stream OpenForReading(const char* path) {
     Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    // Looked at behind the opening, so that nothing can take its place in between.
     struct stat status = {};
     if (!file.ok() || fstat(file.get(), &status) != 0) return nullptr;
     if (!S_ISREG(status.st_mode)) {
@@ -59,6 +61,7 @@ bool WriteAll(int fd, std::string_view bytes, size_t* written) {
         if (taken > 0) {
             done += static_cast<size_t>(taken);
         } else if (taken == 0 || errno != EINTR) {
+            // A write of nothing says nothing in errno, and would be repeated for ever.
             if (taken == 0) errno = EIO;
             good = false;
         }

@@ -13,12 +13,12 @@ struct StreamCloser {
 };
 using Stream = std::unique_ptr<FILE, StreamCloser>;
 
-// Opens a regular file for reading; null with errno set on failure. A device that never ends, or a
-// named pipe that nobody writes to, is none.
+// Opens a regular file for reading. Returns null with errno set on failure; a device that never
+// ends, or a named pipe that nobody writes to, is no regular file.
 Stream OpenForReading(const char* path);
 
-// Opens `path` for appending, or for writing from its start, and makes it where it is missing. Null
-// with errno set on failure; a named pipe that nobody reads is one.
+// Opens `path` for appending, or for writing from its start, and makes it where it is missing.
+// Returns null with errno set on failure; a named pipe that nobody reads is one.
 Stream OpenForAppending(const char* path);
 Stream OpenForWriting(const char* path);
 

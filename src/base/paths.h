@@ -28,7 +28,8 @@ extern LongPath nontarget_path;  // devices that are never diagnosed
 extern Path lba_bup_path;        // saved copy of the disk progress
 
 // Selection bits of the file table. The padiag files share bits with the patrol files, so that a
-// mask of one bit may take in several entries; what uses the masks depends on it.
+// mask of one bit may take in several entries; what uses the masks depends on it, and so does the
+// order of the table.
 enum : uint32_t {
     kFileEnv = 0x01,
     kFilePara = 0x02,
@@ -55,7 +56,7 @@ struct FileEntry {
 // it has every bit set.
 extern FileEntry f_cntl[];
 
-// The entry with exactly this identifier; null when there is none.
+// Returns the entry with exactly this identifier; null when there is none.
 FileEntry* FindFile(uint32_t identifier);
 
 // Fills every path from `data_directory` ("directory/name", cut to its size) and hands the paths to

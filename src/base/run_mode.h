@@ -23,9 +23,10 @@ extern uint8_t entry_cmd;
 // Fault-injection number from the word "point="; 0 when there is none.
 extern int32_t error_point;
 
-// Host name followed by a comma, or empty when the host has none. Begins every log line.
+// Host name followed by a comma, or empty when the host has none. Every log line begins with it.
 extern Text<64> host_buf;
 
+// The two halves of entry_cmd.
 inline int RunMode() { return entry_cmd & kModeMask; }
 inline bool DebugRun() { return (entry_cmd & kDebugFlag) != 0; }
 

@@ -32,6 +32,7 @@ sigset_t Without(sigset_t mask, int signal) {
 int PollNoting(pollfd* polled, nfds_t count, const timespec* limit, const sigset_t& mask) {
     noted_signal = 0;
     int result = 0;
+    // A handler that does nothing, or a stop and go, is no end of the wait.
     do {
         result = ppoll(polled, count, limit, &mask);
     } while (result < 0 && errno == EINTR && noted_signal == 0);
@@ -62,6 +63,7 @@ void PrepareSignals() {
     sigaddset(&blocked, SIGHUP);
     sigaddset(&blocked, SIGCHLD);
     sigprocmask(SIG_BLOCK, &blocked, &start_mask);
+    // What was blocked at the start stays blocked even in the waits.
     wait_mask = start_mask;
     InstallHandler(SIGCHLD, DoNothing);
     CatchFailedWrites();

@@ -14,20 +14,20 @@ namespace patrol {
 
 using SignalHandler = void (*)(int);
 
-// To be called before anything else: remembers the signal mask of the start, blocks the three
-// signals above, and gives SIGCHLD, SIGPIPE and SIGXFSZ handlers that do nothing (a reader that
-// went away is a failed write; children still get the default).
+// Remembers the signal mask of the start, blocks the three signals above, and gives SIGCHLD,
+// SIGPIPE and SIGXFSZ handlers that do nothing (a reader that went away is a failed write; children
+// still get the default). To be called before anything else may meet a signal.
 void PrepareSignals();
 
 // Makes a reader that went away, and a file at its size limit, a failed write instead of a death by
 // SIGPIPE or SIGXFSZ: the handlers do nothing.
 void CatchFailedWrites();
 
-// sigaction with an empty mask and no flags, so that the wait under way is not restarted. 0, or -1
-// with errno set.
+// sigaction with an empty mask and no flags, so that the wait under way is not restarted. Returns
+// 0, or -1 with errno set.
 int InstallHandler(int signal, SignalHandler handler);
 
-// The signal mask that this process was started with.
+// Returns the signal mask that this process was started with.
 const sigset_t& StartMask();
 
 // Whether `signal` may have a disposition other than the default: one of the start, or one of
@@ -37,20 +37,20 @@ bool DispositionChanged(int signal);
 // Marks that a handler ran for `signal`: the wait under way ends. Safe in a handler.
 void NoteSignal(int signal);
 
-// The signal last noted in a wait.
+// Returns the signal last noted in a wait.
 int LastNotedSignal();
 
-// Waits until `fd` can be read or its other end is closed. 0, or -1 with errno set: EINTR when a
-// signal was noted, which goes before data that is there already.
+// Waits until `fd` can be read or its other end is closed. Returns 0, or -1 with errno set: EINTR
+// when a signal was noted, which goes before data that is there already.
 int WaitReadable(int fd);
 
-// Waits until `fd` can be written to or its reader is gone. 0, or -1 with errno set: EINTR when a
-// signal was noted while there was something to wait for.
+// Waits until `fd` can be written to or its reader is gone. Returns 0, or -1 with errno set: EINTR
+// when a signal was noted while there was something to wait for.
 int WaitWritable(int fd);
 
-// Waits for SIGCHLD, which says that a child has ended or stopped; one that came before counts. 0,
-// or -1 with errno EINTR when another signal was noted. It may also return 0 for no reason, so the
-// caller looks at its children.
+// Waits for SIGCHLD, which says that a child has ended or stopped; one that came before counts.
+// Returns 0, or -1 with errno EINTR when another signal was noted. Several children may share one
+// SIGCHLD, and one that was collected already may have left it, so the caller looks at them all.
 int WaitForChildSignal();
 
 // For the length of a scope, other signals are let into the waits or kept out of them. On the way

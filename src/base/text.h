@@ -9,8 +9,8 @@
 
 namespace patrol {
 
-// As vsnprintf: writes at most `size` bytes including the terminator and returns the length that
-// the whole text would have had.
+// Formats as printf does: writes at most `size` bytes including the terminator. Returns the length
+// that the whole text would have had.
 [[gnu::format(printf, 3, 4)]] int snprintfx(char* buffer, size_t size, const char* format, ...);
 
 // Whether `text` begins with `start`; an empty start begins everything.
@@ -37,7 +37,7 @@ class Text {
     size_t size() const { return std::strlen(chars_); }
     bool empty() const { return chars_[0] == '\0'; }
 
-    // The raw bytes, for a callee that fills them; the last byte stays the callee's to terminate.
+    // Returns the raw bytes, for a callee that fills them and ends them with NUL within N.
     char* data() { return chars_; }
 
     void Clear() { chars_[0] = '\0'; }

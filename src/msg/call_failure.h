@@ -1,4 +1,6 @@
 // How a failed system call is reported: one group of messages, in one order.
+//
+// The log writers do not come here: their failures would lead back to them.
 #pragma once
 
 #include "base/text.h"
@@ -22,7 +24,7 @@ struct CallFailure {
 // L1951, L1952. All but the event go to the trace-detail log.
 void ReportCallFailure(const CallFailure& failure);
 
-// L1951 alone: the name of a file with a note behind it.
+// Reports L1951 alone: the name of a file with a note behind it.
 void ReportFileName(const char* file, const char* note);
 
 }  // namespace patrol

@@ -29,6 +29,7 @@ bool Accepted(std::string_view line) {
            OneOf(line, 4, "02349") && OneOf(line, 6, "\"");
 }
 
+// Takes number and text from an accepted line.
 void TakeLine(std::string_view line, CatalogueEntry* entry) {
     entry->number.Assign(line.substr(1, kNumberSize));
     std::string_view text = line.size() > kTextColumn ? line.substr(kTextColumn) : "";
@@ -38,6 +39,7 @@ void TakeLine(std::string_view line, CatalogueEntry* entry) {
     entry->format.Assign(end == std::string_view::npos || end == 0 ? "" : text.substr(0, end - 1));
 }
 
+// The two messages that tell of the missing catalogue would be in it.
 void ReportMissingCatalogue(const char* path, int error) {
     global_msg_list[0] = {"E3895", "System call error <<%s>>, errno:<<%d>>"};
     global_msg_list[1] = {"E3899", "<<file name = %s>>"};

@@ -6,6 +6,7 @@
 
 namespace patrol {
 
+// A text of the catalogue in printf syntax. Longer ones are cut at its 81 characters.
 using MessageFormat = Text<82>;
 
 struct CatalogueEntry {
@@ -23,17 +24,17 @@ struct BuiltinMessage {
     const char* format;
 };
 
-// Ends at the entry "X".
+// The built-in texts; the entry "X" ends them.
 extern const BuiltinMessage local_msg_list[];
 
 // Loads "pat_msge.txt" of the data directory. Lines that are not "NUMBER","TEXT"; with a number of
-// this program are passed over, as the file serves others too; of a text, all before
-// the character (the closing quote) that precedes the last ";" among its first 81 characters
-// counts; a text without one comes out empty. Returns 0. A file that cannot be opened ends the
-// program with status 1, after the usual messages about it.
+// this program are passed over, as the file serves others too. A text ends before the character
+// (the closing quote) that precedes the last ";" among its first 81 characters; a text without one
+// comes out empty. Returns 0. A file that cannot be opened ends the program with status 1, after
+// the usual messages about it.
 int ptl_set_msglist();
 
-// The text of `number`, compared over its five characters; null when it is unknown.
+// Returns the text of `number`, compared over its five characters; null when it is unknown.
 const char* msgno_to_fmt(const char* number);
 
 }  // namespace patrol

@@ -16,7 +16,7 @@
 namespace patrol {
 namespace {
 
-// What one message may hold; a pipe takes that much in a few pieces at most.
+// What one message may hold.
 using EventLine = Text<5120>;
 
 }  // namespace
@@ -31,6 +31,7 @@ int event(const char* format, ...) {
 }
 
 int SendEvent(std::string_view text) {
+    // The pipe is opened for each message: the agent may have made it anew in between.
     const char* path = std::getenv("KVX_PIPE");
     if (path == nullptr) path = "/var/opt/ZQWNkvx/kvxpipe";
     if (access(path, W_OK) != 0) return -1;

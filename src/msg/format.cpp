@@ -5,6 +5,7 @@
 namespace patrol {
 namespace {
 
+// A width from outside is not to fill the memory with blanks.
 constexpr size_t kMaxField = 4096;
 constexpr std::string_view kLetters = "diuoxXcs";
 
@@ -20,6 +21,7 @@ struct Conversion {
     size_t length = 0;  // characters from the "%" to the letter, both included
 };
 
+// Reads digits from `*at` on, held within kMaxField.
 size_t TakeNumber(std::string_view text, size_t* at) {
     size_t number = 0;
     while (*at < text.size() && text[*at] >= '0' && text[*at] <= '9') {

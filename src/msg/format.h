@@ -30,7 +30,7 @@ class FormatArg {
     bool is_text() const { return is_text_; }
     std::string_view text() const { return text_; }
     int64_t number() const { return number_; }
-    // The number without sign, at the width of its type: -1 as int is 0xffffffff.
+    // Returns the number without sign, at the width of its type: -1 as int is 0xffffffff.
     uint64_t bits() const;
 
  private:

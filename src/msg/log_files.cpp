@@ -44,6 +44,7 @@ std::string GenerationPath(const char* stream, int generation) {
     return std::string(trc_name) + "/" + stream + std::to_string(generation) + ".log";
 }
 
+// Both tell the agent, and return -1.
 int FailedCall(const char* call, int error) {
     event("E3895:System call error <<%s>>, errno:<<%d>>\n", call, error);
     return -1;
@@ -131,6 +132,7 @@ int ptl_output_logfile(const char* stream, const LogLine& line) {
 
 int ptl_flush_buff(const char* stream, LogBuffer* buffer) {
     if (buffer->empty()) return 0;
+    // A gap ends the row of files; those behind it are left alone.
     int generations = 0;
     int64_t newest_size = 0;
     struct stat status = {};

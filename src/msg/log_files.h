@@ -1,10 +1,11 @@
 // The buffered log streams "pat_log", "pat_trc" and "pat_dbg" and their files.
 //
-// A stream collects lines in 4096 bytes and appends them to "<log directory>/<stream>0.log" when
-// the next line would not fit, at every line of a debug run, and at the end of the program. A file
-// that would pass 512 KiB rotates, up to generation 3. Two losses at a rotation are required and
-// not to be repaired: the lines being flushed are dropped, and where all four generations exist the
-// flush only removes the oldest, so that the next one drops its lines too.
+// A stream collects lines in 4096 bytes, so that a pass costs a few writes, and appends them to
+// "<log directory>/<stream>0.log" when the next line would not fit, at every line of a debug run,
+// and at the end of the program. A file that would pass 512 KiB rotates, up to generation 3. Two
+// losses at a rotation are required and not to be repaired: the lines being flushed are dropped,
+// and where all four generations exist the flush only removes the oldest, so that the next one
+// drops its lines too.
 //
 // Errors go to the event pipe alone: a message would come back here.
 #pragma once
@@ -27,11 +28,11 @@ struct LogLine {
 };
 
 // Adds one line to a stream. A line estimated above 4095 characters leaves three characters and no
-// line feed in the file; readers of the log know this mark. 0, or -1 for an unknown stream.
+// line feed in the file; readers of the log know this mark. Returns 0, or -1 for an unknown stream.
 int ptl_output_logfile(const char* stream, const LogLine& line);
 
 // Writes `buffer` to the newest file of `stream`, rotating before that where needed, and empties
-// it. 0, or -1 when a file operation failed: the buffer then keeps what was not written.
+// it. Returns 0, or -1 when a file operation failed: the buffer then keeps what was not written.
 int ptl_flush_buff(const char* stream, LogBuffer* buffer);
 
 // Flushes the three streams, log first.
@@ -41,8 +42,8 @@ void FlushLogBuffers();
 void ClearLogBuffers();
 
 // Copies the newest two files of the log and the trace-detail log to "pat_loge", "pat_logb",
-// "pat_trce" and "pat_trcb" (".log"), exactly. A missing source is passed over. 0, or -1 at the
-// first copy that fails.
+// "pat_trce" and "pat_trcb" (".log"), exactly, so that the next rotation cannot lose what led to a
+// failed run. A missing source is passed over. Returns 0, or -1 at the first copy that fails.
 int ptl_log_backup();
 
 // Copies lines between streams: from the first that begins with `start` (null: from the first of

@@ -1,4 +1,4 @@
-// The orderly end, the only way the program ends.
+// The orderly end, the only way the program ends. It stands beside the log buffers that it flushes.
 #pragma once
 
 namespace patrol {

@@ -1,4 +1,4 @@
-// The one message call.
+// The one message call: what the program has to say to a log, the system log or the agent.
 #pragma once
 
 #include <string_view>
@@ -47,7 +47,8 @@ int ptl_printf(unsigned flags, const RecordHeader* header, const char* number_or
     return PrintMessage(flags, header, number_or_format, list, sizeof...(arguments));
 }
 
-// Local time as "yy/mm/dd HH:MM:SS mmm.uuu". Returns the length of the last part.
+// Stores local time as "yy/mm/dd HH:MM:SS mmm.uuu", milliseconds and microseconds at the end.
+// Returns the length of these two.
 int make_time_stamp(char* buffer, size_t size);
 
 }  // namespace patrol

@@ -30,7 +30,7 @@ bool OpenEntry(FileEntry* entry, const char* mode) {
 
 bool CloseEntry(FileEntry* entry) {
     if (entry->stream == nullptr) {
-        // Failed to close before: the stream is gone, only the mark was left.
+        // It failed to close before: the stream is gone, only the mark was left.
         entry->open = 0;
         return true;
     }
@@ -48,6 +48,7 @@ bool CloseEntry(FileEntry* entry) {
     return false;
 }
 
+// Not isalpha: the compare is about ASCII, whatever the locale.
 bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
 char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
@@ -79,6 +80,7 @@ int ptl_fseek(int index, long offset, int whence) {
     CallFailure failure("fseek", errno);
     failure.file = entry->path;
     ReportCallFailure(failure);
+    // What is reported is where the seek was to count from, not how far it was to go.
     long position = 0;
     if (whence == SEEK_CUR) position = std::ftell(entry->stream);
     if (whence == SEEK_END) position = -1;

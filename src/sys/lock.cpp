@@ -16,9 +16,11 @@ constexpr suseconds_t kRepeatMicroseconds = 100000;
 
 Descriptor lock_fd;
 
+// A handler is all it takes for the alarm to interrupt the wait.
 void lock_timeout(int) {}
 
 bool OpenLockFile(const char* path) {
+    // The lock held before is given up even where this one cannot be had.
     lock_fd.Reset(-1);
     lock_fd.Reset(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666));
     return lock_fd.ok();

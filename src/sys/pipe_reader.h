@@ -5,7 +5,8 @@
 
 namespace patrol {
 
-// Reads ahead from a pipe that it does not own.
+// Reads ahead from a pipe that it does not own: records are taken in small parts, and a call to the
+// system for each part would cost more than the work on it.
 class PipeReader {
  public:
     explicit PipeReader(int fd) : fd_(fd) {}

@@ -71,7 +71,8 @@ bool ProfileWriter::Save() {
     // Before a single write, what must be kept is the very file that stands there.
     if (writes_ == 1 && LinkAs(path_, old_path)) return fresh.Commit();
     FileReplacement kept(old_path.c_str());
-    // Where there is no room for what stood there before the last write, the file as it is will do.
+    // Where there is no room for what stood there before the last write, the file as it is will do:
+    // a backup that is a little older is better than one that is half written.
     if (!kept.Write(before)) LinkAs(path_, old_path);
     if (!fresh.Commit()) return false;
     kept.Commit();

@@ -10,7 +10,8 @@ namespace {
 
 constexpr size_t kMaxName = 4095;
 
-// `status` stays cleared where there is no such file yet.
+// Whether a file may take the place of what stands at `path`: a regular file, described in
+// `*status`, or nothing yet, which leaves it cleared.
 bool Replaceable(const char* path, struct stat* status) {
     if (stat(path, status) != 0) return errno == ENOENT;
     if (!S_ISREG(status->st_mode)) {

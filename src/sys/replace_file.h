@@ -9,7 +9,8 @@
 
 namespace patrol {
 
-// Writes "<path>.new" and renames it to `path` at the end. Whatever fails, `path` keeps what it
+// Writes "<path>.new" and renames it to `path` at the end, so that a full disk, a kill or a failed
+// call never leaves half a file under the name that is read. Whatever fails, `path` keeps what it
 // held and "<path>.new" is removed. Names are cut at 4095 characters.
 class FileReplacement {
  public:
@@ -20,7 +21,7 @@ class FileReplacement {
     FileReplacement(const FileReplacement&) = delete;
     FileReplacement& operator=(const FileReplacement&) = delete;
 
-    // The stream to write to; null when the file could not be created.
+    // Returns the stream to write to; null when the file could not be created.
     FILE* stream() const { return stream_.get(); }
 
     // Writes `bytes` as the whole file. False when they did not all reach the system.
@@ -30,6 +31,7 @@ class FileReplacement {
     bool Commit();
 
  private:
+    // Closes the stream, which is when the last bytes reach the system. Whether all is well so far.
     bool Finish();
 
     std::string path_;
@@ -39,7 +41,7 @@ class FileReplacement {
     bool finished_ = false;
 };
 
-// "<path><suffix>" cut at 4095 characters.
+// Returns "<path><suffix>" cut at 4095 characters.
 std::string SideName(const char* path, const char* suffix);
 
 }  // namespace patrol

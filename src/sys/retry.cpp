@@ -26,7 +26,7 @@ void FilePause() { RetryPause(kFilePauseDivisor); }
 void ProcessPause() { RetryPause(kProcessPauseDivisor); }
 void NoPause() {}
 
-// rand() as the unsigned number that the pauses multiply.
+// Returns rand() as the unsigned number that the pauses multiply, which is meant to wrap.
 uint32_t Random() {
     // NOLINTNEXTLINE(cert-msc51-cpp): any number will do
     std::srand(static_cast<unsigned>(std::time(nullptr)));
@@ -40,16 +40,18 @@ void AllocationPause() {
     BlockingCall([pause] { usleep(pause); });
 }
 
+// Whether a failure is traced: always, unless the attempts were used up, never.
 enum Silence { kSpeaks, kSilentWhenSpent, kSilent };
 
 struct Rule {
     const char* name;
-    bool (*again)(int error);
+    bool (*again)(int error);  // whether an error is worth another attempt
     void (*pause)();
     Silence silence = kSpeaks;
 };
 
-// Calls until `failed` is false for the result. What a failure returns is `failure`.
+// Calls until `failed` is false for the result, `tries` times at most. Returns the result, or
+// `failure`.
 template <class Result, class Call, class Failed>
 Result Retry(const Rule& rule, int tries, Result failure, Call call, Failed failed) {
     int error = 0;

@@ -2,8 +2,11 @@
 //
 // All take the arguments of the call and then how many attempts they may make; below 1 they fail
 // without a call. Each retry and each final failure leaves a line "[for parts], RETRY NAME()" or
-// "[for parts], ERROR  END NAME()" in the trace, except where noted. errno is that of
-// the last call, 0 without one.
+// "[for parts], ERROR  END NAME()" in the trace, except where noted. errno is that of the last
+// call, 0 without one.
+//
+// Which errors are worth another attempt, and what counts as a failure, differs from call to call;
+// readers of the trace know the differences, so they stay.
 #pragma once
 
 #include <sys/stat.h>
@@ -14,18 +17,18 @@
 
 namespace patrol {
 
-// Retried on EINTR and EAGAIN; -1 on failure.
+// Retried on EINTR and EAGAIN. Return what the call returns, -1 on failure.
 int ropen(const char* path, int flags, int tries);
 int recreat(const char* path, mode_t mode,
             int tries);  // says nothing when the attempts are used up
 ssize_t rread(int fd, void* buffer, size_t length, int tries);
 ssize_t rwrite(int fd, const void* buffer, size_t length, int tries);
 
-// Retried on EINTR; -1 on failure. restat never says that it failed.
+// Retried on EINTR. Return 0, or -1 on failure; restat never says that it failed.
 int restat(const char* path, struct stat* status, int tries);
 int refstat(int fd, struct stat* status, int tries);
 
-// Retried on EAGAIN; null on failure. The pause of recalloc is longer, below a second.
+// Retried on EAGAIN. Return null on failure. The pause of recalloc is longer, below a second.
 void* recalloc(size_t count, size_t size, int tries);
 void* rrealloc(void* pointer, size_t size, int tries);
 
@@ -36,19 +39,20 @@ void* rmmap(void* address, size_t length, int protection, int flags, int fd, off
             int tries);
 int rmunmap(void* address, size_t length, int tries);
 
-// fork, retried after any failure.
+// fork, retried after any failure, because a full process table empties again.
 pid_t rfork(int tries);
 
-// execv, retried on EINTR alone; -1 when it could not execute.
+// execv, retried on EINTR alone. Returns -1 when the program could not be executed.
 int rexecv(const char* path, char* const* arguments, int tries);
 
-// Waits for the end of `child`, retried when a signal ends the wait; its pid, or -1.
+// Waits for the end of `child`, again when a signal ends the wait. Returns its pid, or -1.
 pid_t rwait(pid_t child, int* status, int tries);
 
-// Installs a handler, retried on EINTR; 0 or -1.
+// Installs a handler, retried on EINTR. Returns 0 or -1.
 int rsignal(int signal, void (*handler)(int), int tries);
 
-// The pause before a retry: at most a microsecond.
+// Pauses before a retry, at most a microsecond: a random number divided by `divisor`. The two
+// divisors are those of the file calls and of the process calls.
 inline constexpr int32_t kFilePauseDivisor = 2147483646;
 inline constexpr int32_t kProcessPauseDivisor = 2147483647;
 void RetryPause(int32_t divisor);
