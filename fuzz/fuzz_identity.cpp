@@ -20,13 +20,14 @@ FUZZ_TARGET(identity) {
     record.errmsg.Assign(input.Rest());
 
     MachineIdentity machine;
-    Check(check_config_file() == 0 && get_serial_model(&machine) == 0,
+    SystemEventSettings settings;
+    Check(check_config_file(&settings) == 0 && get_serial_model(&machine) == 0,
           "files that are there can be read");
     for (const Text<100>* text : {&machine.serial_number, &machine.model}) {
         Check(text->size() != 1, "a value has two characters or more", text->c_str());
     }
     const bool known = result == 2 || result == 3 || result == 5 || result == 8;
-    const bool sent = known && event_settings.enable != 0;
+    const bool sent = known && settings.enable != 0;
     for (const Kind& kind : kKinds) {
         for (const char* name : {StartEventName(kind.code), EndEventName(kind.code)}) {
             agent.system_log.clear();

@@ -7,12 +7,12 @@
 #include <cstdint>
 
 #include "base/kinds.h"
+#include "base/local_time.h"
 #include "base/text.h"
 
 namespace patrol {
 
 using PhysicalPath = Text<100>;
-using IsoTime = Text<64>;
 
 // What an on-request diagnosis keeps of a test, for its events and its history line.
 struct PadiagTest {

@@ -7,6 +7,7 @@
 
 #include "base/signals.h"
 #include "msg/trace.h"
+#include "report/error_messages.h"
 #include "sys/child.h"
 #include "sys/retry.h"
 

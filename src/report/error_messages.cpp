@@ -1,11 +1,10 @@
-// The numbered error texts of the parts reports and the command runner.
+#include "report/error_messages.h"
 
 #include <cstring>
 #include <string>
 
 #include "msg/event.h"
 #include "msg/trace.h"
-#include "report/command_runner.h"
 
 namespace patrol {
 namespace {
@@ -59,6 +58,7 @@ constexpr ErrorText kErrorTexts[] = {
     {kEndOfTable, "", false, 0, ""},
 };
 
+// Returns the row of `code`, or that of an internal contradiction.
 const ErrorText& FindError(int code) {
     const ErrorText* internal = nullptr;
     for (const ErrorText& row : kErrorTexts) {

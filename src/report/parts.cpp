@@ -14,8 +14,10 @@
 
 #include "base/file.h"
 #include "base/kinds.h"
+#include "base/local_time.h"
 #include "msg/trace.h"
 #include "report/command_runner.h"
+#include "report/error_messages.h"
 #include "sys/retry.h"
 
 namespace patrol {
@@ -61,8 +63,7 @@ Block ComposeReport(const FaultRecord& record, int run_mode) {
     if (text == nullptr) return text;
 
     const std::time_t now = std::time(nullptr);
-    std::tm local = {};
-    localtime_r(&now, &local);
+    const std::tm local = LocalTime(now);
     char time_line[64];
     std::strftime(time_line, sizeof time_line, "TIME=%Y-%m-%dT%H:%M:%S", &local);
     Text<40> location = record.location;
@@ -199,14 +200,11 @@ int remove_char(char* text, char unwanted) {
 }
 
 Text<64> date_tm_tz(std::time_t now) {
-    std::tm local = {};
-    localtime_r(&now, &local);
-    const long minutes = std::labs(local.tm_gmtoff) / 60;
-    Text<64> stamp;
-    stamp.Format("TIME=%4d-%02d-%02dT%02d:%02d:%02d%c%02d:%02d", local.tm_year + 1900,
-                 local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-                 local.tm_gmtoff < 0 ? '-' : '+', static_cast<int>(minutes / 60),
-                 static_cast<int>(minutes % 60));
+    constexpr long kSecondsAMinute = 60;
+    const std::tm local = LocalTime(now);
+    const long minutes = std::labs(local.tm_gmtoff) / kSecondsAMinute;
+    Text<64> stamp("TIME=");
+    stamp.Append(ZonedTime(local, local.tm_gmtoff < 0, static_cast<int>(minutes)).view());
     return stamp;
 }
 

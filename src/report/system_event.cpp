@@ -47,7 +47,7 @@ constexpr EventRow kEvents[] = {
     {kKindHdd, false, "padiaghddtest", kHddTest, "disk", "1064", "1065"},
 };
 
-// Filled when the message is sent.
+// The end of every body. It is filled when the message is sent.
 constexpr char kTail[] = "(model:\"%s\" serial:\"%s\" %s";
 
 const EventRow* FindEvent(const char* name) {
@@ -64,45 +64,45 @@ const char* EventName(int test_kind, bool starts) {
     return nullptr;
 }
 
-// The layout of the option text.
+// The layouts of the option text, as the trace numbers them. Those with progress have numbers above
+// by kWithProgress.
+enum : int { kStarted = 0, kCompleted = 1, kFailed = 2 };
+constexpr int kWithProgress = 2;
+
 int OptionFormat(const EventRow& row, int state, const EventRecord& record) {
-    if (row.starts) return 0;
+    if (row.starts) return kStarted;
     const bool with_progress = row.kind == kHddTest && record.level == kProgressLevel;
-    return (state == 0 ? 1 : 2) + (with_progress ? 2 : 0);
+    return (state == 0 ? kCompleted : kFailed) + (with_progress ? kWithProgress : 0);
 }
 
-void FormatOption(EventText* option, int format, const char* component, const EventRecord& record) {
-    const char* start = record.start_time.c_str();
-    const char* end = record.end_time.c_str();
-    const auto from = static_cast<unsigned long long>(record.start_lba);
-    const auto to = static_cast<unsigned long long>(record.end_lba);
-    switch (format) {
-        case 0:
-            option->Format("component:\"%s\" start_time:\"%s\")", component, start);
-            break;
-        case 1:
-            option->Format("component:\"%s\" pass:\"%d\" start_time:\"%s\" end_time:\"%s\")",
-                           component, record.pass, start, end);
-            break;
-        case 2:
-            option->Format(
-                "component:\"%s\" pass:\"%d\" errmsg:\"%s\" start_time:\"%s\" end_time:\"%s\")",
-                component, record.pass, record.errmsg.c_str(), start, end);
-            break;
-        case 3:
-            // The addresses are decimal behind their "0x"; receivers read them so.
-            option->Format(
-                "component:\"%s\" pass:\"%d\" progress:\"%d%%\" start_lba:\"0x%016llu\" "
-                "end_lba:\"0x%016llu\" start_time:\"%s\" end_time:\"%s\")",
-                component, record.pass, record.progress, from, to, start, end);
-            break;
-        default:
-            option->Format(
-                "component:\"%s\" pass:\"%d\" progress:\"%d%%\" start_lba:\"0x%016llu\" "
-                "end_lba:\"0x%016llu\" errmsg:\"%s\" start_time:\"%s\" end_time:\"%s\")",
-                component, record.pass, record.progress, from, to, record.errmsg.c_str(), start,
-                end);
+// One item of the option text and the blank or bracket behind it.
+std::string Item(const char* name, std::string_view value, char behind = ' ') {
+    return std::string(name) + ":\"" + std::string(value) + "\"" + behind;
+}
+
+// Decimal behind its "0x"; receivers read it so.
+std::string BlockAddress(uint64_t address) {
+    Text<32> text;
+    text.Format("0x%016llu", static_cast<unsigned long long>(address));
+    return text.c_str();
+}
+
+// The option text: its items always come in this order, and the layout says which of them do.
+std::string OptionText(int format, const char* component, const EventRecord& record) {
+    const bool ended = format != kStarted;
+    const bool with_progress = format > kFailed;
+    const bool failed = (with_progress ? format - kWithProgress : format) == kFailed;
+    std::string text = Item("component", component);
+    if (ended) text += Item("pass", std::to_string(record.pass));
+    if (with_progress) {
+        text += Item("progress", std::to_string(record.progress) + "%");
+        text += Item("start_lba", BlockAddress(record.start_lba));
+        text += Item("end_lba", BlockAddress(record.end_lba));
     }
+    if (failed) text += Item("errmsg", record.errmsg.view());
+    text += Item("start_time", record.start_time.view(), ended ? ' ' : ')');
+    if (ended) text += Item("end_time", record.end_time.view(), ')');
+    return text;
 }
 
 }  // namespace
@@ -153,7 +153,7 @@ void make_eventlog_msg(EventText* body, EventText* option, int kind, int state,
         const int format = OptionFormat(row, state, record);
         body->Format("%s:%s diagnostics %s.%s", id, row.component_word,
                      row.starts ? "started" : verb, kTail);
-        FormatOption(option, format, component, record);
+        option->Assign(OptionText(format, component, record));
         Ptltrprintf("[%s] diag = [%s]\n", __func__, row.component_word);
         Ptltrprintf("[%s] msg_id = [%s]\n", __func__, id);
         Ptltrprintf("[%s] msg_format = (%d)\n", __func__, format);
@@ -165,8 +165,9 @@ void make_eventlog_msg(EventText* body, EventText* option, int kind, int state,
 int kvx_sdb_msg(const char* body, const char* option) {
     constexpr size_t kMaxMessage = 2047;
     if (body == nullptr || body[0] == '\0') return -1;
-    check_config_file();
-    if (event_settings.enable == 0) return -2;
+    SystemEventSettings settings;
+    check_config_file(&settings);
+    if (settings.enable == 0) return -2;
     MachineIdentity machine;
     get_serial_model(&machine);
     char host[257] = "";
@@ -177,7 +178,7 @@ int kvx_sdb_msg(const char* body, const char* option) {
     const FormatArg arguments[] = {machine.model, serial, option};
     std::string message = FormatMessage(body, arguments, std::size(arguments));
     message.resize(std::min(message.size(), kMaxMessage));
-    const int local = event_settings.facility;
+    const int local = settings.facility;
     const int facility = local >= 0 && local <= 7 ? LOG_LOCAL0 + (local << 3) : LOG_LOCAL0;
     BlockingCall([&] { syslog(LOG_NOTICE | facility, "SDB::ZQWNkvx:%s\n", message.c_str()); });
     return 0;

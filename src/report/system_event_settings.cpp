@@ -1,5 +1,3 @@
-// Settings for the system events, and their times.
-
 #include "report/system_event_settings.h"
 
 #include <cstdio>
@@ -9,21 +7,18 @@
 
 #include "base/file.h"
 #include "base/number.h"
-#include "report/system_event.h"
+#include "base/text.h"
 
 namespace patrol {
-
-SystemEventSettings event_settings;
-
 namespace {
 
-constexpr int kLineSize = 99;
+constexpr int kLineSize = 99;  // longer lines count as several
 
-// Takes "key=N" or "key = N" at the start of `line`.
+// Takes "key=N" or "key = N" at the start of `line`. Not a profile: those have no blank before the
+// "=".
 void TakeNumber(const char* line, const char* key, int* value) {
-    const size_t length = std::strlen(key);
-    if (std::strncmp(line, key, length) != 0) return;
-    const char* at = line + length;
+    if (!StartsWith(line, key)) return;
+    const char* at = line + std::strlen(key);
     at += std::strspn(at, " \t");
     if (*at != '=') return;
     char* end = nullptr;
@@ -33,8 +28,8 @@ void TakeNumber(const char* line, const char* key, int* value) {
 
 }  // namespace
 
-int check_config_file() {
-    event_settings = SystemEventSettings();
+int check_config_file(SystemEventSettings* settings) {
+    *settings = SystemEventSettings();
     const char* directory = std::getenv("KVX_config");
     if (directory == nullptr) return -1;
     const Stream file = OpenForReading((std::string(directory) + "/common.ini").c_str());
@@ -42,37 +37,12 @@ int check_config_file() {
     char line[kLineSize];
     bool inside = false;
     while (std::fgets(line, sizeof line, file.get()) != nullptr) {
-        if (line[0] == '[') inside = std::strncmp(line, "[sdb]", 5) == 0;
+        if (line[0] == '[') inside = StartsWith(line, "[sdb]");
         if (!inside) continue;
-        TakeNumber(line, "enable", &event_settings.enable);
-        TakeNumber(line, "facility", &event_settings.facility);
+        TakeNumber(line, "enable", &settings->enable);
+        TakeNumber(line, "facility", &settings->facility);
     }
     return 0;
-}
-
-void date2iso8601(std::time_t time, IsoTime* text) {
-    std::tm local = {};
-    localtime_r(&time, &local);
-    const int offset = get_timezone_offset();
-    const int magnitude = std::abs(offset);
-    text->Format("%04d-%02d-%02dT%02d:%02d:%02d%c%02d:%02d", local.tm_year + 1900, local.tm_mon + 1,
-                 local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, offset <= 0 ? '+' : '-',
-                 magnitude / 60, magnitude % 60);
-}
-
-int get_timezone_offset() {
-    constexpr int kHours = 24;
-    constexpr int kMinutes = 60;
-    const std::time_t now = std::time(nullptr);
-    std::tm utc = {};
-    std::tm local = {};
-    gmtime_r(&now, &utc);
-    localtime_r(&now, &local);
-    // Across New Year one of the days belongs to the year before.
-    if (utc.tm_year < local.tm_year) utc.tm_yday = -1;
-    if (utc.tm_year > local.tm_year) local.tm_yday = -1;
-    return utc.tm_min - local.tm_min + (utc.tm_yday * kHours + utc.tm_hour) * kMinutes -
-           (local.tm_yday * kHours + local.tm_hour) * kMinutes;
 }
 
 }  // namespace patrol

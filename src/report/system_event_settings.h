@@ -1,4 +1,5 @@
-// What the last check_config_file has found.
+// The settings for events to the system log: the section [sdb] of "common.ini" in the directory
+// named by "KVX_config".
 #pragma once
 
 namespace patrol {
@@ -8,6 +9,8 @@ struct SystemEventSettings {
     int facility = 0;  // of LOG_LOCAL0 to LOG_LOCAL7
 };
 
-extern SystemEventSettings event_settings;
+// Reads the settings; both are 0 where the file does not set them. Returns 0, or -1 when
+// "KVX_config" is unset or the file cannot be opened.
+int check_config_file(SystemEventSettings* settings);
 
 }  // namespace patrol

@@ -1,6 +1,7 @@
 #include "report/command_runner.h"
 
 #include "../support.h"
+#include "report/error_messages.h"
 
 namespace patrol_test {
 namespace {

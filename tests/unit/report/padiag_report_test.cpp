@@ -6,6 +6,7 @@
 #include "../support.h"
 #include "base/clocks.h"
 #include "base/kinds.h"
+#include "base/local_time.h"
 #include "base/settings.h"
 #include "report/history.h"
 #include "report/system_event.h"
@@ -48,15 +49,15 @@ TEST_F(PadiagReportTest, SwitchAndFacilityAreReadInTheirSectionAlone) {
     };
     for (const auto& [text, enable, facility] : files) {
         agent_.Write("config/common.ini", text);
-        EXPECT_EQ(check_config_file(), 0);
-        EXPECT_EQ(event_settings.enable, enable) << text;
-        EXPECT_EQ(event_settings.facility, facility) << text;
+        SystemEventSettings settings;
+        EXPECT_EQ(check_config_file(&settings), 0);
+        EXPECT_EQ(settings.enable, enable) << text;
+        EXPECT_EQ(settings.facility, facility) << text;
     }
-    agent_.Write("config/common.ini", "[sdb]\nenable=1\n");
-    check_config_file();
     agent_.Remove("config/common.ini");
-    EXPECT_EQ(check_config_file(), -1);
-    EXPECT_EQ(event_settings.enable, 0) << "the settings before are forgotten";
+    SystemEventSettings before = {1, 1};
+    EXPECT_EQ(check_config_file(&before), -1);
+    EXPECT_EQ(before.enable, 0) << "the settings before are forgotten";
 }
 
 TEST_F(PadiagReportTest, HistoryLinesCountWhatTheTestReported) {
