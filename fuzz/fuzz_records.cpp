@@ -11,7 +11,7 @@
 #include "base/file.h"
 #include "base/signals.h"
 #include "control/patrol_wait.h"
-#include "control/pipe_data.h"
+#include "report/record_stream.h"
 #include "report/records.h"
 #include "support.h"
 #include "sys/child.h"

@@ -16,16 +16,12 @@ void CommandLineBuilder::AddDevice(const char* device) {
 
 void CommandLineBuilder::AddDevice(const ProfileReader& from, const char* section,
                                    const char* default_value) {
-    Text<513> device;
-    from.String(section, "dev", default_value, &device);
-    AddDevice(device.c_str());
+    AddDevice(from.Value<512>(section, "dev", default_value).c_str());
 }
 
 void CommandLineBuilder::AddText(const char* option, const ProfileReader& from, const char* section,
                                  const char* key, const char* default_value) {
-    Text<513> value;
-    from.String(section, key, default_value, &value);
-    AddText(option, value.c_str());
+    AddText(option, from.Value<512>(section, key, default_value).c_str());
 }
 
 void CommandLineBuilder::AddText(const char* option, const char* text) {

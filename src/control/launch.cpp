@@ -197,7 +197,7 @@ bool BeginDisks(const char* caller, const ScheduleFile& schedule) {
 RunningTest* NextDisk(const ScheduleFile& schedule, int number) {
     RunningTest* disk = &hdd_exec_tbl[hdd_exec_use];
     *disk = RunningTest();
-    disk->device_name.Assign(schedule.Device<513>(number).view());
+    disk->device_name.Assign(schedule.Device<512>(number).view());
     disk->schedule_index = number;
     return disk;
 }

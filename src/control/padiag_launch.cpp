@@ -130,7 +130,7 @@ TestCommand HddCommand(const ScheduleFile& schedule, const ProfileReader& parame
         line.AddNumber("-wide", parameters, level.section, "wide", 204800);
         line.AddNumber("-count", parameters, level.section, "count", 1000);
     } else {
-        line.AddText("-lba", schedule.Address<513>(disk.schedule_index).c_str());
+        line.AddText("-lba", schedule.Address<512>(disk.schedule_index).c_str());
     }
     line.AddText("-sc", parameters, level.section, "sc", "0x80");
     if (schedule.IsIde(disk.schedule_index)) line.AddWord("-ide");
@@ -173,7 +173,7 @@ bool StartSingle(RunningTest* test, const TestCommand& command, int path_kind) {
 // At level 3 a disk goes on where it was left: notes that place and how far it is.
 void NoteStart(const ScheduleFile& schedule, RunningTest* disk) {
     PadiagTest& padiag = disk->padiag;
-    const Text<65> address = schedule.Address<65>(disk->schedule_index);
+    const Text<65> address = schedule.Address<64>(disk->schedule_index);
     padiag.start_lba = std::strtoull(address.c_str(), nullptr, 0);
     if (padiag.start_lba == 0) return;
     const DiskProgress progress(lba_path.c_str());

@@ -7,13 +7,14 @@
 #include "base/text.h"
 #include "msg/trace.h"
 #include "report/parts.h"
+#include "report/record_stream.h"
 #include "report/records.h"
+#include "report/status_record.h"
 
 namespace patrol {
 namespace {
 
 constexpr size_t kLineSize = 512;
-constexpr size_t kDetailAt = 21;  // of the result block in a status text
 constexpr char kClosing[] = "=====";
 
 // A status text with zero bytes behind it, as the parsers want it.
@@ -88,7 +89,8 @@ class OutputReader {
                 break;
             case kEndNg:
                 Ptltrprintf("[%s] %s Padiag Error End\n", caller_, kind_name_);
-                ReportFault();
+                ReportFault(caller_, *test_, kRunPadiag, text_.bytes, text_.size,
+                            ResultText(text_.bytes));
                 break;
             case kEndSkip:
                 Ptltrprintf("[%s] %s Padiag Skipped\n", caller_, kind_name_);
@@ -98,14 +100,6 @@ class OutputReader {
                 break;
             default:
                 Ptltrprintf("[%s] %s Padiag End\n", caller_, kind_name_);
-        }
-    }
-
-    void ReportFault() {
-        set_parts_errinf(&errlog_inf, text_.bytes, text_.size);
-        errlog_inf.detail.Assign(text_.bytes + std::min(std::strlen(text_.bytes), kDetailAt));
-        if (patrol_parts_proc(errlog_inf, kRunPadiag, test_->device_name.c_str()) != 0) {
-            Ptltrprintf("[%s] parts_proc err !!", caller_);
         }
     }
 

@@ -70,7 +70,7 @@ TestCommand HddCommand(const ScheduleFile& schedule, const ProfileReader& parame
     line.AddNumber("-lv", parameters, kHddParameters, "lv", 0);
     line.AddText("-tp", parameters, kHddParameters, "tp", "sector");
     AddLogItems(&line, parameters, kHddParameters);
-    line.AddText("-lba", schedule.Address<513>(disk.schedule_index).c_str());
+    line.AddText("-lba", schedule.Address<512>(disk.schedule_index).c_str());
     line.AddText("-sc", schedule.profile(), section.c_str(), "sc", "0x40");
     line.AddNumber("-retry", parameters, kHddParameters, "retry", 0);
     // The test program takes the word with either sign; which one it gets tells the modes apart.

@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "base/clocks.h"
 #include "base/disk_table.h"
@@ -19,22 +17,19 @@
 #include "msg/trace.h"
 #include "report/history.h"
 #include "report/parts.h"
+#include "report/record_stream.h"
+#include "report/status_record.h"
 #include "state/schedule_file.h"
 #include "sys/child.h"
 #include "sys/deferred_writes.h"
-#include "sys/pipe_reader.h"
-#include "sys/profile.h"
 
 namespace patrol {
 namespace {
 
 constexpr char kName[] = "wait_for_testdata";
-constexpr size_t kLengthAt = 7;  // of the body length in a record prefix
-constexpr int kLongBody = 119;   // bodies above it are worth a trace line
+constexpr int kLongBody = 119;  // bodies above it are worth a trace line
 constexpr uint32_t kAddressStep = 64;
 constexpr int kAddressDigits = 8;
-// A body announced above this is refused like one that memory has no room for.
-constexpr int kMaxBody = 1 << 20;
 
 // How handling one record ended.
 enum class Next { kRecord, kSuccess, kFailure };
@@ -49,12 +44,6 @@ int StopWithError(const RunningTest& test) {
     return ErrorEnd();
 }
 
-// The body of a record and zero bytes behind it.
-struct Body {
-    std::unique_ptr<char, decltype(&std::free)> bytes{nullptr, std::free};
-    size_t size = 0;
-};
-
 // SIGALRM interrupts the wait it rings in and does nothing else.
 void tp_timeout(int signal) { NoteSignal(signal); }
 
@@ -68,14 +57,10 @@ bool WaitForEnd(int seconds) {
     return WaitForChild(-1, &status, 0) > 0;
 }
 
-// Fills the fault record from the whole status record and hands it to the agent.
-void ReportFault(const RunningTest& test, int mode, const Body& body) {
-    set_parts_errinf(&errlog_inf, body.bytes.get(), body.size);
-    const char* detail = std::strstr(body.bytes.get(), "[[[[");
-    errlog_inf.detail.Assign(detail != nullptr ? detail : "");
-    if (patrol_parts_proc(errlog_inf, mode, test.device_name.c_str()) != 0) {
-        Ptltrprintf("[%s] parts_proc err !!", kName);
-    }
+// The test has found a faulty part; its result block begins with the first heading.
+void ReportFaultIn(const RecordReader& record, const RunningTest& test, int mode) {
+    const char* detail = std::strstr(record.body(), "[[[[");
+    ReportFault(kName, test, mode, record.body(), record.size(), detail != nullptr ? detail : "");
 }
 
 Next EndWith(Next result) {
@@ -83,11 +68,11 @@ Next EndWith(Next result) {
     return result;
 }
 
-Next TakeStatus(RunningTest* test, const TestWait& wait, const Body& body,
+Next TakeStatus(RunningTest* test, const TestWait& wait, RecordReader* record,
                 const RecordContext& context) {
     const char* kind_name = FindKind(test->kind)->name;
     const int end_code =
-        check_testdata_status(body.bytes.get() + kHeaderSize, context, test, wait.mode);
+        check_testdata_status(record->body() + kHeaderSize, context, test, wait.mode);
     if (end_code == -1) {
         StopWithError(*test);
         return Next::kFailure;
@@ -108,7 +93,7 @@ Next TakeStatus(RunningTest* test, const TestWait& wait, const Body& body,
             return EndWith(Next::kFailure);
         case kEndNg:
             Ptltrprintf("[%s] %s Patrol Error End\n", kName, kind_name);
-            ReportFault(*test, wait.mode, body);
+            ReportFaultIn(*record, *test, wait.mode);
             return EndWith(Next::kFailure);
         default:
             Ptltrprintf("[%s] %s Patrol End\n", kName, kind_name);
@@ -116,9 +101,9 @@ Next TakeStatus(RunningTest* test, const TestWait& wait, const Body& body,
     }
 }
 
-Next TakeRecord(RunningTest* test, const TestWait& wait, const Body& body) {
+Next TakeRecord(RunningTest* test, const TestWait& wait, RecordReader* record) {
     RecordContext context;
-    if (check_testdata_head(body.bytes.get(), test->device_name.c_str(), &context) != 0) {
+    if (check_testdata_head(record->body(), test->device_name.c_str(), &context) != 0) {
         StopWithError(*test);
         return Next::kFailure;
     }
@@ -126,7 +111,7 @@ Next TakeRecord(RunningTest* test, const TestWait& wait, const Body& body) {
     if (context.type != kTypeProgress) {
         Ptltrprintf("[%s] Data Research Start(type=%d).\n", kName, static_cast<int>(context.type));
     }
-    const char* text = body.bytes.get() + kHeaderSize;
+    const char* text = record->body() + kHeaderSize;
     switch (context.type) {
         case kTypeLog:
             check_testdata_log(text, context);
@@ -146,7 +131,7 @@ Next TakeRecord(RunningTest* test, const TestWait& wait, const Body& body) {
             return EndWith(result == 0 ? Next::kSuccess : Next::kFailure);
         }
         case kTypeStatus:
-            return TakeStatus(test, wait, body, context);
+            return TakeStatus(test, wait, record, context);
         default:
             Ptltrprintf("[%s] Internal Interface Error. error value= 0x%x.\n", kName, context.type);
             StopWithError(*test);
@@ -194,30 +179,22 @@ int wait_for_testdata(RunningTest* test, const TestWait& wait) {
                     static_cast<unsigned>(test->kind));
         return ErrorEnd();
     }
-    PipeReader pipe(test->read_fd);
+    RecordReader record(test->read_fd);
     Next next = Next::kRecord;
     int length = 0;
     while (next == Next::kRecord) {
-        char prefix[kPrefixSize + 1] = {};
-        if (pipe.Read(prefix, kPrefixSize) != kPrefixSize) return PipeEnded(test, wait, length);
-        if (std::memcmp(prefix, kRecordMagic, std::strlen(kRecordMagic)) != 0) {
+        const RecordReader::Prefix prefix = record.ReadPrefix(&length);
+        if (prefix == RecordReader::Prefix::kNone) return PipeEnded(test, wait, length);
+        if (prefix == RecordReader::Prefix::kStray) {
             Ptltrprintf("[%s] Received data does not begin with ONLPTL. tp=%s\n", kName,
                         kind->name);
             continue;
         }
-        length = ParseInt(prefix + kLengthAt, 0);
         if (length > kLongBody) Ptltrprintf("[%s] data_size=%d\n", kName, length);
-        if (length < 0) return ShortRead(0);
-
-        Body body;
-        body.size = static_cast<size_t>(length);
-        if (length <= kMaxBody) {
-            body.bytes.reset(static_cast<char*>(std::calloc(1, body.size + kRecordSlack)));
-        }
-        if (body.bytes == nullptr) return AllocationFailed(length);
-        const size_t got = pipe.Read(body.bytes.get(), body.size);
-        if (got != body.size) return ShortRead(got);
-        next = TakeRecord(test, wait, body);
+        const RecordReader::Body body = record.ReadBody(length);
+        if (body == RecordReader::Body::kNoMemory) return AllocationFailed(length);
+        if (body == RecordReader::Body::kShort) return ShortRead(record.size());
+        next = TakeRecord(test, wait, &record);
     }
     return next == Next::kSuccess ? 0 : -1;
 }
@@ -241,8 +218,8 @@ int WaitSingle(const char* caller, RunningTest* test, int timeout) {
 // The wait for the disk at `entry` of the table.
 int WaitDisk(const char* caller, const ScheduleFile& schedule, int entry) {
     RunningTest& disk = hdd_exec_tbl[entry];
-    disk.device_name.Assign(schedule.Device<65>(disk.schedule_index).view());
-    const Text<65> address = schedule.Address<65>(disk.schedule_index, kShortFirstAddress);
+    disk.device_name.Assign(schedule.Device<64>(disk.schedule_index).view());
+    const Text<65> address = schedule.Address<64>(disk.schedule_index, kShortFirstAddress);
     Ptltrprintf("[%s] PipeHddRead=0x%x PipeHddWrite=0x%x (%d)\n", caller,
                 static_cast<unsigned>(disk.read_fd), static_cast<unsigned>(disk.write_fd), entry);
     Ptltrprintf("[%s] ProcessIdHdd =%d (%d)\n", caller, disk.pid, entry);

@@ -1,4 +1,4 @@
-// Naming the unit that failed.
+#include "report/fault_record.h"
 
 #include <algorithm>
 #include <cctype>
@@ -8,18 +8,14 @@
 
 #include "base/kinds.h"
 #include "msg/trace.h"
-#include "report/parts.h"
 #include "state/machine.h"
 
 namespace patrol {
-
-FaultRecord errlog_inf;
-
 namespace {
 
 using Compare = int (*)(const char*, const char*, size_t);
 
-// What follows `label` on the first line that begins with it, up to the line feed.
+// Returns what follows `label` on the first line that begins with it, up to the line feed.
 std::optional<std::string> LineText(const std::string& text, const char* label, Compare compare) {
     const size_t label_size = std::strlen(label);
     size_t at = 0;
@@ -39,6 +35,7 @@ std::string Lower(std::string text) {
     return text;
 }
 
+// Processors and memory have no place of their own in the report: it names their partition.
 void LocatePartition(FaultRecord* record) {
     record->fru_name.Assign("Partition");
     record->fru_index.Assign("0");
@@ -57,16 +54,14 @@ void set_parts_errinf(FaultRecord* record, const char* status, size_t length) {
     record->mark.Assign("777");
     const std::string text(status, strnlen(status, length));
     const std::string program = Lower(LineText(text, "PROGRAM : ", strncasecmp).value_or(""));
-    const auto names = [&](const char* name) {
-        return program.compare(0, std::strlen(name), name) == 0;
-    };
-    if (names(FindKind(kKindHdd)->program)) {
+    const auto names = [&](int kind) { return StartsWith(program, FindKind(kind)->program); };
+    if (names(kKindHdd)) {
         record->fru_name.Assign("HDD");
         record->fru_index.Assign("0");
         record->location.Assign("/SCSI" + LineText(text, "DEVICE  : ", std::strncmp).value_or(""));
         OutTracef("set_parts_errinf() checking RAID ended. err->phypath=%s",
                   record->location.c_str());
-    } else if (names(FindKind(kKindCpu)->program) || names(FindKind(kKindMemory)->program)) {
+    } else if (names(kKindCpu) || names(kKindMemory)) {
         LocatePartition(record);
     }
     record->summary.Assign(LineText(text, "ERROR   : ", std::strncmp).value_or(""));

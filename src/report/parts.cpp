@@ -32,6 +32,9 @@ constexpr int kDone = 0;
 constexpr int kGiveUp = 1;
 constexpr int kRunAgain = 4;
 
+// The fault being reported. Too large for the stack.
+FaultRecord errlog_inf;
+
 struct ReportPaths {
     std::string report;
     std::string backup;
@@ -111,6 +114,15 @@ int WriteFailed(int code, const char* path) {
 }
 
 }  // namespace
+
+void ReportFault(const char* caller, const RunningTest& test, int run_mode, const char* status,
+                 size_t size, const char* detail) {
+    set_parts_errinf(&errlog_inf, status, size);
+    errlog_inf.detail.Assign(detail);
+    if (patrol_parts_proc(errlog_inf, run_mode, test.device_name.c_str()) != 0) {
+        Ptltrprintf("[%s] parts_proc err !!", caller);
+    }
+}
 
 int patrol_parts_proc(const FaultRecord& record, int run_mode, const char* device) {
     if (!WriteAndSubmit(record, run_mode, device)) {

@@ -1,4 +1,4 @@
-// The status record: the last word of a test.
+#include "report/status_record.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -6,13 +6,13 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/number.h"
 #include "base/paths.h"
 #include "base/settings.h"
 #include "msg/ptl_printf.h"
 #include "msg/trace.h"
 #include "report/history.h"
 #include "report/record_fields.h"
-#include "report/records.h"
 #include "report/system_event.h"
 #include "state/disk_progress.h"
 #include "state/schedule_file.h"
@@ -20,10 +20,12 @@
 namespace patrol {
 namespace {
 
+// Bits of the flag.
 constexpr uint32_t kFlagNextAddress = 1;
 constexpr uint32_t kFlagResultText = 2;  // brings a next address too
 constexpr uint32_t kFlagFaulty = 4;
 
+// Where the fields of the body stand.
 constexpr size_t kFlagAt = 5;
 constexpr size_t kAddressAt = 10;
 constexpr size_t kTextAt = 21;
@@ -43,29 +45,61 @@ int HistoryResult(int end_code) {
     }
 }
 
-// Reads the next address and writes it into the disk's section. False (traced) when it is no
-// number.
-bool SaveNextAddress(const char* caller, const char* body, int schedule_index, int run_mode,
-                     uint32_t* address) {
-    const Text<11> field = Field<11>(body + kAddressAt);
-    *address = ParseUnsigned(field.c_str(), 0);
+// A status body as it reads, before anything is done about it.
+struct Status {
+    Text<5> code_field;
+    int end_code = 0;
+    Text<5> flag_field;
+    uint32_t flag = 0;
+    Text<11> address_field;
+    uint32_t next_address = 0;
+    int address_error = 0;  // errno of the conversion
+
+    bool Has(uint32_t bits) const { return (flag & bits) != 0; }
+    bool HasText() const { return Has(kFlagResultText); }
+    bool HasAddress() const { return Has(kFlagNextAddress | kFlagResultText); }
+    bool ValidCode() const { return end_code >= kEndOk && end_code <= kEndAbort; }
+    // An address of 0 is one, unless that is what no number came to.
+    bool ValidAddress() const { return next_address != 0 || address_error == 0; }
+
+    // What the caller is told: the flag alone makes a faulty part, an NG that was explained by a
+    // text does not.
+    int CodeForCaller() const {
+        if (Has(kFlagFaulty)) return kEndNg;
+        return end_code == kEndNg && HasText() ? int{kEndOk} : end_code;
+    }
+};
+
+Status ParseStatus(const char* body) {
+    Status status;
+    status.code_field = Field<4>(body);
+    status.end_code = ParseInt(status.code_field.c_str(), 0);
+    status.flag_field = Field<4>(body + kFlagAt);
+    status.flag = ParseUnsigned(status.flag_field.c_str(), 0);
+    status.address_field = Field<10>(body + kAddressAt);
+    status.next_address = ParseUnsigned(status.address_field.c_str(), 0);
     char* end = nullptr;
     errno = 0;
-    std::strtoull(field.c_str(), &end, 0);
-    const int error = end == field.c_str() ? EINVAL : errno;
-    if (*address == 0 && error != 0) {
+    std::strtoull(status.address_field.c_str(), &end, 0);
+    status.address_error = end == status.address_field.c_str() ? EINVAL : errno;
+    return status;
+}
+
+// Has the disk's next test start where this one says. False (traced) when that is no number.
+bool SaveNextAddress(const char* caller, const Status& status, int schedule_index, int run_mode) {
+    if (!status.ValidAddress()) {
         Ptltrprintf("[%s] External Interface Error. data= %s , error value= 0x%x.\n", caller,
-                    "next address", static_cast<unsigned>(error));
+                    "next address", static_cast<unsigned>(status.address_error));
         return false;
     }
-    Ptltrprintf("[%s] tmp_buf=%s ,next_lba= 0x%08x\n", caller, field.c_str(), *address);
-
+    Ptltrprintf("[%s] tmp_buf=%s ,next_lba= 0x%08x\n", caller, status.address_field.c_str(),
+                status.next_address);
     const Path& schedule = run_mode == kRunPadiag ? sche_path2 : sche_path;
-    SaveDiskAddress(schedule.c_str(), schedule_index, *address, kAddressDigits);
+    SaveDiskAddress(schedule.c_str(), schedule_index, status.next_address, kAddressDigits);
     return true;
 }
 
-// The event that ends a padiag test, filled with what is known of the test.
+// Returns the event that ends a padiag test, filled with what is known of the test.
 EventRecord EndRecord(const char* caller, const RunningTest& test) {
     EventRecord record;
     if (FindKind(test.kind) == nullptr) {
@@ -85,7 +119,7 @@ EventRecord EndRecord(const char* caller, const RunningTest& test) {
     return record;
 }
 
-// How far the device has come at level 3, where the test programs keep its last block.
+// Adds how far the device has come at level 3, where the test programs keep its last block.
 void FillProgress(const char* caller, const char* device, uint32_t next, EventRecord* record) {
     const uint64_t maximum = DiskProgress(lba_path.c_str()).Maximum(device);
     record->end_lba = next;
@@ -107,47 +141,51 @@ void AnnounceEnd(RunningTest* test, int end_code, const char* message, EventReco
     test->padiag.event_check = 0;
 }
 
+// Relays the result text. Returns the error message in it; null when there is none.
+const char* RelayText(const char* caller, char* text) {
+    const char* message = get_error_msg(text);
+    cr_cutman(text, static_cast<int>(std::strlen(text)));
+    Ptltrprintf("[%s] ptr=%s.\n", caller, text);
+    ptl_printf(kRelayed | kToTrace, nullptr, text);
+    return message;
+}
+
 }  // namespace
 
 int check_testdata_status(char* body, const RecordContext&, RunningTest* test, int run_mode) {
-    const Text<5> code_field = Field<5>(body);
-    int end_code = ParseInt(code_field.c_str(), 0);
-    if (end_code < kEndOk || end_code > kEndAbort) {
+    const Status status = ParseStatus(body);
+    if (!status.ValidCode()) {
         Ptltrprintf(
             "[%s] External Interface Error(endcode not < 1 or > 6). data= %s , endcode= 0x%x "
             "tmp_buf=%s.\n",
-            __func__, "status", static_cast<unsigned>(end_code), code_field.c_str());
+            __func__, "status", static_cast<unsigned>(status.end_code), status.code_field.c_str());
         return -1;
     }
     const bool padiag = run_mode == kRunPadiag;
-    EventRecord record;
-    if (padiag) record = EndRecord(__func__, *test);
-    const int result = HistoryResult(end_code);
-    Ptltrprintf("[%s] Test End Code= %d(%s).\n", __func__, end_code, code_field.c_str());
-    const Text<5> flag_field = Field<5>(body + kFlagAt);
-    const uint32_t flag = ParseUnsigned(flag_field.c_str(), 0);
-    Ptltrprintf("[%s] Flag= %d(%s).\n", __func__, static_cast<int>(flag), flag_field.c_str());
+    EventRecord event;
+    if (padiag) event = EndRecord(__func__, *test);
+    Ptltrprintf("[%s] Test End Code= %d(%s).\n", __func__, status.end_code,
+                status.code_field.c_str());
+    Ptltrprintf("[%s] Flag= %d(%s).\n", __func__, static_cast<int>(status.flag),
+                status.flag_field.c_str());
 
-    uint32_t next = 0;
-    if ((flag & (kFlagNextAddress | kFlagResultText)) != 0 && test->kind == kKindHdd &&
-        !SaveNextAddress(__func__, body, test->schedule_index, run_mode, &next)) {
+    const bool has_address = status.HasAddress() && test->kind == kKindHdd;
+    if (has_address && !SaveNextAddress(__func__, status, test->schedule_index, run_mode)) {
         return -1;
     }
-    if (padiag && padiag_level == kProgressLevel)
-        FillProgress(__func__, test->device_name.c_str(), next, &record);
-    const char* message = nullptr;
-    if ((flag & kFlagResultText) != 0) {
-        char* text = body + std::min(std::strlen(body), kTextAt);
-        message = get_error_msg(text);
-        cr_cutman(text, static_cast<int>(std::strlen(text)));
-        Ptltrprintf("[%s] ptr=%s.\n", __func__, text);
-        ptl_printf(kRelayed | kToTrace, nullptr, text);
-        if (padiag) AnnounceEnd(test, end_code, message, &record);
-        if (end_code == kEndNg) end_code = kEndOk;
+    if (padiag && padiag_level == kProgressLevel) {
+        const uint32_t next = has_address ? status.next_address : 0;
+        FillProgress(__func__, test->device_name.c_str(), next, &event);
     }
-    if ((flag & kFlagFaulty) != 0) end_code = kEndNg;
-    (padiag ? PadiagHistory : ptl_history)(result, test, message);
-    return end_code;
+    const char* message = nullptr;
+    if (status.HasText()) {
+        message = RelayText(__func__, ResultText(body));
+        if (padiag) AnnounceEnd(test, status.end_code, message, &event);
+    }
+    (padiag ? PadiagHistory : ptl_history)(HistoryResult(status.end_code), test, message);
+    return status.CodeForCaller();
 }
+
+char* ResultText(char* body) { return body + std::min(std::strlen(body), kTextAt); }
 
 }  // namespace patrol

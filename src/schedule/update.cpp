@@ -141,9 +141,9 @@ bool HddSaveData() {
     const ScheduleFile schedule(sche_path.c_str());
     for (int i = 0; i < hdd_type_cnt; ++i) {
         OldDisk& disk = hdd_type_tbl[i];
-        disk.device_name.Assign(schedule.Device<513>(i).view());
-        disk.serial_number.Assign(schedule.SerialNumber<513>(i).view());
-        disk.address.Assign(schedule.Address<513>(i, kShortFirstAddress).view());
+        disk.device_name.Assign(schedule.Device<512>(i).view());
+        disk.serial_number.Assign(schedule.SerialNumber<512>(i).view());
+        disk.address.Assign(schedule.Address<512>(i, kShortFirstAddress).view());
     }
     Ptltrprintf("[%s] End.\n", __func__);
     return schedule.loaded();
@@ -165,7 +165,7 @@ void HddCompareData() {
     ProfileWriter schedule(sche_path.c_str());
     const int count = BoundedCount(built.DiskCount());
     for (int i = 0; i < count; ++i) {
-        const Text<512> serial(built.SerialNumber<513>(i).view());
+        const Text<512> serial(built.SerialNumber<512>(i).view());
         const OldDisk* known = KnownDisk(serial.c_str());
         if (known == nullptr) continue;
         const Text<32> section = DiskSection(i);

@@ -10,9 +10,7 @@
 namespace patrol {
 
 Text<65> DiskProgress::Value(const char* section, const char* device) const {
-    Text<65> value;
-    profile_.String(section, device, kFirstAddress, &value);
-    return value;
+    return profile_.Value<64>(section, device, kFirstAddress);
 }
 
 uint64_t DiskProgress::Number(const char* section, const char* device) const {

@@ -24,8 +24,7 @@ Text<32> DiskSection(int number) {
 }
 
 Flag ReadFlag(const ProfileReader& profile, const char* section, const char* key) {
-    Text<65> value;
-    profile.String(section, key, "OFF", &value);
+    const Text<65> value = profile.Value<64>(section, key, "OFF");
     if (value.view() == "OFF") return Flag::kOff;
     return value.view().substr(0, 3) == "OFF" ? Flag::kBeginsOff : Flag::kOn;
 }

@@ -64,8 +64,8 @@ Flag ReadFlag(const ProfileReader& profile, const char* section, const char* key
 // How a flag is written.
 inline const char* OnOff(bool on) { return on ? "ON" : "OFF"; }
 
-// A Schedule file, read once and asked many times. A value of up to N - 1 characters is read whole
-// into a text of N bytes, a longer one is cut to N - 2.
+// A Schedule file, read once and asked many times. Texts are read into Size bytes, as
+// ProfileReader::Value does it: up to Size characters whole, of a longer one the first Size - 1.
 class ScheduleFile {
  public:
     explicit ScheduleFile(const char* path) : profile_(path) {}
@@ -92,18 +92,18 @@ class ScheduleFile {
     // Most disks that a pass makes due; below 0: no limit.
     int HddMax() const { return TestNumber(kHddMaxKey, kDefaultHddMax); }
 
-    template <size_t N>
-    Text<N> Device(int number) const {
-        return Value<N>(number, kDeviceKey, kNoDevice);
+    template <size_t Size>
+    Text<Size + 1> Device(int number) const {
+        return Value<Size>(number, kDeviceKey, kNoDevice);
     }
-    template <size_t N>
-    Text<N> SerialNumber(int number) const {
-        return Value<N>(number, kSerialKey, kNoDevice);
+    template <size_t Size>
+    Text<Size + 1> SerialNumber(int number) const {
+        return Value<Size>(number, kSerialKey, kNoDevice);
     }
     // The block that the disk's next test starts at, as text.
-    template <size_t N>
-    Text<N> Address(int number, const char* missing = kFirstAddress) const {
-        return Value<N>(number, kAddressKey, missing);
+    template <size_t Size>
+    Text<Size + 1> Address(int number, const char* missing = kFirstAddress) const {
+        return Value<Size>(number, kAddressKey, missing);
     }
     // Whether the disk sits on an IDE path.
     bool IsIde(int number) const {
@@ -111,11 +111,9 @@ class ScheduleFile {
     }
 
  private:
-    template <size_t N>
-    Text<N> Value(int number, const char* key, const char* missing) const {
-        Text<N> value;
-        profile_.String(DiskSection(number).c_str(), key, missing, &value);
-        return value;
+    template <size_t Size>
+    Text<Size + 1> Value(int number, const char* key, const char* missing) const {
+        return profile_.Value<Size>(DiskSection(number).c_str(), key, missing);
     }
 
     ProfileReader profile_;

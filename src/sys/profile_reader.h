@@ -39,13 +39,6 @@ class ProfileReader {
         return value;
     }
 
-    // As Value<N - 1>, into a text.
-    template <size_t N>
-    int String(const char* section, const char* key, const char* default_value,
-               Text<N>* result) const {
-        return String(section, key, default_value, result->data(), static_cast<int>(N - 1));
-    }
-
     // The first N - 1 characters of the value, which is what a field of N bytes holds.
     template <size_t N>
     void Field(const char* section, const char* key, const char* default_value,

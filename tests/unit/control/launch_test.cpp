@@ -1,7 +1,7 @@
 #include "control/launch.h"
 
 #include "../support.h"
-#include "control/pipe_data.h"
+#include "report/record_stream.h"
 
 namespace patrol_test {
 namespace {

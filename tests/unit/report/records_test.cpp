@@ -1,6 +1,7 @@
 #include "report/records.h"
 
 #include "../support.h"
+#include "report/status_record.h"
 
 namespace patrol_test {
 namespace {

@@ -1,0 +1,71 @@
+#include "report/record_stream.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "base/number.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "msg/call_failure.h"
+#include "report/records.h"
+
+namespace patrol {
+namespace {
+
+constexpr size_t kMagicSize = sizeof kRecordMagic - 1;
+// One separator stands between the magic and the length.
+constexpr size_t kLengthAt = kMagicSize + 1;
+// No record is near it; a damaged length is not to take the memory away from the rest.
+constexpr int kMaxBody = 1 << 20;
+
+int LengthIn(const char* prefix) { return ParseInt(prefix + kLengthAt, 0); }
+
+}  // namespace
+
+RecordReader::Prefix RecordReader::ReadPrefix(int* length) {
+    char prefix[kPrefixSize + 1] = {};
+    if (pipe_.Read(prefix, kPrefixSize) != kPrefixSize) return Prefix::kNone;
+    if (!StartsWith(prefix, kRecordMagic)) return Prefix::kStray;
+    *length = LengthIn(prefix);
+    return Prefix::kFound;
+}
+
+RecordReader::Body RecordReader::ReadBody(int length) {
+    body_.reset();
+    size_ = 0;
+    if (length < 0) return Body::kShort;
+    if (length > kMaxBody) return Body::kNoMemory;
+    const auto announced = static_cast<size_t>(length);
+    // Not by new, whose failure ends the program.
+    body_.reset(static_cast<char*>(std::calloc(1, announced + kRecordSlack)));
+    if (body_ == nullptr) return Body::kNoMemory;
+    size_ = pipe_.Read(body_.get(), announced);
+    return size_ == announced ? Body::kWhole : Body::kShort;
+}
+
+int check_pipedata(long* offset) {
+    const FileEntry* file = FindFile(kFileTmp);
+    if (file->stream != nullptr) std::clearerr(file->stream);
+    if (file->stream == nullptr || std::fseek(file->stream, *offset, SEEK_SET) != 0) return -1;
+    char line[512];
+    long line_start = *offset;
+    while (std::fgets(line, sizeof line, file->stream) != nullptr) {
+        const char* prefix = std::strstr(line, kRecordMagic);
+        if (prefix != nullptr && prefix[kMagicSize] != '\0') {
+            const int length = LengthIn(prefix);
+            if (length > 0) {
+                *offset = line_start + (prefix - line) + static_cast<long>(kPrefixSize);
+                return length;
+            }
+        }
+        line_start = std::ftell(file->stream);
+    }
+    if (std::ferror(file->stream) == 0) return 0;
+    CallFailure failure("fgets", errno);
+    failure.file = file->path;
+    ReportCallFailure(failure);
+    return -1;
+}
+
+}  // namespace patrol
