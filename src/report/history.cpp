@@ -11,6 +11,7 @@
 
 #include "base/clocks.h"
 #include "base/file.h"
+#include "base/local_time.h"
 #include "base/number.h"
 #include "base/run_mode.h"
 #include "base/settings.h"
@@ -21,18 +22,20 @@
 namespace patrol {
 namespace {
 
-constexpr off_t kMaxSize = 0xFFF7F;
+// A file of this size still has room for a line of 129 bytes in its 1 MiB.
+constexpr off_t kMaxSize = (1 << 20) - 129;
 constexpr int kOldest = 3;
 
+// Returns the stamp that every line begins with.
 Text<32> Stamp(std::time_t seconds) {
-    std::tm local = {};
-    localtime_r(&seconds, &local);
+    const std::tm local = LocalTime(seconds);
     Text<32> stamp;
     std::strftime(stamp.data(), stamp.kSize, "%Y/%m/%d %H:%M:%S", &local);
     return stamp;
 }
 
-// `caller` is the routine that the failure is traced under.
+// Appends a line. Returns 0, or -1 when the file cannot be opened, which is traced under `caller`:
+// a missing history stops no diagnosis.
 int Append(const char* caller, const Path& path, const std::string& line) {
     const Stream file = OpenForAppending(path.c_str());
     if (file == nullptr) {
@@ -45,6 +48,7 @@ int Append(const char* caller, const Path& path, const std::string& line) {
     return 0;
 }
 
+// Lines about what a schedule is for.
 std::string TargetLine(int mode, const char* rest) {
     return std::string(Stamp(start_time).view()) + " [" + ptl_histentry_str(mode) + "] Target " +
            rest;
@@ -63,7 +67,7 @@ std::string KindsLine(int mode, int cpu, int memory, int hdd) {
     return line + "\n";
 }
 
-// "TIME RESULT COMPONENT DEVICE [Ns]".
+// Returns "TIME RESULT COMPONENT DEVICE [Ns]".
 std::string ResultHead(const Text<32>& stamp, int result, const char* component, const char* device,
                        int seconds) {
     Text<64> head;
@@ -71,7 +75,7 @@ std::string ResultHead(const Text<32>& stamp, int result, const char* component,
     return std::string(head.view()) + device + " [" + std::to_string(seconds) + "s]";
 }
 
-// Seconds that a finished patrol test ran.
+// Returns the seconds that a finished patrol test ran.
 int TestSeconds(RunningTest* test) {
     if (FindKind(test->kind) == nullptr) return 1;
     CheckTestTime(0, 0, test);
@@ -79,14 +83,14 @@ int TestSeconds(RunningTest* test) {
     return std::max(ClampToInt(test->run_time), 1);
 }
 
-// Seconds that a finished padiag test ran, at most the time limit.
+// Returns the seconds that a finished padiag test ran, at most the time limit.
 int PadiagSeconds(const RunningTest& test) {
     // A disk that ran for one second counts as one, whatever the limit.
     if (test.run_time < (test.kind == kKindHdd ? 2U : 1U)) return 1;
     return static_cast<int>(std::min(int64_t{padiag_time}, int64_t{test.run_time}));
 }
 
-// How far a level 3 disk test has come, by what the test programs keep of `device`.
+// Returns how far a level 3 disk test has come, by what the test programs keep of `device`.
 int ReachedPercent(const char* device) {
     const DiskProgress progress(lba_path.c_str());
     const uint64_t maximum = progress.Maximum(device);
@@ -97,6 +101,7 @@ int ReachedPercent(const char* device) {
     return ProgressPercent(next, maximum);
 }
 
+// Returns what a padiag line says of its test behind the seconds.
 std::string PadiagDetail(int result, const RunningTest& test) {
     if (FindKind(test.kind) == nullptr) return "";
     Text<128> detail;
@@ -171,6 +176,7 @@ Path PadiagHistoryPath() {
 void ptl_histfile_cntl(Path* path) {
     struct stat status = {};
     if (stat(path->c_str(), &status) != 0 || status.st_size <= kMaxSize) return;
+    // The same file is looked at each time, so that this ends beyond the oldest.
     int generation = 1;
     while (generation <= kOldest && stat(path->c_str(), &status) == 0) ++generation;
     if (generation > kOldest) {
