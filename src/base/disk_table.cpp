@@ -19,9 +19,7 @@ void FreeDiskTable() {
     for (int i = 0; i < hdd_exec_use; ++i) {
         if (hdd_exec_tbl[i].read_fd >= 0) close(hdd_exec_tbl[i].read_fd);
     }
-    delete[] hdd_exec_tbl;
-    hdd_exec_tbl = nullptr;
-    hdd_exec_use = 0;
+    FreeTable(&hdd_exec_tbl, &hdd_exec_use);
 }
 
 RunningTest* DiskEntry(int index) {

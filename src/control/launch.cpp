@@ -20,11 +20,11 @@
 #include "sys/child.h"
 
 namespace patrol {
+namespace {
 
+// Of the last launch.
 pid_t test_pid = 0;
 int pipe_rw_wk[2] = {-1, -1};
-
-namespace {
 
 constexpr int kSignalMaskFailed = 1;
 constexpr int kNotExecuted = 4;

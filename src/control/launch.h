@@ -21,10 +21,6 @@ struct LaunchBlock {
     Text<512> slot[kSlots];  // slot 0 is the path; the first empty slot ends the arguments
 };
 
-// Of the last launch.
-extern pid_t test_pid;
-extern int pipe_rw_wk[2];
-
 // Fills `block` for a test of `kind`: `command` is split at single blanks, so that two blanks in a
 // row give an empty argument, which ends them; words past slot 31 are dropped. `reserved` is not
 // used. 0, or -1 when "KVX_bin" is unset or the kind is unknown (traced).

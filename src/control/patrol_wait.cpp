@@ -21,7 +21,6 @@
 #include "report/status_record.h"
 #include "state/schedule_file.h"
 #include "sys/child.h"
-#include "sys/deferred_writes.h"
 
 namespace patrol {
 namespace {
@@ -248,7 +247,6 @@ int WaitHddTest() {
         schedule.Refresh();
         if (WaitDisk(__func__, schedule, i) != 0) all = -1;
     }
-    FlushDeferredWrites();
     Ptltrprintf("[%s] End.\n", __func__);
     return all;
 }

@@ -23,6 +23,7 @@ constexpr int kParameterError = 3;
 constexpr char kSecondMode[] = "Warning:Execution Parameter Error";
 constexpr char kNoMode[] = "Warning:Execution Parameter Error.";
 
+// Paths and catalogue come first, as the message and the traces need them.
 [[noreturn]] void ParameterError(const char* warning, const CommandText& command) {
     set_filepath();
     ptl_set_msglist();
@@ -35,7 +36,7 @@ constexpr char kNoMode[] = "Warning:Execution Parameter Error.";
 
 bool Is(const char* word, const char* name) { return std::strcmp(word, name) == 0; }
 
-// The mode that a word selects; 0 when it is no mode word.
+// Returns the mode that a word selects; 0 when it is no mode word.
 uint8_t ModeOf(const char* word) {
     if (Is(word, "KVXstart")) return kModeAgentStart;
     if (Is(word, "start")) return kModeStart;
@@ -46,11 +47,13 @@ uint8_t ModeOf(const char* word) {
     return 0;
 }
 
+// Takes the number of the word "point="; without one it stays as it was.
 void TakePoint(const char* word) {
     constexpr size_t kNumberAt = sizeof "point=" - 1;
     if (word[kNumberAt] != '\0') error_point = ParseInt(word + kNumberAt, 0);
 }
 
+// The order matters: "version" counts even behind a mode, "KVXend" does not.
 void TakeWord(const char* word, const CommandText& command) {
     if (Is(word, "version")) {
         std::printf("%s\n", kVersion);

@@ -5,7 +5,7 @@
 
 namespace patrol {
 
-// All words joined, each with a blank behind it; for the trace alone.
+// Returns all words joined, each with a blank behind it, for the trace alone.
 using CommandText = Text<513>;
 CommandText JoinWords(int count, const char* const* words);
 

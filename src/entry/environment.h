@@ -14,8 +14,8 @@ void CatchOutOfMemory();
 // Turns standard output to "/dev/null", so that nothing this run prints reaches its caller.
 void SilenceOutput();
 
-// Fills host_buf and sets the core-file size limit to 0. 0, or -1 with an empty host_buf, and the
-// limit as it was, when the host has no name.
+// Fills host_buf and sets the core-file size limit to 0. Returns 0, or -1 with an empty host_buf,
+// and the limit as it was, when the host has no name.
 int setup_hostname();
 
 // Takes the log and data directories from "KVX_log" and "KVX_data", sets the trace up and builds

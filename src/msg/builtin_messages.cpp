@@ -1,4 +1,4 @@
-#include "msg/catalogue.h"
+#include "msg/builtin_messages.h"
 
 namespace patrol {
 

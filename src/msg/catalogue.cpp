@@ -6,6 +6,7 @@
 
 #include "base/file.h"
 #include "base/paths.h"
+#include "msg/builtin_messages.h"
 #include "msg/call_failure.h"
 #include "msg/ptl_exit.h"
 #include "msg/ptl_printf.h"

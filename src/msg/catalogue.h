@@ -19,14 +19,6 @@ inline constexpr int kCatalogueSize = 128;
 // The external catalogue; empty slots have an empty number.
 extern CatalogueEntry global_msg_list[kCatalogueSize];
 
-struct BuiltinMessage {
-    const char* number;
-    const char* format;
-};
-
-// The built-in texts; the entry "X" ends them.
-extern const BuiltinMessage local_msg_list[];
-
 // Loads "pat_msge.txt" of the data directory. Lines that are not "NUMBER","TEXT"; with a number of
 // this program are passed over, as the file serves others too. A text ends before the character
 // (the closing quote) that precedes the last ";" among its first 81 characters; a text without one

@@ -21,7 +21,8 @@ constexpr unsigned kDestinations = 0x00ff;
 constexpr size_t kWorkSize = 2048;
 constexpr size_t kLongFormat = 512;
 
-// Most characters that a formatted text of this format may have.
+// Returns the most characters that a formatted text of this format may have. A relayed text has no
+// conversions, so that one of any length comes whole.
 size_t TextLimit(size_t format_length) {
     return (format_length > kLongFormat ? format_length + kLongFormat : kWorkSize) - 1;
 }
@@ -35,6 +36,7 @@ const char* Or(const char* given, const char* fallback) {
 int PrintMessage(unsigned flags, const RecordHeader* header, const char* number_or_format,
                  const FormatArg* arguments, size_t count) {
     if (!DebugRun()) flags &= ~unsigned{kToDebug};
+    // Before the look-up: a message for a buffer that is off need not be in the catalogue.
     if ((flags & kDestinations) == 0) return 0;
 
     RecordHeader line = {nullptr, nullptr, nullptr, nullptr};

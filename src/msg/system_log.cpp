@@ -18,6 +18,7 @@ namespace {
 
 using StagedLine = Text<2056>;
 
+// Returns the line that is staged for a message.
 StagedLine ComposeLine(const char* number, const char* text) {
     StagedLine line;
     if (number == nullptr || std::strcmp(number, "L1000") == 0) {
@@ -30,6 +31,7 @@ StagedLine ComposeLine(const char* number, const char* text) {
     return line;
 }
 
+// Reports a file that cannot be opened. The event does not need the catalogue.
 int OpenFailed(const Path& path, const char* mode, int error) {
     CallFailure failure("fopen", error);
     failure.file = path.c_str();
@@ -47,6 +49,7 @@ int SendStaged(const Path& path) {
         openlog("KVX", LOG_PID, LOG_USER);
         char line[StagedLine::kSize];
         while (std::fgets(line, sizeof line, file.get()) != nullptr) {
+            // A "%%" of the line is one "%" for its readers, as if it were a format itself.
             syslog(LOG_USER | LOG_ERR, "%s", FormatMessage(line, nullptr, 0).c_str());
         }
         // The identity is this group's alone.

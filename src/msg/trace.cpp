@@ -69,7 +69,7 @@ const std::string& LineHead() {
     return head;
 }
 
-// Puts a line into the next slot.
+// Puts a line into the next slot, over what stood there.
 void PutLine(const char* text) {
     const std::string& head = LineHead();
     const size_t room = ring.line_size - 1;

@@ -31,9 +31,10 @@ bool InstallTermProcess(int signal, const char* name) {
     return false;
 }
 
-// The child's side; comes back when the command cannot be executed.
+// The child's side. Ends it when the command cannot be executed.
 void Become(const char* path, char* const* arguments) {
     const int result = rexecv(path, arguments, kAttempts);
+    // Still this program: what it has to say must not end it.
     CatchFailedWrites();
     put_error_message(kErrorCommand, path);
     OutTracef("MSG [%s L%d]> child process recieve value:(%d) from rexecv", "execute()", 461,
@@ -42,6 +43,7 @@ void Become(const char* path, char* const* arguments) {
     _exit(static_cast<unsigned char>(-1));
 }
 
+// Not WEXITSTATUS: a command that a signal ended counts as 0 here, which is what these bits are.
 int ExitStatus(int status) { return (status >> 8) & 0xff; }
 
 // Waits until the command has ended. False when SIGTERM or the time limit ended the wait.
@@ -61,6 +63,7 @@ bool WaitForCommand(int* status) {
 }  // namespace
 
 int execute(const char* path, char* const* arguments, int seconds) {
+    // SIGINT and SIGHUP are for the tests, whose waits come later.
     SignalScope scope;
     scope.LetIn(SIGTERM);
     scope.LetIn(SIGALRM);

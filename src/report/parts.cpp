@@ -28,6 +28,7 @@ constexpr int kDeleteAttempts = 3;
 constexpr int kCommandSeconds = 21600;
 constexpr int kOperation = 3890;
 
+// What check_parts_cmd_value says.
 constexpr int kDone = 0;
 constexpr int kGiveUp = 1;
 constexpr int kRunAgain = 4;
@@ -40,6 +41,8 @@ struct ReportPaths {
     std::string backup;
 };
 
+// The names tell the agent whose report it is; what is neither processor, memory nor a plain disk
+// goes by the name of the other devices.
 ReportPaths ChoosePaths(const std::string& directory, int run_mode, const char* device) {
     const std::string_view name = device;
     const std::string base = directory + (run_mode == kRunPatrol ? "/parts_pt_" : "/parts_pd_");
@@ -58,9 +61,10 @@ ReportPaths ChoosePaths(const std::string& directory, int run_mode, const char* 
 
 using Block = std::unique_ptr<char, decltype(&std::free)>;
 
-// The report's text. Null when memory runs out.
+// Returns the report's text. Null when memory runs out, which is no reason to end the program: the
+// history has the fault.
 Block ComposeReport(const FaultRecord& record, int run_mode) {
-    constexpr size_t kFixedPart = 1024;
+    constexpr size_t kFixedPart = 1024;  // more than the other lines take
     const size_t size = kFixedPart + record.summary.size() + record.detail.size();
     Block text(static_cast<char*>(recalloc(1, size, kAttempts)), std::free);
     if (text == nullptr) return text;
@@ -90,7 +94,8 @@ bool Submit(const std::string& report) {
     return verdict == kDone;
 }
 
-// Everything that patrol_parts_proc does; false where it fails.
+// Does everything that patrol_parts_proc does. False where a step fails: what was written stays, so
+// that the report is not lost.
 bool WriteAndSubmit(const FaultRecord& record, int run_mode, const char* device) {
     const char* directory = std::getenv("KVX_temp");
     if (directory == nullptr) return false;
@@ -160,6 +165,7 @@ int delfile(const char* path) {
 }
 
 int exec_parts_cmd(const char* report_path) {
+    // Read once and kept, whatever becomes of the environment.
     static const char* const directory = std::getenv("KVX_bin");
     if (directory == nullptr) {
         OutTracef("MSG [L%d]> %s%s", 580, ":The environment variable is not defined.",

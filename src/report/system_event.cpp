@@ -18,7 +18,7 @@
 namespace patrol {
 namespace {
 
-// Event kinds.
+// Kinds of events, as the traces number them.
 enum : int {
     kCpuStart = 7,
     kCpuTest = 8,
@@ -50,6 +50,7 @@ constexpr EventRow kEvents[] = {
 // The end of every body. It is filled when the message is sent.
 constexpr char kTail[] = "(model:\"%s\" serial:\"%s\" %s";
 
+// Returns the row of an event's name; null when there is none.
 const EventRow* FindEvent(const char* name) {
     for (const EventRow& row : kEvents) {
         if (std::strcmp(row.name, name) == 0) return &row;

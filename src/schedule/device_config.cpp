@@ -14,10 +14,16 @@
 namespace patrol {
 
 Disk scanned_disk;
-int hdd_non_cnt = 0;
-NonTarget* hdd_non_tbl = nullptr;
 
 namespace {
+
+struct NonTarget {
+    Text<512> vendor;
+    Text<512> model;
+};
+
+int hdd_non_cnt = 0;
+NonTarget* hdd_non_tbl = nullptr;
 
 constexpr int kLineSize = 4095;  // longer lines count as several
 

@@ -29,16 +29,8 @@ inline Text<512>& serial_number = scanned_disk.serial_number;
 inline Text<512>& xml_vendor = scanned_disk.vendor;
 inline Text<512>& xml_model = scanned_disk.model;
 
-struct NonTarget {
-    Text<512> vendor;
-    Text<512> model;
-};
-
-// Devices that are never diagnosed, from "pat_nontarget.ini".
-extern int hdd_non_cnt;
-extern NonTarget* hdd_non_tbl;
-
-// Loads the table. 0, or -1 with an empty table when it cannot be allocated (traced).
+// Loads the devices that are never diagnosed, from "pat_nontarget.ini". 0, or -1 with an empty
+// table when it cannot be allocated (traced).
 int HddTblAlloc2();
 void FreeNonTargets();
 
