@@ -24,7 +24,7 @@ build_program() {
     local began log
     began=$(date +%s)
     say "Building in $1 ..."
-    mkdir -p "$1" || fail "cannot make $1"
+    mkdir -p "$1" || fail "cannot make $1; set BUILD_DIR to a directory that can be written"
     log=$1/demo_build.log
     quietly "$log" cmake -S . -B "$1" -G Ninja || fail "the build could not be configured"
     quietly "$log" cmake --build "$1" --parallel || fail "the build failed"
@@ -36,13 +36,19 @@ build_program() {
 # The directory of an agent: its commands, the test programs, settings, a device configuration,
 # and a sparse image file for each of its disks.
 lay_out_agent() {
-    agent=$(cd "$1" && pwd)/demo
-    # Commands are run by their path in a shell, and the list of images is split at colons.
-    case $agent in
-    *[!A-Za-z0-9/._+-]*) agent=$(mktemp -d /tmp/patrol-demo.XXXXXX) ;;
+    place=$(cd "$1" && pwd)/demo
+    agent=$place
+    rm -rf "$place"
+    mkdir -p "$place"/{log,temp,images}
+    # Commands are run by their path in a shell, and the list of images is split at colons: under
+    # a name that would not pass, the agent is reached through a link until the demo ends.
+    case $place in
+    *[!A-Za-z0-9/._+-]*)
+        links=$(mktemp -d /tmp/patrol-demo.XXXXXX)
+        agent=$links/agent
+        ln -s "$place" "$agent"
+        ;;
     esac
-    rm -rf "$agent"
-    mkdir -p "$agent"/{log,temp,images}
     cp -R samples/bin samples/config samples/data "$agent"
     cp "$programs"/{cputest,memtest,hddtest} "$agent/bin"
 
@@ -64,7 +70,7 @@ DISKS
     export HDDTEST_IMAGES
     history=$KVX_log/patstat0.txt
     schedule=$KVX_data/pat_new_sche.txt
-    say "An agent's directory is laid out in $agent, with image files as its disks."
+    say "An agent's directory is laid out in $place, with image files as its disks."
 }
 
 # The agent's end of the event pipe: a process that copies what comes into a file.
@@ -75,16 +81,17 @@ start_event_reader() {
     event_reader=$!
 }
 
-stop_event_reader() {
+# Stops that process and removes what lies outside the agent's directory.
+clean_up() {
     [ -z "${event_reader:-}" ] || kill "$event_reader" 2>/dev/null || true
-    event_reader=
+    [ -z "${links:-}" ] || rm -rf "$links"
 }
 
 # Runs the controller with a mode word and shows the lines that it adds to the history.
 run_controller() {
     local before=0
     [ ! -f "$history" ] || before=$(wc -l <"$history")
-    "$program" "$1" || fail "\"patrol.exe $1\" ended with status $?; see $KVX_log/pat_trc_log"
+    "$program" "$1" || fail "\"patrol.exe $1\" ended with status $?; see $place/log/pat_trc_log"
     [ -f "$history" ] || fail "\"patrol.exe $1\" has written no history"
     news=$(tail -n "+$((before + 1))" "$history")
     say "New in the history:"
@@ -165,7 +172,7 @@ show_part_report() {
     say "The part command was handed the report $1:"
     sed 's/^/    /' "${reports[0]}"
     grep -qxF "$2" "${reports[0]}" || fail "the report $1 has no line \"$2\""
-    [ ! -e "$KVX_temp/$1" ] || fail "the report $1 was left in $KVX_temp"
+    [ ! -e "$KVX_temp/$1" ] || fail "the report $1 was left in $place/temp"
 }
 
 # Shows what came over the event pipe, and checks that these lines are among it.
@@ -206,7 +213,7 @@ disk_progress() {
     local found
     found=$(awk -F= -v device="$1" '/^\[/ { inside = $0 == "[HDD_NEXT_LBA]"; next }
         inside && $1 == device { found = $2 } END { print found }' "$KVX_data/lba_outfile.ini")
-    [ -n "$found" ] || fail "no progress of $1 is kept in $KVX_data/lba_outfile.ini"
+    [ -n "$found" ] || fail "no progress of $1 is kept in $place/data/lba_outfile.ini"
     echo $((found))
 }
 
@@ -225,15 +232,15 @@ show_announcements() {
     events=$(find "$KVX_log" -name 'padiag_log*' | sort -r | xargs cat |
         sed -n 's/.*\[make_eventlog_msg\] msg_body = \[\(.*\)(model.*/\1/p
             s/.*\[make_eventlog_msg\] opt_msg  = \[\(.*\)\]$/\1/p' | paste -d' ' - - | tail -n "$1")
-    [ "$(wc -l <<<"$events")" -eq "$1" ] || fail "there are not $1 events in $KVX_log/padiag_log"
+    [ "$(wc -l <<<"$events")" -eq "$1" ] || fail "there are not $1 events in $place/log/padiag_log"
     say "Announced to the system log (switched on in common.ini):"
     sed 's/^/    /' <<<"$events"
 }
 
 show_places() {
-    say "settings, schedule   $KVX_data"
-    say "histories            $KVX_log/patstat0.txt, $KVX_log/pastat.txt"
-    say "trace and logs       $KVX_log"
-    say "part reports         $KVX_data/parts"
-    say "events               $agent/events.txt"
+    say "settings, schedule   $place/data"
+    say "histories            $place/log/patstat0.txt, $place/log/pastat.txt"
+    say "trace and logs       $place/log"
+    say "part reports         $place/data/parts"
+    say "events               $place/events.txt"
 }
