@@ -168,7 +168,6 @@ class SoakTest : public PassTest, public ::testing::WithParamInterface<int> {
         bool stay = mode != "start" || model_.Due().size() != 1;
         std::string trace = mode;
         Launch launch;
-        launch.deadline = std::chrono::seconds(5);
         // The leak check of a sanitizer hangs where a SIGCONT comes in; other tests have it.
         launch.env["ASAN_OPTIONS"] = *agent_.Environment().at("ASAN_OPTIONS") + ":detect_leaks=0";
         launch.in_child = [] { close_range(3, ~0U, 0); };
