@@ -2,7 +2,7 @@
 //
 // Names are case-sensitive; there is no escaping, no inline comment, no continuation. A section is
 // opened by the first header line that contains "[name]" anywhere, and ends at the next header
-// line. Of several lines for one key in it the last one counts. Readers drop every CR and the white
+// line. The last of several lines for one key in it counts. Readers drop every CR and the white
 // space at both ends of a line and pass over lines that begin with ";"; "key = value" with a blank
 // before the "=" is not an entry. Reading and writing rules differ a little, and files depend on
 // both.

@@ -50,7 +50,7 @@ class HeaderIndex {
              open = header.find('[', open + 1)) {
             const size_t next = header.find_first_of("[]", open + 1);
             if (next == std::string::npos) return;
-            // Of several headers for a name the first stays.
+            // The first of several headers for a name stays.
             if (header[next] == ']') plain_.emplace(header.substr(open, next - open + 1), line);
         }
     }

@@ -68,7 +68,7 @@ bool ProfileWriter::Save() {
     FileReplacement fresh(path_.c_str());
     if (!fresh.Write(Join())) return false;
     const std::string old_path = SideName(path_.c_str(), ".old");
-    // Before a single write, what must be kept is the very file that stands there.
+    // A single write keeps the very file that stands there.
     if (writes_ == 1 && LinkAs(path_, old_path)) return fresh.Commit();
     FileReplacement kept(old_path.c_str());
     // Where there is no room for what stood there before the last write, the file as it is will do:
