@@ -41,6 +41,17 @@ Stream OpenForAppending(const char* path) { return OpenWith(path, kWriteFlags | 
 
 Stream OpenForWriting(const char* path) { return OpenWith(path, kWriteFlags | O_TRUNC, "w"); }
 
+Stream OpenNew(const char* path, mode_t mode) {
+    Descriptor file(open(path, kWriteFlags | O_EXCL | O_NOFOLLOW, mode));
+    FILE* stream = file.ok() ? fdopen(file.get(), "w") : nullptr;
+    if (stream != nullptr) {
+        file.Release();
+    } else if (file.ok()) {
+        unlink(path);
+    }
+    return Stream(stream);
+}
+
 bool IsPassing(int error) {
     return error == EIO || error == ENOMEM || error == EMFILE || error == ENFILE ||
            error == EINTR || error == ESTALE || error == ETIMEDOUT;

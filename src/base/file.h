@@ -1,6 +1,8 @@
 // Handles that close themselves. Everything opened here is close-on-exec.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdio>
 #include <memory>
 #include <string_view>
@@ -21,6 +23,10 @@ Stream OpenForReading(const char* path);
 // Returns null with errno set on failure; a named pipe that nobody reads is one.
 Stream OpenForAppending(const char* path);
 Stream OpenForWriting(const char* path);
+
+// Makes a new file with `mode` and opens it for writing. Returns null with errno set on failure;
+// anything that stands at `path` already, be it a link that leads nowhere, is one (EEXIST).
+Stream OpenNew(const char* path, mode_t mode);
 
 // Whether a call on a file failed for a reason of the moment (no memory or descriptors left, a
 // device that does not answer), so that it says nothing about the file.

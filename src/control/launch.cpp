@@ -11,13 +11,17 @@
 #include "base/clocks.h"
 #include "base/disk_table.h"
 #include "base/file.h"
+#include "base/paths.h"
+#include "base/run_mode.h"
 #include "base/signals.h"
 #include "base/table.h"
 #include "msg/call_failure.h"
+#include "msg/event.h"
 #include "msg/ptl_exit.h"
 #include "msg/ptl_printf.h"
 #include "msg/trace.h"
 #include "sys/child.h"
+#include "sys/data_lock.h"
 
 namespace patrol {
 namespace {
@@ -200,6 +204,13 @@ RunningTest* NextDisk(const ScheduleFile& schedule, int number) {
     disk->device_name.Assign(schedule.Device<512>(number).view());
     disk->schedule_index = number;
     return disk;
+}
+
+bool BeginRun(const char* caller, const char* word) {
+    if (ClaimRun(path_name, RunMode())) return true;
+    Ptltrprintf("[%s] Warning:Another %s is running. Nothing is done.\n", caller, word);
+    event("E3899:<<another %s is running on %s>>\n", word, path_name);
+    return false;
 }
 
 void EndDisks(const char* caller) {

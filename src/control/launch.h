@@ -79,6 +79,10 @@ bool BeginDisks(const char* caller, const ScheduleFile& schedule);
 // `schedule`. It counts as launched once hdd_exec_use is raised.
 RunningTest* NextDisk(const ScheduleFile& schedule, int number);
 
+// Notes that this run is under way. False (traced, and told to the agent) when another process runs
+// the same mode, called `word`, on the same data directory.
+bool BeginRun(const char* caller, const char* word);
+
 // Frees the disk table where there is one.
 void EndDisks(const char* caller);
 

@@ -32,6 +32,7 @@ int RemakeSchedule(const char* caller) {
 }  // namespace
 
 int PadiagCntlMain() {
+    if (!BeginRun(__func__, "pastart")) return -1;
     Ptltrprintf("[%s] Padiag Diagnosis Started.\n", __func__);
     check_time(1, 0);
     const bool done = GetMasterStatus() == 0 && PadiagSchedCntl() == 0;

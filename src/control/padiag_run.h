@@ -3,7 +3,8 @@
 
 namespace patrol {
 
-// Asks the agent, then runs the diagnosis. 0, or -1 when the agent is not ready or a missing padiag
+// Asks the agent, then runs the diagnosis. 0, or -1 when another one is
+// running on the same data directory, the agent is not ready or a missing padiag
 // Schedule file could not be made.
 int PadiagCntlMain();
 

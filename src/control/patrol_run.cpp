@@ -30,6 +30,7 @@ int RemakeSchedule(const char* caller) {
 }  // namespace
 
 int cntl_main() {
+    if (!BeginRun(__func__, "start")) return -1;
     Ptltrprintf("[%s] Patrol Diagnosis Started.\n", __func__);
     check_time(1, 0);
     const bool done = GetMasterStatus() == 0 && sched_cntl() == 0;

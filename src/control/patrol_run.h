@@ -3,7 +3,8 @@
 
 namespace patrol {
 
-// Asks the agent, then runs the pass. 0, or -1 when the agent is not ready or a missing Schedule
+// Asks the agent, then runs the pass. 0, or -1 when another pass is
+// running on the same data directory, the agent is not ready or a missing Schedule
 // file could not be made. What becomes of single tests stands in the history and the trace.
 int cntl_main();
 

@@ -132,13 +132,14 @@ SelectionStep AdvanceSelection(Selection* selection) {
 
 void NextTestSchedule() {
     Ptltrprintf("[%s] Start.\n", __func__);
+    // First, as nobody else may change what is read.
+    ProfileWriter writer(sche_path.c_str());
     Selection selection = ReadSelection(ScheduleFile(sche_path.c_str()));
     const SelectionStep step = AdvanceSelection(&selection);
-    ProfileWriter writer(sche_path.c_str());
     for (const ScheduleChange& change : step.changes) {
         writer.Write(change.section.c_str(), change.key, change.value.c_str());
     }
-    writer.Save();
+    writer.SaveOrReport(__func__);
     if (!step.note.empty()) Ptltrprintf("[%s] %s\n", __func__, step.note.c_str());
     Ptltrprintf("[%s] End.\n", __func__);
 }

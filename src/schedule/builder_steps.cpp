@@ -35,9 +35,10 @@ bool BeginFile(const char* caller, const char* path, const FileReplacement& sche
     return false;
 }
 
-bool EndFile(const char* caller, int disks, FileReplacement* schedule) {
+bool EndFile(const char* caller, const char* path, int disks, FileReplacement* schedule) {
     // Disks that were not read are not to be forgotten.
-    if (disks != kUnread && schedule->Commit() && disks == kScanned) return true;
+    if (disks != kUnread && schedule->Commit() && SyncDirectory(path) && disks == kScanned)
+        return true;
     Ptltrprintf("[%s] end.( -1 )\n", caller);
     return false;
 }

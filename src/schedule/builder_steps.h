@@ -23,6 +23,6 @@ bool BeginFile(const char* caller, const char* path, const FileReplacement& sche
 
 // Puts the file in place when it is complete, or when there is no device configuration, by what the
 // step that wrote the disk sections has returned (`disks`). False (traced) unless it is complete.
-bool EndFile(const char* caller, int disks, FileReplacement* schedule);
+bool EndFile(const char* caller, const char* path, int disks, FileReplacement* schedule);
 
 }  // namespace patrol

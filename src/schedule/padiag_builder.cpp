@@ -73,7 +73,7 @@ int PadiagCreateSchedule() {
     PadiagCpuScheduleMk(schedule.stream());
     PadiagMemoryScheduleMk(schedule.stream());
     const int disks = PadiagHddScheduleMk(schedule.stream());
-    if (!EndFile(__func__, disks, &schedule)) return -1;
+    if (!EndFile(__func__, path, disks, &schedule)) return -1;
     PadiagChangeHist(RunMode(), dev_gather_str2.c_str());
     PadiagChangeHist2(RunMode());
     Ptltrprintf("[%s] end.( 0 )\n", __func__);

@@ -91,7 +91,7 @@ int CreateSchedule() {
     CpuScheduleMk(schedule.stream());
     MemoryScheduleMk(schedule.stream());
     const int disks = HddScheduleMk(schedule.stream());
-    if (!EndFile(__func__, disks, &schedule)) return -1;
+    if (!EndFile(__func__, path, disks, &schedule)) return -1;
     ptl_change_hist(RunMode(), dev_gather_str.c_str());
     ptl_change_hist2(RunMode());
     Ptltrprintf("[%s] end.( 0 )\n", __func__);

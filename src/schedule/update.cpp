@@ -16,6 +16,8 @@
 #include "schedule/patrol_builder.h"
 #include "schedule/settings_files.h"
 #include "state/schedule_file.h"
+#include "sys/data_lock.h"
+#include "sys/profile_writer.h"
 
 namespace patrol {
 namespace {
@@ -82,8 +84,9 @@ int UpdateSchedule() {
 
 void PatrolUpdateSchedule() {
     Ptltrprintf("[%s] Start.\n", __func__);
-    const ScheduleFile old(sche_path.c_str());
+    // First, as nobody else may change what is read.
     ProfileWriter schedule(sche_path.c_str());
+    const ScheduleFile old(sche_path.c_str());
     WriteFlags(&schedule, kKindCpu, f_cpu_exe == 1, f_cpu_exe == 1);
     Ptltrprintf("[%s] Cpu Update OK.\n", __func__);
     WriteFlags(&schedule, kKindMemory, f_mem_exe == 1, f_mem_exe == 1 && f_cpu_exe != 1);
@@ -93,19 +96,22 @@ void PatrolUpdateSchedule() {
     schedule.Write(kTestSection, kEvenStartKey, std::to_string(resume).c_str());
     schedule.Write(kTestSection, kPhaseKey, "1");
     schedule.Write(kTestSection, kOddStartKey, "1");
-    schedule.Save();
+    schedule.SaveOrReport(__func__);
     Ptltrprintf("[%s] Hdd Update OK.\n", __func__);
     Ptltrprintf("[%s] End.\n", __func__);
 }
 
 int CompareSchedule() {
     Ptltrprintf("[%s] start.\n", __func__);
+    // What is read here goes into the new file: nobody else may change it in between. A lock that
+    // cannot be had fails the rebuild.
+    const DataLock lock(sche_path.c_str());
     if (!ScheduleExists(__func__)) return -1;
     if (HddTblAlloc() != 0 || !HddSaveData()) {
         Ptltrprintf("[%s] end.( -1 )\n", __func__);
         return -2;
     }
-    KeepProfileAsOld(sche_path.c_str());
+    KeepProfileAs(sche_path.c_str(), SideName(sche_path.c_str(), ".old"));
     if (CreateSchedule() != 0) {
         Ptltrprintf("[%s] end.( -1 )\n", __func__);
         return -2;

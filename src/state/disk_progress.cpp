@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "base/file.h"
 #include "state/schedule_file.h"
+#include "sys/profile_writer.h"
 
 namespace patrol {
 
@@ -37,8 +39,9 @@ int32_t StartPercent(uint64_t start, uint64_t maximum) {
 }
 
 void SaveProgressCopy(const char* path, const char* copy_path) {
-    unlink(copy_path);
-    static_cast<void>(link(path, copy_path));
+    if (KeepProfileAs(path, copy_path) || FileExists(path)) return;
+    const DataLock lock(copy_path);
+    if (lock.held()) unlink(copy_path);
 }
 
 }  // namespace patrol

@@ -47,7 +47,8 @@ int32_t EndPercent(uint64_t next, uint64_t maximum);
 int32_t StartPercent(uint64_t start, uint64_t maximum);
 
 // Makes `copy_path` a second name of the file at `path`: a schedule takes the start addresses from
-// there. Without that file there is none.
+// there. Where that file is missing, so is the copy afterwards; where the copy cannot be made, the
+// one before it stays.
 void SaveProgressCopy(const char* path, const char* copy_path);
 
 }  // namespace patrol

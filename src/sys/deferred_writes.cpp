@@ -40,7 +40,7 @@ void FlushDeferredWrites(const char* path) {
     for (const DeferredWrite& write : writes) {
         writer.Write(write.section.c_str(), write.key.c_str(), write.value.c_str());
     }
-    writer.Save();
+    writer.SaveOrReport(__func__);
 }
 
 }  // namespace patrol

@@ -12,7 +12,8 @@ namespace patrol {
 // off before are done now.
 void DeferProfileWrite(const char* section, const char* key, const char* value, const char* path);
 
-// Puts the writes in place now; with a path, only if they are to that profile.
+// Puts the writes in place now; with a path, only if they are to that profile. A failure is traced
+// and told to the agent, and the writes are gone.
 void FlushDeferredWrites(const char* path = nullptr);
 
 }  // namespace patrol

@@ -43,7 +43,11 @@ bool LoadProfile(const char* path, std::string* bytes, struct stat* status) {
     struct stat found = {};
     const bool there = stat(path, &found) == 0;
     if (status != nullptr) *status = found;
-    if (!there || !S_ISREG(found.st_mode) || found.st_size > kMaxSize) return false;
+    if (!there) return false;
+    if (!S_ISREG(found.st_mode) || found.st_size > kMaxSize) {
+        errno = S_ISREG(found.st_mode) ? EFBIG : EINVAL;
+        return false;
+    }
     Stream stream = rf_fileopen(path, "r");
     if (stream == nullptr) return false;
     char piece[16384];

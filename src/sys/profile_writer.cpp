@@ -1,11 +1,12 @@
 #include "sys/profile_writer.h"
 
-#include <unistd.h>
-
+#include <cerrno>
 #include <cstring>
 #include <iterator>
 
 #include "base/text.h"
+#include "msg/call_failure.h"
+#include "msg/trace.h"
 #include "sys/replace_file.h"
 
 namespace patrol {
@@ -26,23 +27,16 @@ bool IsHeader(const std::string& piece) {
 // Whether the line is copied as it stands, whatever it holds.
 bool IsPassedOver(const std::string& piece) { return std::strchr("; \n\r#[", piece[0]) != nullptr; }
 
-// Makes `old_path` a second name of the file at `path`. False where links are refused.
-bool LinkAs(const std::string& path, const std::string& old_path) {
-    const std::string temporary = SideName(old_path.c_str(), ".new");
-    unlink(temporary.c_str());
-    if (link(path.c_str(), temporary.c_str()) != 0) return false;
-    const bool renamed = std::rename(temporary.c_str(), old_path.c_str()) == 0;
-    // Still there where both names meant the same file already.
-    unlink(temporary.c_str());
-    return renamed;
-}
-
 }  // namespace
 
-ProfileWriter::ProfileWriter(const char* path) : path_(path) {
+ProfileWriter::ProfileWriter(const char* path) : lock_(path), path_(path) {
     std::string bytes;
-    loaded_ = LoadProfile(path, &bytes);
-    if (!loaded_) return;
+    if (!lock_.held()) {
+        failure_ = {lock_.call(), lock_.error()};
+    } else if (!LoadProfile(path, &bytes)) {
+        failure_ = {"read", errno};
+    }
+    if (!Loaded()) return;
     std::string_view rest = bytes;
     while (!rest.empty()) {
         lines_.emplace_back(TakePiece(&rest, kMaxPiece));
@@ -52,31 +46,49 @@ ProfileWriter::ProfileWriter(const char* path) : path_(path) {
 }
 
 void ProfileWriter::Write(const char* section, const char* key, const char* value) {
-    if (!loaded_ || Empty(section) || Empty(key) || Empty(value)) return;
+    if (Empty(section) || Empty(key) || Empty(value)) return;
+    ++writes_;
+    if (!Loaded()) return;
     if (pending_.has_value()) Apply(*pending_);
     pending_ = Entry{SectionPattern(section, kMaxPattern), KeyPattern(key, kMaxPattern),
                      std::string(key) + "=" + value + "\n"};
-    ++writes_;
 }
 
 bool ProfileWriter::Save() {
-    if (!pending_.has_value()) return loaded_;
+    if (writes_ == 0) return true;
+    if (!Loaded()) return false;
     const std::string before = Join();
     Apply(*pending_);
     pending_.reset();
 
     FileReplacement fresh(path_.c_str());
-    if (!fresh.Write(Join())) return false;
     const std::string old_path = SideName(path_.c_str(), ".old");
+    bool placed = fresh.Write(Join());
     // A single write keeps the very file that stands there.
-    if (writes_ == 1 && LinkAs(path_, old_path)) return fresh.Commit();
-    FileReplacement kept(old_path.c_str());
-    // Where there is no room for what stood there before the last write, the file as it is will do:
-    // a backup that is a little older is better than one that is half written.
-    if (!kept.Write(before)) LinkAs(path_, old_path);
-    if (!fresh.Commit()) return false;
-    kept.Commit();
-    return true;
+    if (placed && writes_ == 1 && LinkInPlace(path_, old_path)) {
+        placed = fresh.Commit();
+    } else if (placed) {
+        FileReplacement kept(old_path.c_str());
+        // Where there is no room for what stood there before the last write, the file as it is will
+        // do: a backup that is a little older is better than one that is half written.
+        if (!kept.Write(before)) LinkInPlace(path_, old_path);
+        placed = fresh.Commit();
+        if (placed) kept.Commit();
+    }
+    failure_ = fresh.failure();
+    if (placed && !SyncDirectory(path_)) failure_ = {"fsync", errno};
+    return failure_.call == nullptr;
+}
+
+void ProfileWriter::SaveOrReport(const char* caller) {
+    if (Save()) return;
+    Ptltrprintf("[%s] Can't update %s.( %s, errno:%d )\n", caller, path_.c_str(), failure_.call,
+                failure_.error);
+    CallFailure failure(failure_.call, failure_.error);
+    const std::string event_text = "file name = " + path_;
+    failure.event_text = event_text.c_str();
+    failure.file = path_.c_str();
+    ReportCallFailure(failure);
 }
 
 void ProfileWriter::Apply(const Entry& entry) {
@@ -111,12 +123,13 @@ std::string ProfileWriter::Join() const {
     return bytes;
 }
 
-bool KeepProfileAsOld(const char* path) {
-    const std::string old_path = SideName(path, ".old");
-    if (LinkAs(path, old_path)) return true;
+bool KeepProfileAs(const char* path, const std::string& kept_path) {
+    const DataLock lock(path);
+    if (!lock.held()) return false;
+    if (LinkInPlace(path, kept_path)) return SyncDirectory(path);
     std::string bytes;
-    FileReplacement kept(old_path.c_str());
-    return LoadProfile(path, &bytes) && kept.Write(bytes) && kept.Commit();
+    FileReplacement kept(kept_path.c_str());
+    return LoadProfile(path, &bytes) && kept.Write(bytes) && kept.Commit() && SyncDirectory(path);
 }
 
 }  // namespace patrol

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "sys/profile_lines.h"
+#include "sys/replace_file.h"
 
 namespace patrol {
 
@@ -13,14 +14,23 @@ namespace patrol {
 // together. "<path>.old" then holds what the file would have held before the last of them.
 class ProfileWriter {
  public:
-    // Reads the file; where that fails all writes go nowhere.
+    // Reads the file; where that fails all writes go nowhere. Until this writer goes, no other
+    // process changes it: see DataLock.
     explicit ProfileWriter(const char* path);
 
     void Write(const char* section, const char* key, const char* value);
 
     // Puts the writes, if there are any, in place. False when that, or reading the file, failed;
-    // the file is then as it was. A "<path>.old" that cannot be had does not keep the writes out.
+    // the file is then as it was, unless the last step alone failed, which is to make its place
+    // outlast a power cut. A "<path>.old" that cannot be had does not keep the writes out.
     bool Save();
+
+    // Save for a change that nobody else would miss: a failure is traced under `caller` and told to
+    // the agent by one event.
+    void SaveOrReport(const char* caller);
+
+    // What failed, once something has.
+    const FailedCall& failure() const { return failure_; }
 
  private:
     struct Entry {
@@ -30,12 +40,14 @@ class ProfileWriter {
     };
     using Lines = std::list<std::string>;
 
+    bool Loaded() const { return failure_.call == nullptr; }
     void Apply(const Entry& entry);
     void Insert(Lines::iterator at, const std::string& line);
     std::string Join() const;
 
+    DataLock lock_;
     std::string path_;
-    bool loaded_ = false;
+    FailedCall failure_;
     int writes_ = 0;
     // The last write, held back so that the state before it can be kept.
     std::optional<Entry> pending_;
@@ -43,8 +55,8 @@ class ProfileWriter {
     HeaderIndex<Lines::iterator> headers_;
 };
 
-// Makes "<path>.old" hold what the profile holds now, for a rebuild to come. False, with
-// "<path>.old" as it was, when that fails.
-bool KeepProfileAsOld(const char* path);
+// Makes `kept_path`, a name in the same directory, hold what the profile holds now. False, with
+// `kept_path` as it was, when that fails.
+bool KeepProfileAs(const char* path, const std::string& kept_path);
 
 }  // namespace patrol

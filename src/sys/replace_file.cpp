@@ -1,14 +1,43 @@
 #include "sys/replace_file.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <memory>
+
+#include "base/text.h"
 
 namespace patrol {
 namespace {
 
 constexpr size_t kMaxName = 4095;
+constexpr char kSideSuffix[] = ".new";  // followed by a full stop and the process id
+
+// The name under which this process makes the successor of `path`.
+std::string TemporaryName(const std::string& path) {
+    const std::string own = kSideSuffix + ("." + std::to_string(getpid()));
+    return path.substr(0, kMaxName - own.size()) + own;
+}
+
+// Removes what killed processes left of successors of `path`. Nobody else is making one: the caller
+// has the lock.
+void RemoveStale(const std::string& path) {
+    const std::string name = path.substr(path.rfind('/') + 1) + kSideSuffix;
+    const std::string directory = DirectoryOf(path);
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(directory.c_str()), closedir);
+    if (entries == nullptr) return;
+    while (const dirent* entry = readdir(entries.get())) {
+        const std::string_view found = entry->d_name;
+        if (!StartsWith(found, name)) continue;
+        const std::string_view rest = found.substr(name.size());
+        const bool numbered = StartsWith(rest, ".") && rest.size() > 1 &&
+                              rest.find_first_not_of("0123456789", 1) == std::string_view::npos;
+        if (rest.empty() || numbered) unlinkat(dirfd(entries.get()), entry->d_name, 0);
+    }
+}
 
 // Whether a file may take the place of what stands at `path`: a regular file, described in
 // `*status`, or nothing yet, which leaves it cleared.
@@ -28,14 +57,19 @@ std::string SideName(const char* path, const char* suffix) {
 }
 
 FileReplacement::FileReplacement(const char* path)
-    : path_(path), temporary_(SideName(path, ".new")) {
+    : lock_(path), path_(path), temporary_(TemporaryName(path_)) {
     struct stat status = {};
-    if (!Replaceable(path, &status)) return;
-    // A killed run may have left it, even as a second name of the file that is to be kept.
-    unlink(temporary_.c_str());
-    stream_ = OpenForWriting(temporary_.c_str());
-    created_ = stream_ != nullptr;
-    if (created_ && status.st_nlink > 0) fchmod(fileno(stream_.get()), status.st_mode & 0777);
+    if (!lock_.held()) {
+        Fail(lock_.call(), lock_.error());
+    } else if (!Replaceable(path, &status)) {
+        Fail("stat", errno);
+    } else {
+        RemoveStale(path_);
+        stream_ = OpenNew(temporary_.c_str(), 0666);
+        created_ = stream_ != nullptr;
+        if (!created_) Fail("open", errno);
+        if (created_ && status.st_nlink > 0) fchmod(fileno(stream_.get()), status.st_mode & 0777);
+    }
 }
 
 FileReplacement::~FileReplacement() {
@@ -50,17 +84,45 @@ bool FileReplacement::Write(std::string_view bytes) {
 }
 
 bool FileReplacement::Commit() {
-    if (!Finish() || std::rename(temporary_.c_str(), path_.c_str()) != 0) return false;
+    if (!Finish()) return false;
+    if (std::rename(temporary_.c_str(), path_.c_str()) != 0) return Fail("rename", errno);
     created_ = false;
     return true;
 }
 
 bool FileReplacement::Finish() {
     if (stream_ != nullptr) {
-        const bool written = std::ferror(stream_.get()) == 0;
-        finished_ = std::fclose(stream_.release()) == 0 && written;
+        if (std::fflush(stream_.get()) != 0 || std::ferror(stream_.get()) != 0) {
+            Fail("write", errno);
+        } else if (fsync(fileno(stream_.get())) != 0) {
+            Fail("fsync", errno);
+        }
+        if (std::fclose(stream_.release()) != 0) Fail("close", errno);
     }
-    return finished_;
+    return failure_.call == nullptr;
+}
+
+bool FileReplacement::Fail(const char* call, int error) {
+    if (failure_.call == nullptr) failure_ = {call, error};
+    return false;
+}
+
+bool LinkInPlace(const std::string& path, const std::string& link_path) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.ok() || fsync(file.get()) != 0) return false;
+    RemoveStale(link_path);
+    const std::string temporary = TemporaryName(link_path);
+    if (link(path.c_str(), temporary.c_str()) != 0) return false;
+    const bool renamed = std::rename(temporary.c_str(), link_path.c_str()) == 0;
+    // Still there where both names meant the same file already.
+    unlink(temporary.c_str());
+    return renamed;
+}
+
+bool SyncDirectory(const std::string& path) {
+    const Descriptor directory(open(DirectoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // EINVAL: there is nothing to be synced on this file system.
+    return directory.ok() && (fsync(directory.get()) == 0 || errno == EINVAL);
 }
 
 }  // namespace patrol
