@@ -121,7 +121,7 @@ class Scene {
         return files;
     }
     // Whether an unfinished write has left something in the data directory.
-    bool LeftTemporary() const { return Join(Files("data")).find(".new\n") != std::string::npos; }
+    bool LeftTemporary() const { return Join(Files("data")).find(".new") != std::string::npos; }
 
     AgentDir agent_;
     EventPipe events_{agent_};
@@ -257,6 +257,26 @@ INSTANTIATE_TEST_SUITE_P(Modes, KilledTest,
                                                                            "start"),
                                             ::testing::Range(0, kParts)),
                          NameOfCase);
+
+// A file that takes another's place is on the disk before, and its place soon after.
+TEST_P(KilledTest, HasSyncedWhatItRenames) {
+    std::set<std::string> synced;
+    bool linked = false;
+    std::string unsynced = "nothing renamed";
+    for (const std::string& call : calls_) {
+        const std::string name = call.substr(0, call.find(' '));
+        const std::string file = call.substr(std::min(call.size(), name.size() + 1));
+        if (name == "open") synced.erase(file);
+        if (name == "fsync") synced.insert(file);
+        if (name == "link") linked = synced.count(file) != 0;
+        if (name == "fsync" && file == "data") unsynced.clear();
+        if (name != "rename" || file.rfind("data/", 0) != 0) continue;
+        EXPECT_TRUE(synced.count(file) != 0 || linked) << file;
+        linked = false;
+        unsynced = file;
+    }
+    EXPECT_EQ(unsynced, "");
+}
 
 class FailedCallTest : public FaultTest {};
 

@@ -50,6 +50,8 @@ const std::vector<Rule>& Rules() {
         {SYS_newfstatat, "stat", 1, 0, {EIO}},
         {SYS_fstat, "stat", kNone, 0, {EIO}},
         {SYS_fchmod, "fchmod", kNone, 0, {EIO}},
+        {SYS_fsync, "fsync", kNone, 0, {EIO}},
+        {SYS_flock, "flock", kNone, 0, {EIO, EINTR}},
         {SYS_read, "read", kNone, 0, {EIO, EINTR}},
         {SYS_write, "write", kNone, 0, {ENOSPC, EINTR, kNoSpace}},
         {SYS_close, "close", kNone, 0, {EIO}},
@@ -87,6 +89,9 @@ std::string NameOf(const Rule& rule, pid_t pid, const uint64_t* arguments,
     if (file.empty() && rule.descriptor != kNone) file = FileOf(pid, arguments[rule.descriptor]);
     if (file.rfind(root + "/", 0) == 0) file.erase(0, root.size() + 1);
     if (file.rfind("pipe:", 0) == 0) file = "pipe";
+    // The number of the process is another one in each run.
+    const std::string own = ".new." + std::to_string(pid);
+    if (const size_t at = file.rfind(own); at != std::string::npos) file.erase(at + 4);
     return file.empty() ? rule.name : rule.name + " " + file;
 }
 
