@@ -98,7 +98,7 @@ Descriptor OpenForAppending() {
 }
 
 // trprintf with its arguments in a list.
-int PutFormatted(const char* format, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] int PutFormatted(const char* format, va_list arguments) {
     if (!ring.Usable()) return -1;
     TraceText text;
     text.FormatList(format, arguments);
