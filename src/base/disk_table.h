@@ -13,14 +13,14 @@ extern RunningTest* hdd_exec_tbl;
 extern int32_t hdd_exec_use;
 
 // Allocates `count` cleared entries, at most kMaxCount, in place of any earlier table and sets
-// hdd_exec_use to 0.
-// False, with no table, when they cannot be had. A count of 0 is a table without entries.
+// hdd_exec_use to 0. Returns false, with no table, when they cannot be had. A count of 0 is a table
+// without entries.
 bool AllocateDiskTable(int count);
 
 // Closes the pipes or output files, frees the table and empties the count.
 void FreeDiskTable();
 
-// Entry `index` when it is filled, else null.
+// Returns entry `index` when it is filled, else null.
 RunningTest* DiskEntry(int index);
 
 }  // namespace patrol

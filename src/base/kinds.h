@@ -19,7 +19,7 @@ inline constexpr Kind kKinds[] = {
     {kKindHdd, "HDD", "Hdd", "hddtest"},
 };
 
-// The row of `code`; null for any other number.
+// Returns the row of `code`; null for any other number.
 const Kind* FindKind(int code);
 
 // Who asks for a diagnosis; the numbers are those that the status and parts routines take.

@@ -6,15 +6,15 @@
 
 namespace patrol {
 
-// Items joined by single blanks, in at most 511 characters. An item is cut at 63 characters, a
+// Joins items by single blanks, in at most 511 characters. An item is cut at 63 characters, a
 // device item at 511.
 class CommandLineBuilder {
  public:
-    // The device, or that of the key "dev".
+    // Adds the device, or that of the key "dev".
     void AddDevice(const char* device);
     void AddDevice(const ProfileReader& from, const char* section, const char* default_value);
-    // The text, or that of `key`, by default `default_value`, behind `option` and a blank; alone
-    // without an option (null).
+    // Add a value, or that of `key` (by default `default_value`), behind `option` and a blank. A
+    // text without an option (null) stands alone.
     void AddText(const char* option, const ProfileReader& from, const char* section,
                  const char* key, const char* default_value);
     void AddText(const char* option, const char* text);

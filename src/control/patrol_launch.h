@@ -1,4 +1,5 @@
-// The patrol launchers: is a component due, with which command line is its test started.
+// The patrol launchers decide whether a component is due, and with which command line its test is
+// started.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +11,8 @@ extern int32_t cpu_tout_watch;
 extern int32_t mem_tout_watch;
 extern int32_t hdd_tout_watch;
 
-// 1 when the test was started, 0 when it is not due (its next-go value begins with "OFF" or is
-// missing), -1 when it could not be started (traced).
+// Start the test where it is due: its next-go value is there and does not begin with "OFF". They
+// return 1 when it was started, 0 when it is not due, -1 when it could not be started (traced).
 int CpuTestExec();
 int MemTestExec();
 

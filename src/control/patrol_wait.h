@@ -16,15 +16,15 @@ struct TestWait {
     int mode = kRunPatrol;  // or kRunPadiag, for the status and parts routines
 };
 
-// Reads the records of `test` until its status record or the end of its pipe. A test that has
-// said its last is given `timeout` seconds (0 or below: no limit) until it, or any other child,
-// ends; after that it is stopped and its result stands; a pipe that ends without a status record is
-// a time-out when the test has run longer than that, and is entered in the history as one. A test
+// Reads the records of `test` until its status record or the end of its pipe. A test that has said
+// its last is given `timeout` seconds (0 or below: no limit) until it, or any other child, ends;
+// after that it is stopped and its result stands; a pipe that ends without a status record is a
+// time-out when the test has run longer than that, and is entered in the history as one. A test
 // program that neither writes nor closes its pipe is waited for without limit, SIGINT and SIGHUP
-// apart. 0, or -1 for a test that failed, was skipped or aborted, or did not report.
+// apart. Returns 0, or -1 for a test that failed, was skipped or aborted, or did not report.
 int wait_for_testdata(RunningTest* test, const TestWait& wait);
 
-// Wait for the running tests of a kind. 0, or -1 when (one of) the wait(s) failed.
+// Wait for the running tests of a kind. They return 0, or -1 when (one of) the wait(s) failed.
 int WaitCpuTest();
 int WaitMemTest();
 int WaitHddTest();

@@ -24,7 +24,7 @@ struct Selection {
     int even_start = 0;
 };
 
-// The selection that `schedule` holds.
+// Returns the selection that `schedule` holds.
 Selection ReadSelection(const ScheduleFile& schedule);
 
 // A key that the selection changes.
@@ -42,8 +42,9 @@ struct SelectionStep {
 
 // Moves `selection` on by one pass: processors and memory alternate where both are enabled, disks
 // alternate between odd and even numbers, at most the limit a pass. The group that the limit cut
-// short keeps its own start; where it was cut becomes the start of the other group. Kept so, odd as
-// it is. Works on the data alone, so that passes to come can be tried on a copy.
+// short keeps its own start; where it was cut becomes the start of the other group. This is odd,
+// but readers of the file count on it. The rule works on the data alone, so that passes to come can
+// be tried on a copy.
 SelectionStep AdvanceSelection(Selection* selection);
 
 // Advances the patrol Schedule file after a pass. It is read once before the changes, which take

@@ -18,11 +18,12 @@ void PutFlag(FILE* schedule, const char* key, bool on);
 // Adds a target to a comma-separated list.
 void AddTarget(Text<512>* targets, const char* target);
 
-// Whether the new file at `path` can be written (traced when it cannot).
+// Returns whether the new file at `path` can be written (traced when it cannot).
 bool BeginFile(const char* caller, const char* path, const FileReplacement& schedule);
 
 // Puts the file in place when it is complete, or when there is no device configuration, by what the
-// step that wrote the disk sections has returned (`disks`). False (traced) unless it is complete.
+// step that wrote the disk sections has returned (`disks`). Returns false (traced) unless it is
+// complete.
 bool EndFile(const char* caller, const char* path, int disks, FileReplacement* schedule);
 
 }  // namespace patrol

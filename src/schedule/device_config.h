@@ -29,20 +29,20 @@ inline Text<512>& serial_number = scanned_disk.serial_number;
 inline Text<512>& xml_vendor = scanned_disk.vendor;
 inline Text<512>& xml_model = scanned_disk.model;
 
-// Loads the devices that are never diagnosed, from "pat_nontarget.ini". 0, or -1 with an empty
-// table when it cannot be allocated (traced).
+// Loads the devices that are never diagnosed, from "pat_nontarget.ini". Returns 0, or -1 with an
+// empty table when it cannot be allocated (traced).
 int HddTblAlloc2();
 void FreeNonTargets();
 
-// 0: no disk device line; 1: one; 2: one of a logical drive, judged by what stands before the
-// device path. Sets device_name and f_ide_device and cuts the line at the path.
+// Returns 0 for no disk device line, 1 for one, 2 for one of a logical drive, judged by what stands
+// before the device path. Sets device_name and f_ide_device and cuts the line at the path.
 int PhypathCheck(char* line);
 
-// 0: no type attribute; 1: one that says HDD; 2: one that says something else.
+// Returns 0 for no type attribute, 1 for one that says HDD, 2 for one that says something else.
 int GetAttrData(const char* line);
 
-// 0: nothing of interest; 1: an operational status; 2: another status; 3, 4, 5: serial number,
-// vendor, model taken.
+// Returns 0 for nothing of interest, 1 for an operational status, 2 for another status, and 3, 4 or
+// 5 when it took a serial number, a vendor or a model.
 int GetAttrDataStatus(const char* line);
 
 // How a scan ended: the configuration was read to its end, there is none, or it may be there but
@@ -62,10 +62,11 @@ class DiskScan {
 
     bool opened() const { return file_ != nullptr; }
 
-    // The next operational disk that is no non-target, valid until the next call; null at the end.
+    // Returns the next operational disk that is no non-target, valid until the next call; null at
+    // the end.
     const Disk* Next();
 
-    // How the scan ended (traced).
+    // Returns how the scan ended (traced).
     int End();
 
  private:

@@ -7,10 +7,10 @@
 namespace patrol {
 
 // The twin of CreateSchedule: reads the padiag settings, writes the file and enters the change in
-// the padiag history. 0, or -1 in the same cases.
+// the padiag history. Returns 0, or -1 in the same cases.
 int PadiagCreateSchedule();
 
-// The sections of the file. The first two return 0; the last returns how the scan ended, as
+// Write the sections of the file. The first two return 0; the last returns how the scan ended, as
 // DiskScan::End does.
 int PadiagCpuScheduleMk(FILE* schedule);
 int PadiagMemoryScheduleMk(FILE* schedule);

@@ -12,19 +12,19 @@ struct OldDisk {
     Text<512> address;
 };
 
-// New settings: enable and due flags follow them in place; disks, addresses, time-outs and the disk
-// limit stay. 0, or -1 when there is no Schedule file.
+// Has the enable and due flags follow the new settings in place; disks, addresses, time-outs and
+// the disk limit stay. Returns 0, or -1 when there is no Schedule file.
 int UpdateSchedule();
 
-// New device configuration: the file is rebuilt, and a disk known by its serial number keeps the
+// Rebuilds the file for a new device configuration; a disk known by its serial number keeps the
 // address its next test starts at, from the moment the new file stands there. A rebuild that fails
-// leaves the old file as "<path>.old". 0; -1 when there is no Schedule file (nothing done); -2 when
-// it cannot be read or its disks not be kept in memory (it is untouched), or when the rebuild
-// failed.
+// leaves the old file as "<path>.old". Returns 0; -1 when there is no Schedule file (nothing done);
+// -2 when it cannot be read or its disks not be kept in memory (it is untouched), or when the
+// rebuild failed.
 int CompareSchedule();
 
-// The disk of the old file that has this serial number: the first whose own is its beginning. Null
-// where there is none, or no rebuild under way.
+// Returns the disk of the old file that has this serial number: the first whose own is its
+// beginning. Null where there is none, or no rebuild under way.
 const OldDisk* KnownDisk(const char* serial);
 
 // The steps of these.

@@ -36,8 +36,8 @@ class DiskProgress {
     ProfileReader profile_;
 };
 
-// Percent of `maximum` that `next` is: 0 for a next address of 0, else at least 1, and 100 only
-// where both are equal. A maximum of 0 counts as hardly begun.
+// Returns the percent of `maximum` that `next` is: 0 for a next address of 0, else at least 1, and
+// 100 only where both are equal. A maximum of 0 counts as hardly begun.
 int32_t ProgressPercent(uint64_t next, uint64_t maximum);
 
 // The same for the end of a test, where it is 0 for a maximum of 0, too.

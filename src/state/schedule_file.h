@@ -19,7 +19,7 @@ struct ScheduleKeys {
     const char* requested;  // of the padiag file
 };
 
-// The row of `kind`, which must be one of the three.
+// Returns the row of `kind`, which must be one of the three.
 const ScheduleKeys& KeysOf(int kind);
 
 // The section of what holds for a whole run, and its other keys: how many disks there are, most
@@ -73,23 +73,23 @@ class ScheduleFile {
     // Reads the file again if it was changed or replaced.
     void Refresh() { profile_.Refresh(); }
 
-    // Whether the file could be read; else every answer is the default.
+    // Returns whether the file could be read; else every answer is the default.
     bool loaded() const { return profile_.loaded(); }
 
     const ProfileReader& profile() const { return profile_; }
 
-    // A number of the test section.
+    // Returns a number of the test section.
     int TestNumber(const char* key, int default_value) const {
         return profile_.Int(kTestSection, key, default_value);
     }
-    // Seconds that the tests of `kind` are given.
+    // Returns the seconds that the tests of `kind` are given.
     int Timeout(int kind) const { return TestNumber(KeysOf(kind).timeout, kDefaultTimeout); }
-    // Of the padiag file: the level of its tests, and their time limit in seconds.
+    // Return, from the padiag file, the level of its tests and their time limit in seconds.
     int Level() const { return TestNumber(kLevelKey, kDefaultLevel); }
     int TimeLimit() const { return TestNumber(kTimeLimitKey, kDefaultTimeLimit); }
-    // How many disks the file says it has: whatever number stands there, unchecked.
+    // Returns how many disks the file says it has: whatever number stands there, unchecked.
     int DiskCount() const { return TestNumber(kDiskCountKey, 0); }
-    // Most disks that a pass makes due; below 0: no limit.
+    // Returns how many disks a pass makes due at most; below 0: no limit.
     int HddMax() const { return TestNumber(kHddMaxKey, kDefaultHddMax); }
 
     template <size_t Size>
@@ -100,12 +100,12 @@ class ScheduleFile {
     Text<Size + 1> SerialNumber(int number) const {
         return Value<Size>(number, kSerialKey, kNoDevice);
     }
-    // The block that the disk's next test starts at, as text.
+    // Returns the block that the disk's next test starts at, as text.
     template <size_t Size>
     Text<Size + 1> Address(int number, const char* missing = kFirstAddress) const {
         return Value<Size>(number, kAddressKey, missing);
     }
-    // Whether the disk sits on an IDE path.
+    // Returns whether the disk sits on an IDE path.
     bool IsIde(int number) const {
         return profile_.Int(DiskSection(number).c_str(), kIdeKey, 0) == 1;
     }
@@ -119,8 +119,9 @@ class ScheduleFile {
     ProfileReader profile_;
 };
 
-// Has the next test of disk `number` start at `address`, written with at least `digits` hexadecimal
-// digits. The file is changed before this process next waits or reads it: see DeferProfileWrite.
+// Makes the next test of disk `number` start at `address`, written with at least `digits`
+// hexadecimal digits. The file is changed before this process next waits or reads it: see
+// DeferProfileWrite.
 void SaveDiskAddress(const char* path, int number, uint32_t address, int digits);
 
 }  // namespace patrol
