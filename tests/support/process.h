@@ -11,12 +11,8 @@
 
 namespace patrol_test {
 
-// Whether the tests, and the program with them, are built with sanitizers.
-#ifdef __SANITIZE_ADDRESS__
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
+// Whether the program is built with sanitizers.
+constexpr bool kSanitized = PATROL_SANITIZED;
 
 // Environment of a child; an empty optional takes a variable away.
 using Env = std::map<std::string, std::optional<std::string>>;
