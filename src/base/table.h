@@ -8,13 +8,13 @@
 
 namespace patrol {
 
-// Allocates `count` cleared entries: none for a count below 0, at most kMaxCount. Null when they
-// cannot be had; a count whose entries would take more than 1 GiB is damaged and counts as that.
+// Allocates `count` cleared entries, at most kMaxCount. Null when they cannot be had; a count below
+// 0, or one whose entries would take more than 1 GiB, is damaged and counts as that.
 // The caller deletes the table, with FreeTable.
 template <class Entry>
 Entry* AllocateTable(int count) {
     constexpr size_t kMaxBytes = size_t{1} << 30;
-    if (count > 0 && static_cast<size_t>(count) > kMaxBytes / sizeof(Entry)) return nullptr;
+    if (count < 0 || static_cast<size_t>(count) > kMaxBytes / sizeof(Entry)) return nullptr;
     // A failure is the caller's to report, not that of the program's handler.
     const std::new_handler handler = std::set_new_handler(nullptr);
     Entry* table = new (std::nothrow) Entry[static_cast<size_t>(BoundedCount(count))];

@@ -1,7 +1,6 @@
 #include "control/padiag_run.h"
 
 #include "base/clocks.h"
-#include "base/file.h"
 #include "base/paths.h"
 #include "base/settings.h"
 #include "control/agent_status.h"
@@ -10,6 +9,7 @@
 #include "control/padiag_wait.h"
 #include "msg/event.h"
 #include "msg/trace.h"
+#include "schedule/builder_steps.h"
 #include "schedule/padiag_builder.h"
 #include "state/disk_progress.h"
 #include "state/schedule_file.h"
@@ -42,7 +42,13 @@ int PadiagCntlMain() {
 
 int PadiagSchedCntl() {
     Ptltrprintf("[%s] Start.\n", __func__);
-    if (!FileExists(sche_path2.c_str())) return RemakeSchedule(__func__);
+    const Place place = LookAtSchedule(sche_path2.c_str());
+    if (place == Place::kMissing) return RemakeSchedule(__func__);
+    if (place != Place::kThere) {
+        ReportUnusable(__func__, sche_path2.c_str());
+        Ptltrprintf("[%s] Error End.\n", __func__);
+        return -1;
+    }
     {
         const ScheduleFile schedule(sche_path2.c_str());
         padiag_level = schedule.Level();

@@ -1,7 +1,6 @@
 #include "control/patrol_run.h"
 
 #include "base/clocks.h"
-#include "base/file.h"
 #include "base/paths.h"
 #include "control/agent_status.h"
 #include "control/launch.h"
@@ -9,7 +8,9 @@
 #include "control/patrol_wait.h"
 #include "control/selection.h"
 #include "msg/trace.h"
+#include "schedule/builder_steps.h"
 #include "schedule/patrol_builder.h"
+#include "state/schedule_file.h"
 
 namespace patrol {
 namespace {
@@ -40,7 +41,13 @@ int cntl_main() {
 
 int sched_cntl() {
     Ptltrprintf("[%s] Start.\n", __func__);
-    if (!FileExists(sche_path.c_str())) return RemakeSchedule(__func__);
+    const Place place = LookAtSchedule(sche_path.c_str());
+    if (place == Place::kMissing) return RemakeSchedule(__func__);
+    if (place != Place::kThere) {
+        ReportUnusable(__func__, sche_path.c_str());
+        Ptltrprintf("[%s] Error End.\n", __func__);
+        return -1;
+    }
     const int cpu = CpuTestExec();
     const int memory = MemTestExec();
     const int disks = HddTestExec();

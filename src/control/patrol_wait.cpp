@@ -159,8 +159,8 @@ int PipeEnded(RunningTest* test, const TestWait& wait, int last_length) {
     }
     ptl_history(kResultTimeout, test, nullptr);
     if (test->kind == kKindHdd) {
-        SaveDiskAddress(sche_path.c_str(), test->schedule_index, wait.address + kAddressStep,
-                        kAddressDigits);
+        SaveDiskAddress(sche_path.c_str(), test->schedule_index, test->device_name.c_str(),
+                        wait.address + kAddressStep, kAddressDigits);
     }
     Ptltrprintf("[%s] Time Out Error [%s] Threshold Time= %d Sec\n", kName, "Diagnosis End",
                 wait.timeout);
@@ -217,8 +217,11 @@ int WaitSingle(const char* caller, RunningTest* test, int timeout) {
 // The wait for the disk at `entry` of the table.
 int WaitDisk(const char* caller, const ScheduleFile& schedule, int entry) {
     RunningTest& disk = hdd_exec_tbl[entry];
-    disk.device_name.Assign(schedule.Device<64>(disk.schedule_index).view());
-    const Text<65> address = schedule.Address<64>(disk.schedule_index, kShortFirstAddress);
+    // The name that the disk was launched under, as much of it as the wait goes by: a configuration
+    // change may have given the number to another one meanwhile.
+    disk.device_name.Assign(WaitedName(disk.device_name.view()).view());
+    const int number = FindDisk(schedule.profile(), disk.schedule_index, disk.device_name.c_str());
+    const auto address = schedule.Address<64>(number, kShortFirstAddress);
     Ptltrprintf("[%s] PipeHddRead=0x%x PipeHddWrite=0x%x (%d)\n", caller,
                 static_cast<unsigned>(disk.read_fd), static_cast<unsigned>(disk.write_fd), entry);
     Ptltrprintf("[%s] ProcessIdHdd =%d (%d)\n", caller, disk.pid, entry);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "base/file.h"
 #include "base/paths.h"
@@ -150,12 +151,15 @@ int ptl_flush_buff(const char* stream, LogBuffer* buffer) {
     const Descriptor file(
         open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0666));
     if (!file.ok()) return FailedFile("fopen", path);
-    size_t written = 0;
-    const bool whole = WriteAll(file.get(), buffer->view(), &written);
+    const bool whole = WriteAll(file.get(), buffer->view());
     const int error = errno;
-    buffer->Assign(buffer->view().substr(written));
+    // Lines that could not be written make room for newer ones.
+    buffer->Clear();
+    if (whole) return 0;
+    // Once a run: it would be the same event for every line to come.
+    static bool told = false;
     errno = error;
-    return whole ? 0 : FailedFile("write", path);
+    return std::exchange(told, true) ? -1 : FailedFile("write", path);
 }
 
 void FlushLogBuffers() {

@@ -34,6 +34,24 @@ Text<32> Stamp(std::time_t seconds) {
     return stamp;
 }
 
+// Whether the last line of the file is without its end: what a full disk has left of it.
+bool EndsInStump(const Path& path) {
+    const Stream file = OpenForReading(path.c_str());
+    if (file == nullptr || std::fseek(file.get(), -1, SEEK_END) != 0) return false;
+    const int last = std::getc(file.get());
+    return last != EOF && last != '\n';
+}
+
+// Tells the trace and, by one event, the agent of a line that is not whole in the history.
+void ReportLostLine(const char* caller, const Path& path, int error) {
+    Ptltrprintf("[%s] System Call Error. function= %s, errno: %d\n", caller, "write", error);
+    CallFailure failure("write", error);
+    const std::string event_text = std::string("file name = ") + path.c_str();
+    failure.event_text = event_text.c_str();
+    failure.file = path.c_str();
+    ReportCallFailure(failure);
+}
+
 // Appends a line. Returns 0, or -1 when the file cannot be opened, which is traced under `caller`:
 // a missing history stops no diagnosis.
 int Append(const char* caller, const Path& path, const std::string& line) {
@@ -44,7 +62,9 @@ int Append(const char* caller, const Path& path, const std::string& line) {
         Ptltrprintf("[%s] file name : %s\n", caller, path.c_str());
         return -1;
     }
-    std::fputs(line.c_str(), file.get());
+    if (!WriteAll(fileno(file.get()), EndsInStump(path) ? "\n" + line : line)) {
+        ReportLostLine(caller, path, errno);
+    }
     return 0;
 }
 

@@ -86,7 +86,8 @@ Status ParseStatus(const char* body) {
 }
 
 // Has the disk's next test start where this one says. False (traced) when that is no number.
-bool SaveNextAddress(const char* caller, const Status& status, int schedule_index, int run_mode) {
+bool SaveNextAddress(const char* caller, const Status& status, const RunningTest& test,
+                     int run_mode) {
     if (!status.ValidAddress()) {
         Ptltrprintf("[%s] External Interface Error. data= %s , error value= 0x%x.\n", caller,
                     "next address", static_cast<unsigned>(status.address_error));
@@ -95,7 +96,8 @@ bool SaveNextAddress(const char* caller, const Status& status, int schedule_inde
     Ptltrprintf("[%s] tmp_buf=%s ,next_lba= 0x%08x\n", caller, status.address_field.c_str(),
                 status.next_address);
     const Path& schedule = run_mode == kRunPadiag ? sche_path2 : sche_path;
-    SaveDiskAddress(schedule.c_str(), schedule_index, status.next_address, kAddressDigits);
+    SaveDiskAddress(schedule.c_str(), test.schedule_index, test.device_name.c_str(),
+                    status.next_address, kAddressDigits);
     return true;
 }
 
@@ -170,7 +172,7 @@ int check_testdata_status(char* body, const RecordContext&, RunningTest* test, i
                 status.flag_field.c_str());
 
     const bool has_address = status.HasAddress() && test->kind == kKindHdd;
-    if (has_address && !SaveNextAddress(__func__, status, test->schedule_index, run_mode)) {
+    if (has_address && !SaveNextAddress(__func__, status, *test, run_mode)) {
         return -1;
     }
     if (padiag && padiag_level == kProgressLevel) {

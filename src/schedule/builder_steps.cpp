@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 
+#include "msg/ptl_printf.h"
 #include "msg/trace.h"
 #include "schedule/device_config.h"
 #include "state/schedule_file.h"
@@ -25,6 +27,18 @@ void PutFlag(FILE* schedule, const char* key, bool on) { PutText(schedule, key, 
 void AddTarget(Text<512>* targets, const char* target) {
     if (!targets->empty()) targets->Append(",");
     targets->Append(target);
+}
+
+bool ScheduleUsable(const char* caller, const char* path) {
+    if (LookAtSchedule(path) != Place::kUnusable) return true;
+    ReportUnusable(caller, path);
+    return false;
+}
+
+void ReportUnusable(const char* caller, const char* path) {
+    Ptltrprintf("[%s] Error:%s is not usable as a Schedule File.\n", caller, path);
+    const std::string text = std::string("file name = ") + path;
+    ptl_printf(kAgentEvent, nullptr, "E3899", text);
 }
 
 bool BeginFile(const char* caller, const char* path, const FileReplacement& schedule) {

@@ -18,6 +18,13 @@ void PutFlag(FILE* schedule, const char* key, bool on);
 // Adds a target to a comma-separated list.
 void AddTarget(Text<512>* targets, const char* target);
 
+// Returns whether what stands at `path` may be a Schedule file, or is missing; traced, and told to
+// the agent by one event, when it is no regular file.
+bool ScheduleUsable(const char* caller, const char* path);
+
+// Tells the trace and the agent that nothing can be done by the Schedule file at `path`.
+void ReportUnusable(const char* caller, const char* path);
+
 // Returns whether the new file at `path` can be written (traced when it cannot).
 bool BeginFile(const char* caller, const char* path, const FileReplacement& schedule);
 

@@ -12,6 +12,7 @@
 #include "schedule/settings_files.h"
 #include "schedule/update.h"
 #include "state/schedule_file.h"
+#include "sys/profile_writer.h"
 
 namespace patrol {
 namespace {
@@ -91,6 +92,8 @@ int CreateSchedule() {
     CpuScheduleMk(schedule.stream());
     MemoryScheduleMk(schedule.stream());
     const int disks = HddScheduleMk(schedule.stream());
+    // The addresses of the disks that are not in the file now are worth keeping.
+    if (disks == kNoConfiguration) KeepProfileAs(path, SideName(path, ".old"));
     if (!EndFile(__func__, path, disks, &schedule)) return -1;
     ptl_change_hist(RunMode(), dev_gather_str.c_str());
     ptl_change_hist2(RunMode());

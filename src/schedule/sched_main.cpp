@@ -1,10 +1,12 @@
 #include "schedule/sched_main.h"
 
 #include "base/clocks.h"
+#include "base/paths.h"
 #include "base/run_mode.h"
 #include "msg/ptl_printf.h"
 #include "msg/trace.h"
 #include "report/history.h"
+#include "schedule/builder_steps.h"
 #include "schedule/padiag_builder.h"
 #include "schedule/patrol_builder.h"
 #include "schedule/update.h"
@@ -26,7 +28,7 @@ int PatrolError() {
 
 int Reload() {
     if (UpdateSchedule() != 0 && CreateSchedule() != 0) return PatrolError();
-    if (PadiagCreateSchedule() != 0) {
+    if (!ScheduleUsable(kName, sche_path2.c_str()) || PadiagCreateSchedule() != 0) {
         CloseWorkFiles();
         Ptltrprintf("[%s] Error:Padiag Schedule Creation Error Ended.\n", kName);
         return -1;
@@ -51,6 +53,7 @@ int AgentStart() {
 }
 
 int RunByMode() {
+    if (!ScheduleUsable(kName, sche_path.c_str())) return PatrolError();
     switch (RunMode()) {
         case kModeReload:
             return Reload();

@@ -43,11 +43,15 @@ void ClearFlags(ProfileWriter* schedule, int number) {
 
 // Whether the patrol Schedule file is there; traced under `caller` when it is not.
 bool ScheduleExists(const char* caller) {
-    if (FileExists(sche_path.c_str())) return true;
+    if (LookAtSchedule(sche_path.c_str()) != Place::kMissing) return true;
     Ptltrprintf("[%s] Not Found %s.\n", caller, sche_path.c_str());
     Ptltrprintf("[%s] end.( -1 )\n", caller);
     return false;
 }
+
+// Whether the file could not be read for a reason of the moment. It must not be replaced then; one
+// that will never be read, such as one that is too large, has no addresses to be kept.
+bool UnreadNow(const ScheduleFile& schedule) { return IsPassing(schedule.profile().error()); }
 
 // Sets the flags of every disk. Returns where the even group goes on.
 int UpdateDisks(ProfileWriter* schedule, int count, int limit) {
@@ -111,7 +115,6 @@ int CompareSchedule() {
         Ptltrprintf("[%s] end.( -1 )\n", __func__);
         return -2;
     }
-    KeepProfileAs(sche_path.c_str(), SideName(sche_path.c_str(), ".old"));
     if (CreateSchedule() != 0) {
         Ptltrprintf("[%s] end.( -1 )\n", __func__);
         return -2;
@@ -125,8 +128,7 @@ int HddTblAlloc() {
     Ptltrprintf("[%s] start.\n", __func__);
     FreeOldDisks();
     const ScheduleFile schedule(sche_path.c_str());
-    if (!schedule.loaded()) {
-        // What cannot be read now must not be replaced.
+    if (UnreadNow(schedule)) {
         Ptltrprintf("[%s] end.( -1 )\n", __func__);
         return -1;
     }
@@ -152,7 +154,7 @@ bool HddSaveData() {
         disk.address.Assign(schedule.Address<512>(i, kShortFirstAddress).view());
     }
     Ptltrprintf("[%s] End.\n", __func__);
-    return schedule.loaded();
+    return !UnreadNow(schedule);
 }
 
 const OldDisk* KnownDisk(const char* serial) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "base/text.h"
 #include "sys/profile.h"
@@ -57,6 +58,15 @@ enum class Flag : uint8_t {
     kBeginsOff,  // begins with it: off for the launchers, on for the selection
     kOn,         // anything else
 };
+
+// What stands in a Schedule file's place.
+enum class Place : uint8_t {
+    kMissing,   // nothing, or a file without a single section, of which nothing can be done
+    kThere,     // a Schedule file; also one that cannot be looked at for the moment
+    kTooLarge,  // a file that is too large to be read
+    kUnusable,  // no regular file
+};
+Place LookAtSchedule(const char* path);
 
 // Reads a flag of a Schedule file, or of test parameters.
 Flag ReadFlag(const ProfileReader& profile, const char* section, const char* key);
@@ -119,9 +129,20 @@ class ScheduleFile {
     ProfileReader profile_;
 };
 
-// Makes the next test of disk `number` start at `address`, written with at least `digits`
-// hexadecimal digits. The file is changed before this process next waits or reads it: see
-// DeferProfileWrite.
-void SaveDiskAddress(const char* path, int number, uint32_t address, int digits);
+// Returns as much of a device's name as the waits go by: up to 64 characters whole, of a longer
+// one 63.
+Text<65> WaitedName(std::string_view device);
+
+// Returns the number of the disk that `schedule` calls `device`, by its waited name: `number` where
+// it still does, else the first one that a configuration change has moved there. -1 when there is
+// none any more.
+int FindDisk(const ProfileReader& schedule, int number, const char* device);
+
+// Makes the next test of `device`, launched as disk `number`, start at `address`, written with at
+// least `digits` hexadecimal digits. The file is changed before this process next waits or reads
+// it: see DeferProfileWrite. The address goes to the section that names the device by then; without
+// one it is dropped (traced).
+void SaveDiskAddress(const char* path, int number, const char* device, uint32_t address,
+                     int digits);
 
 }  // namespace patrol

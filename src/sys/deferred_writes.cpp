@@ -5,16 +5,9 @@
 #include <vector>
 
 #include "base/blocking.h"
-#include "sys/profile_writer.h"
 
 namespace patrol {
 namespace {
-
-struct DeferredWrite {
-    std::string section;
-    std::string key;
-    std::string value;
-};
 
 // All to one profile.
 std::vector<DeferredWrite> deferred;
@@ -24,10 +17,10 @@ void FlushAll() { FlushDeferredWrites(); }
 
 }  // namespace
 
-void DeferProfileWrite(const char* section, const char* key, const char* value, const char* path) {
+void DeferProfileWrite(const char* path, DeferredWrite write) {
     if (deferred_path != path) FlushAll();
     deferred_path = path;
-    deferred.push_back({section, key, value});
+    deferred.push_back(std::move(write));
     CallBeforeBlocking(FlushAll);
 }
 
@@ -37,9 +30,8 @@ void FlushDeferredWrites(const char* path) {
     // Emptied first: the writer reads the profile, and so comes by here again.
     const std::vector<DeferredWrite> writes = std::exchange(deferred, {});
     ProfileWriter writer(deferred_path.c_str());
-    for (const DeferredWrite& write : writes) {
-        writer.Write(write.section.c_str(), write.key.c_str(), write.value.c_str());
-    }
+    const ProfileReader now(deferred_path.c_str());
+    for (const DeferredWrite& write : writes) write(now, &writer);
     writer.SaveOrReport(__func__);
 }
 

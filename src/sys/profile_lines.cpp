@@ -52,10 +52,12 @@ bool LoadProfile(const char* path, std::string* bytes, struct stat* status) {
     if (stream == nullptr) return false;
     char piece[16384];
     int failures = 0;
+    int error = 0;
     while (std::feof(stream.get()) == 0 && failures < kAttempts) {
         bytes->append(piece, std::fread(piece, 1, sizeof piece, stream.get()));
         if (std::ferror(stream.get()) != 0) {
             ++failures;
+            error = errno != 0 ? errno : EIO;
             std::clearerr(stream.get());
             // Where a failed read leaves the stream is not said anywhere.
             std::fseek(stream.get(), static_cast<long>(bytes->size()), SEEK_SET);
@@ -63,6 +65,7 @@ bool LoadProfile(const char* path, std::string* bytes, struct stat* status) {
     }
     const bool whole = std::feof(stream.get()) != 0;
     rf_fileclose(std::move(stream));
+    if (!whole) errno = error;
     return whole;
 }
 

@@ -24,8 +24,9 @@ bool rf_filegets(std::string* line, size_t size, std::string_view* rest);
 int rf_fileclose(Stream stream);
 
 // Reads the whole of a regular file, after the writes to it that were put off. False when it is
-// none, is larger than 16 MiB, cannot be opened or a read fails for good; `bytes` then holds what
-// was read. `status`, where given, is the file's before it was read, cleared where there is none.
+// none (errno EINVAL), is larger than 16 MiB (EFBIG), cannot be opened or a read fails for good;
+// `bytes` then holds what was read. `status`, where given, is the file's before it was read,
+// cleared where there is none.
 bool LoadProfile(const char* path, std::string* bytes, struct stat* status = nullptr);
 
 // Takes the next line of `rest` with its line feed, at most `limit` characters of it. Empty at the

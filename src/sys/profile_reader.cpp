@@ -1,6 +1,7 @@
 #include "sys/profile_reader.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -47,12 +48,12 @@ ProfileReader::ProfileReader(const char* path) : path_(path) { Load(); }
 void ProfileReader::Load() {
     string_lines_.reset();
     int_lines_.reset();
-    loaded_ = LoadProfile(path_.c_str(), &bytes_, &status_);
+    error_ = LoadProfile(path_.c_str(), &bytes_, &status_) ? 0 : errno;
 }
 
 void ProfileReader::Refresh() {
     struct stat now = {};
-    if (stat(path_.c_str(), &now) != 0 || !loaded_ || !SameFile(now, status_)) Load();
+    if (stat(path_.c_str(), &now) != 0 || !loaded() || !SameFile(now, status_)) Load();
 }
 
 const ProfileReader::Lines& ProfileReader::CutAt(size_t line_size,

@@ -21,8 +21,9 @@ class ProfileReader {
     // put off and are still to come are not looked for.
     void Refresh();
 
-    // Whether the file could be read; else every answer is the default.
-    bool loaded() const { return loaded_; }
+    // Whether the file could be read; else every answer is the default, and `error` is the errno.
+    bool loaded() const { return error_ == 0; }
+    int error() const { return error_; }
 
     // As GetPrivateProfileString, GetPrivateProfileInt and GetPrivateProfileSectionNames.
     int String(const char* section, const char* key, const char* default_value, char* result,
@@ -63,7 +64,7 @@ class ProfileReader {
     std::string path_;
     struct stat status_ = {};
     std::string bytes_;
-    bool loaded_ = false;
+    int error_ = 0;
     // Texts and numbers are read with different line sizes, so that a very long line is cut at
     // different places for the two.
     mutable std::optional<Lines> string_lines_;

@@ -74,12 +74,12 @@ TEST_F(UpdateTest, ReloadChangesOnlyTheFlagsInPlace) {
     EXPECT_FALSE(agent_.Exists(std::string(kSchedule) + ".new"));
     EXPECT_EQ(Join(agent_.History()), "[Change Setup] Target Diagnosis: cputest memtest hddtest\n");
     EXPECT_TRUE(agent_.Traced("[PatrolUpdateSchedule] Hdd Update OK."));
-    // Without sections, and with a last line that has no end, keys are added at the end.
-    agent_.Write(kSchedule, "foreign");
+    // Where sections are missing, and the last line has no end, keys are added at the end.
+    agent_.Write(kSchedule, "[foreign]");
     agent_.Remove(kSettings);
     EXPECT_EQ(RunMode("reload"), 0);
     EXPECT_EQ(agent_.Read(kSchedule),
-              "foreign\ncpu_exe=OFF\ncpu_next_go=OFF\nmem_exe=OFF\nmem_next_go=OFF\n"
+              "[foreign]\ncpu_exe=OFF\ncpu_next_go=OFF\nmem_exe=OFF\nmem_next_go=OFF\n"
               "hdd_next_gusu=0\nhdd_start_kigu=1\nhdd_next_kisu=1\n");
 }
 
@@ -162,15 +162,17 @@ TEST_F(UpdateTest, AMissingDeviceConfigurationFailsTheBuild) {
 TEST_F(UpdateTest, AnAbsurdOldDiskCountLeavesTheFileAlone) {
     WriteDisks({"S"});
     WriteOld({"S=0x1"});
-    agent_.SetKey("TEST_SCHEDULE", "hdd_all_num", "2147483647");
-    const std::string old = agent_.Read(kSchedule);
     EventPipe pipe(agent_);
-    EXPECT_EQ(RunMode("KVXstart"), 0);
-    EXPECT_EQ(agent_.Read(kSchedule), old);
-    EXPECT_EQ(Join(pipe.Lines()), "");
-    EXPECT_EQ(RunMode("confchg"), 1);
-    EXPECT_EQ(agent_.Read(kSchedule), old);
-    EXPECT_EQ(Join(pipe.Lines()), "E3823:Patrol schedule could not be created\n");
+    for (const char* count : {"2147483647", "-1"}) {
+        agent_.SetKey("TEST_SCHEDULE", "hdd_all_num", count);
+        const std::string old = agent_.Read(kSchedule);
+        EXPECT_EQ(RunMode("KVXstart"), 0);
+        EXPECT_EQ(agent_.Read(kSchedule), old);
+        EXPECT_EQ(Join(pipe.Lines()), "");
+        EXPECT_EQ(RunMode("confchg"), 1);
+        EXPECT_EQ(agent_.Read(kSchedule), old);
+        EXPECT_EQ(Join(pipe.Lines()), "E3823:Patrol schedule could not be created\n");
+    }
     EXPECT_NE(agent_.Read(kTrace).find("[HddTblAlloc] hdd_type Alloc Error.(size= "),
               std::string::npos);
 }
