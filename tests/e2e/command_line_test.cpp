@@ -41,10 +41,10 @@ TEST_F(CommandLineTest, VersionAndEndNeedNoEnvironment) {
 }
 
 TEST_F(CommandLineTest, ParameterErrorsEndWithThreeAndTellTheTwoKindsApart) {
-    const std::vector<std::string> unknown = {"",       "point=3 debug", "startx", "Start",
-                                              "pastar", "debugx",        "point",  "bogus version"};
-    const std::vector<std::string> too_many = {"reload reload", "start bogus version",
-                                               "confchg debug debugx", "pastart bogus"};
+    const Strings unknown = {"",       "point=3 debug", "startx", "Start",
+                             "pastar", "debugx",        "point",  "bogus version"};
+    const Strings too_many = {"reload reload", "start bogus version", "confchg debug debugx",
+                              "pastart bogus"};
     EventPipe pipe(agent_);
     for (const auto& [lines, stop] : {std::pair(unknown, "."), std::pair(too_many, "")}) {
         for (const std::string& line : lines) {

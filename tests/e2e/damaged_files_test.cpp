@@ -23,7 +23,7 @@ void Fill(const AgentDir& agent, int count) {
     agent.Write("data/lba_outfile_bup.ini", "[HDD_NEXT_LBA]\n/dev/sda=0x0000000000000800\n");
     agent.Write("data/devconf_new.xml", DeviceXml(NumberedDisks(count)));
     agent.Write(kHistory, "2020/01/01 00:00:00 [Change Setup] Target Diagnosis: cputest\n");
-    std::vector<std::string> kept;
+    Strings kept;
     for (int n = 0; n < count; ++n) {
         kept.push_back("hdd_exe=OFF\nhdd_next_go=OFF\naddress=" + Hex(0x100U + n, 16));
     }

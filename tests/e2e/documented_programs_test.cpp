@@ -7,7 +7,7 @@
 namespace patrol_test {
 namespace {
 
-using Lines = std::vector<std::string>;
+using Lines = Strings;
 
 // What stands between "```sh" and "```".
 std::string ShellProgram() {

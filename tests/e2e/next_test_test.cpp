@@ -50,7 +50,7 @@ TEST_F(NextTest, DisksTakeTurnsByParityWithinTheLimit) {
     const struct {
         int disks;
         const char* limit;
-        std::vector<std::string> states;
+        Strings states;
     } cases[] = {
         {5, "128", {"024|1,0,1", "13|0,0,1", "024|1,0,1", "13|0,0,1"}},
         {5, "-1", {"024|1,0,1", "13|0,0,1", "024|1,0,1"}},
@@ -65,7 +65,7 @@ TEST_F(NextTest, DisksTakeTurnsByParityWithinTheLimit) {
     for (const auto& c : cases) {
         const auto& start = c.states.at(0);
         SCOPED_TRACE(std::to_string(c.disks) + " disks, " + c.limit + " a pass, from " + start);
-        std::vector<std::string> due(static_cast<size_t>(c.disks), "OFF");
+        Strings due(static_cast<size_t>(c.disks), "OFF");
         const size_t bar = start.find('|');
         for (const char disk : start.substr(0, bar)) due.at(static_cast<size_t>(disk - '0')) = "ON";
         Plan("OFF", "OFF", due);

@@ -28,8 +28,8 @@ inline std::string Verdict(int end_code, int flag, const std::string& program = 
 class PadiagFixture : public PassTest {
  protected:
     // A Schedule file with these due words; disks are /dev/sda, ..., and start at block 0.
-    void Plan(int level, const std::string& cpu, const std::string& memory,
-              std::vector<std::string> disks, const std::string& time = "3600") const {
+    void Plan(int level, const std::string& cpu, const std::string& memory, Strings disks,
+              const std::string& time = "3600") const {
         for (std::string& disk : disks) disk = "hdd=" + disk + "\naddress=0x0000000000000000";
         agent_.Write(kPadiagSchedule,
                      ScheduleText("cpu=" + cpu, "mem=" + memory, disks,
@@ -54,7 +54,7 @@ class PadiagFixture : public PassTest {
         }
         return "(none)";
     }
-    std::vector<std::string> History() const { return agent_.History(kPadiagHistory); }
+    Strings History() const { return agent_.History(kPadiagHistory); }
     void Forget() const {
         PassTest::Forget();
         agent_.Remove("data/report");

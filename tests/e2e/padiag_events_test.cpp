@@ -14,8 +14,6 @@
 namespace patrol_test {
 namespace {
 
-using Strings = std::vector<std::string>;
-
 // Shows this process, and it alone, the directory `dev` in place of /dev.
 bool ShowOwnDevices(const std::string& dev) {
     if (unshare(CLONE_NEWNS) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;

@@ -9,8 +9,6 @@
 namespace patrol_test {
 namespace {
 
-using Strings = std::vector<std::string>;
-
 class PadiagTest : public PadiagFixture {
  protected:
     // The command lines in the order of launch, without the directory of the programs.

@@ -148,8 +148,7 @@ TEST_F(PartReportTest, AFailedReportLeavesTheNextOneAFreshStart) {
     Pass();
     const std::string mem = "2 set " + agent_.Path("temp/parts_pt_mem");
     const std::string cpu = "2 set " + agent_.Path("temp/parts_pt_cpu");
-    EXPECT_EQ(agent_.Lines("data/calls"),
-              (std::vector<std::string>{mem, mem, mem, cpu, cpu, cpu, cpu, cpu, cpu}));
+    EXPECT_EQ(agent_.Lines("data/calls"), (Strings{mem, mem, mem, cpu, cpu, cpu, cpu, cpu, cpu}));
     EXPECT_TRUE(agent_.Exists("temp/parts_pt_mem"));
     EXPECT_FALSE(agent_.Exists("temp/parts_pt_cpu"));
 }

@@ -177,7 +177,7 @@ TEST_F(PassTest, DueUnlessTheFlagBeginsWithOff) {
 }
 
 TEST_F(PassTest, NoDiskIsWaitedForWhenTheLastOneCannotBeStarted) {
-    Plan("ON", "OFF", std::vector<std::string>(12, "ON"));
+    Plan("ON", "OFF", Strings(12, "ON"));
     Stub("cputest", StatusRecord(1));
     Stub("hddtest", StatusRecord(1));
     Launch launch;
@@ -208,7 +208,7 @@ TEST_F(PassTest, AProgramThatCannotBeExecutedEndsInTheChild) {
     ExpectSteps({"[wait_for_testdata] read() failed. data_size= 0.",
                  "[wait_for_testdata] Error End.", "[WaitCpuTest] Error End.",
                  "[cntl_main] Patrol Diagnosis Ended."});
-    const std::vector<std::string> trace = agent_.Trace();
+    const Strings trace = agent_.Trace();
     EXPECT_EQ(std::count(trace.begin(), trace.end(), "[cntl_main] Patrol Diagnosis Ended."), 1);
     ExpectHistory({});
 }
@@ -238,7 +238,7 @@ TEST_F(PassTest, ChildrenGetTheSignalsOfTheControllerAndOnePipe) {
     Pass(launch);
     for (const std::string name : {"cputest", "memtest", "hddtest", "parts"}) {
         SCOPED_TRACE(name);
-        const std::vector<std::string> is = agent_.Lines("data/" + name + ".is");
+        const Strings is = agent_.Lines("data/" + name + ".is");
         ASSERT_EQ(is.size(), 4U);
         // SIGUSR2 is bit 11, SIGFPE bit 7; the processor test must get SIGFPE.
         EXPECT_EQ(is[0], name == "cputest" ? "0000000000000800" : "0000000000000880");

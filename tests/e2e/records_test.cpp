@@ -153,7 +153,7 @@ TEST_F(PassTest, WrongAndRightRecordsAreToldApart) {
     const size_t size = ok.size() - 18;
     const struct {
         std::string what, records;
-        std::vector<std::string> steps;
+        Strings steps;
         char fate;  // 's' the program was stopped, 'l' it was left alone, ' ' it ended well
     } cases[] = {
         {"nothing", "", {failed + "0.", error}, 'l'},
@@ -227,7 +227,7 @@ TEST_F(PassTest, AStreamLargerThanAPipeComesWholeAndInOrder) {
     EXPECT_TRUE(Eventually([&] { return Stepped("[WaitMemTest] Start."); }));
     agent_.Remove("data/hold");
     EXPECT_EQ(process.Wait().status, 0);
-    const std::vector<std::string> lines = agent_.Lines("log/pat_sys.log");
+    const Strings lines = agent_.Lines("log/pat_sys.log");
     ASSERT_EQ(lines.size(), static_cast<size_t>(kRecords));
     for (int i = 0; i < kRecords; ++i) {
         EXPECT_EQ(lines[static_cast<size_t>(i)].substr(0, 10), Hex(static_cast<unsigned>(i), 8));

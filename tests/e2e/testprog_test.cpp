@@ -19,7 +19,6 @@ namespace patrol_test {
 namespace {
 
 namespace fs = std::filesystem;
-using Strings = std::vector<std::string>;
 using Numbers = std::vector<unsigned long>;
 
 constexpr const char* kPrograms[] = {"memtest", "hddtest", "cputest"};
@@ -73,13 +72,6 @@ std::string Masked(std::string text) {
         text = std::regex_replace(text, std::regex("(" + before + ")\\d+(?!\\[)"), "$1#");
     }
     return std::regex_replace(text, std::regex("(fp reg 0000: expected )0x.*"), "$1#");
-}
-
-// The rows of a table, in fields between "|"; what is left out at the end is empty.
-std::vector<Strings> Rows(const std::string& table) {
-    std::vector<Strings> rows;
-    for (const std::string& line : Split(table)) rows.push_back(Split(line + "||||", '|'));
-    return rows;
 }
 
 class TestProgramTest : public PadiagFixture {

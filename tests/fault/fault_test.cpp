@@ -42,7 +42,7 @@ std::vector<Element> Spread(const std::vector<Element>& elements, size_t count) 
 }
 
 std::string ScheduleOf(const std::string& flag) {
-    std::vector<std::string> disks;
+    Strings disks;
     for (unsigned i = 0; i < kDisks; ++i) {
         disks.push_back("hdd_exe=" + flag + "\nhdd_next_go=" + (i % 2 == 0 ? flag : "OFF") +
                         "\naddress=" + Hex(0x100 + i, 16));
@@ -52,10 +52,10 @@ std::string ScheduleOf(const std::string& flag) {
 }
 
 // Whether every line of a file stands at its place in one of the wholes.
-bool Mix(const std::string& text, const std::vector<std::string>& wholes) {
-    const std::vector<std::string> lines = Split(text);
+bool Mix(const std::string& text, const Strings& wholes) {
+    const Strings lines = Split(text);
     if (text.empty() || text.back() != '\n') return false;
-    std::vector<std::vector<std::string>> cut;
+    std::vector<Strings> cut;
     for (const std::string& whole : wholes) cut.push_back(Split(whole));
     for (size_t i = 0; i < lines.size(); ++i) {
         const auto has = [&](const auto& whole) {
@@ -66,8 +66,8 @@ bool Mix(const std::string& text, const std::vector<std::string>& wholes) {
     return lines.size() == cut.front().size();
 }
 
-std::vector<std::string> Addresses(const std::string& schedule) {
-    std::vector<std::string> lines = Split(schedule);
+Strings Addresses(const std::string& schedule) {
+    Strings lines = Split(schedule);
     const auto other = [](const std::string& line) { return line.rfind("address=", 0) != 0; };
     lines.erase(std::remove_if(lines.begin(), lines.end(), other), lines.end());
     return lines;
@@ -113,8 +113,8 @@ class Scene {
         }
     }
 
-    std::vector<std::string> Files(const std::string& directory) const {
-        std::vector<std::string> files;
+    Strings Files(const std::string& directory) const {
+        Strings files;
         for (const auto& entry : std::filesystem::directory_iterator(agent_.Path(directory))) {
             files.push_back(directory + "/" + entry.path().filename().string());
         }
@@ -187,7 +187,7 @@ class FaultTest : public ::testing::TestWithParam<std::tuple<std::string, int>> 
 
     // Files made by the defaults are taken where the fault explains them.
     void ExpectWhole(const Scene& scene, bool defaults = false) const {
-        std::vector<std::string> wholes = wholes_, padiag_wholes = padiag_wholes_;
+        Strings wholes = wholes_, padiag_wholes = padiag_wholes_;
         if (defaults) {
             wholes.insert(wholes.end(), defaults_.begin(), defaults_.end());
             padiag_wholes.insert(padiag_wholes.end(), padiag_defaults_.begin(),
@@ -209,9 +209,9 @@ class FaultTest : public ::testing::TestWithParam<std::tuple<std::string, int>> 
     int part_ = std::get<1>(GetParam());
     Calls calls_;
     std::string new_;
-    std::vector<std::string> wholes_;  // what the Schedule file may be mixed of
-    std::vector<std::string> padiag_wholes_;
-    std::vector<std::string> defaults_, padiag_defaults_;
+    Strings wholes_;  // what the Schedule file may be mixed of
+    Strings padiag_wholes_;
+    Strings defaults_, padiag_defaults_;
     std::map<std::string, std::string> inputs_;
 };
 

@@ -15,20 +15,6 @@ namespace patrol_test {
 namespace fs = std::filesystem;
 namespace {
 
-constexpr char kCatalogue[] =
-    "\"E3820\",\"Patrol diagnosis error <<%s>>\";\n"
-    "\"E3823\",\"Patrol schedule could not be created\";\n"
-    "\"E3825\",\"Internal error <<%s>>, value:<<%d>>\";\n"
-    "\"E3826\",\"Test program could not be started <<%s>>\";\n"
-    "\"E3829\",\"Test program ended <<%s>>\";\n"
-    "\"E3830\",\"Memory shortage <<%s>>\";\n"
-    "\"E3895\",\"System call error <<%s>>, errno:<<%d>>\";\n"
-    "\"E3899\",\"<<file name = %s>>\";\n"
-    "\"W2824\",\"Signal set-up failed\";\n"
-    "\"W2825\",\"Test program warning <<%s>>\";\n"
-    "\"W2895\",\"Environment variable<<%s>> not found\";\n"
-    "\"W2896\",\"Execution parameter error\";\n";
-
 // The lines of one disk, from its device line to the end line.
 std::string DiskXml(const Disk& disk) {
     std::string text = "<dev type=\"disk\" phypath=\"" + disk.path + " " + disk.device + "\">\n";
@@ -46,8 +32,8 @@ std::string DiskXml(const Disk& disk) {
 // Calls `visit` with each line of a profile text and whether it is the wanted key's; joins what
 // it returns.
 template <typename Visit>
-std::string MapProfile(const std::vector<std::string>& lines, const std::string& section,
-                       const std::string& key, Visit visit) {
+std::string MapProfile(const Strings& lines, const std::string& section, const std::string& key,
+                       Visit visit) {
     std::string text;
     bool inside = false;
     for (const std::string& line : lines) {
@@ -58,8 +44,7 @@ std::string MapProfile(const std::vector<std::string>& lines, const std::string&
 }
 
 // Puts `by` in place of the head of each line that has one.
-std::vector<std::string> ReplaceHeads(std::vector<std::string> lines, const std::regex& head,
-                                      const char* by) {
+Strings ReplaceHeads(Strings lines, const std::regex& head, const char* by) {
     for (std::string& line : lines) {
         const std::string start = line.substr(0, 300);  // more than any head has
         line.replace(0, start.size(),
@@ -98,26 +83,31 @@ std::string PatrolSettings(const std::string& cpu, const std::string& memory,
            "\n[HDDDIAG_TEST]\nsector\n[HDDDIAG_TIMEOUT]\n45\n";
 }
 
-std::vector<std::string> Split(const std::string& text, char separator) {
-    std::vector<std::string> pieces;
+Strings Split(const std::string& text, char separator) {
+    Strings pieces;
     std::istringstream stream(text);
     for (std::string piece; std::getline(stream, piece, separator);) pieces.push_back(piece);
     return pieces;
 }
 
-std::string Join(const std::vector<std::string>& pieces, const std::string& separator) {
+std::vector<Strings> Rows(const std::string& table) {
+    std::vector<Strings> rows;
+    for (const std::string& line : Split(table)) {
+        rows.push_back(Split(line, '|'));
+        rows.back().resize(10);
+    }
+    return rows;
+}
+
+std::string Join(const Strings& pieces, const std::string& separator) {
     std::string text;
     for (const std::string& piece : pieces) text += piece + separator;
     return text;
 }
 
-std::string First(const std::vector<std::string>& lines) {
-    return lines.empty() ? "(none)" : lines.front();
-}
+std::string First(const Strings& lines) { return lines.empty() ? "(none)" : lines.front(); }
 
-std::string Last(const std::vector<std::string>& lines) {
-    return lines.empty() ? "(none)" : lines.back();
-}
+std::string Last(const Strings& lines) { return lines.empty() ? "(none)" : lines.back(); }
 
 AgentDir::AgentDir() {
     std::string name = (fs::temp_directory_path() / "patrol-XXXXXX").string();
@@ -127,7 +117,7 @@ AgentDir::AgentDir() {
     }
     root_ = name;
     for (const char* dir : {"log", "data", "bin", "temp", "config"}) MakeDir(dir);
-    Write("data/pat_msge.txt", kCatalogue);
+    Write("data/pat_msge.txt", ReadFile(SAMPLES "/data/pat_msge.txt"));
     Script("get", "echo 0");
 }
 
@@ -154,9 +144,7 @@ void AgentDir::Write(const std::string& relative, const std::string& text) const
 
 std::string AgentDir::Read(const std::string& relative) const { return ReadFile(Path(relative)); }
 
-std::vector<std::string> AgentDir::Lines(const std::string& relative) const {
-    return Split(Read(relative));
-}
+Strings AgentDir::Lines(const std::string& relative) const { return Split(Read(relative)); }
 
 void AgentDir::MakeDir(const std::string& relative) const {
     EXPECT_EQ(mkdir(Path(relative).c_str(), 0700), 0) << "cannot make " << relative;
@@ -193,8 +181,8 @@ void AgentDir::SetKey(const std::string& section, const std::string& key, const 
     EXPECT_TRUE(found) << "no " << key << " in [" << section << "] of " << file;
 }
 
-std::vector<std::string> AgentDir::Trace(const std::string& file) const {
-    std::vector<std::string> lines = Lines(file);
+Strings AgentDir::Trace(const std::string& file) const {
+    Strings lines = Lines(file);
     for (std::string& line : lines) {
         const size_t end = line.find("):");
         if (end != std::string::npos) line.erase(0, end + 2);
@@ -203,16 +191,16 @@ std::vector<std::string> AgentDir::Trace(const std::string& file) const {
 }
 
 bool AgentDir::Traced(const std::string& line, const std::string& file) const {
-    const std::vector<std::string> lines = Trace(file);
+    const Strings lines = Trace(file);
     return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
-std::vector<std::string> AgentDir::History(const std::string& file) const {
+Strings AgentDir::History(const std::string& file) const {
     static const std::regex stamp(R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d )");
     return ReplaceHeads(Lines(file), stamp, "");
 }
 
-std::vector<std::string> AgentDir::Log(const std::string& file) const {
+Strings AgentDir::Log(const std::string& file) const {
     // host, time stamp, program, number, second name: none of these holds a comma.
     static const std::regex head(
         R"([^,]*,\d\d/\d\d/\d\d \d\d:\d\d:\d\d \d{3}\.\d{3},[^,]{20},([^,]*),[^,]{16},)");
@@ -227,6 +215,8 @@ Env AgentDir::Environment() const {
         {"KVX_temp", Path("temp")},
         {"KVX_config", Path("config")},
         {"KVX_PIPE", Path("event_pipe")},
+        {"LD_PRELOAD", SYSTEM_LOG_LIBRARY},
+        {"SYSTEM_LOG", Path("system_log")},
         {"PATH", "/usr/bin:/bin"},
         {"LC_ALL", "C"},
         {"TZ", "UTC0"},
@@ -234,14 +224,14 @@ Env AgentDir::Environment() const {
     // A sanitizer's report must not look like one of the program's own exit statuses.
     for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
         const char* value = getenv(name);
-        env[name] = std::string(value == nullptr ? "" : value) + ":exitcode=99";
+        env[name] =
+            std::string(value == nullptr ? "" : value) + ":exitcode=99:verify_asan_link_order=0";
     }
     return env;
 }
 
-std::unique_ptr<Process> AgentDir::Start(const std::vector<std::string>& words,
-                                         const Launch& launch) {
-    std::vector<std::string> arguments = {"patrol.exe"};
+std::unique_ptr<Process> AgentDir::Start(const Strings& words, const Launch& launch) {
+    Strings arguments = {"patrol.exe"};
     arguments.insert(arguments.end(), words.begin(), words.end());
     Env env = Environment();
     for (const auto& [name, value] : launch.env) env[name] = value;
@@ -249,7 +239,7 @@ std::unique_ptr<Process> AgentDir::Start(const std::vector<std::string>& words,
                                      Path("run" + std::to_string(runs_++)), launch);
 }
 
-Result AgentDir::Run(const std::vector<std::string>& words, const Launch& launch) {
+Result AgentDir::Run(const Strings& words, const Launch& launch) {
     return Start(words, launch)->Wait();
 }
 
@@ -262,7 +252,7 @@ EventPipe::EventPipe(const AgentDir& agent) {
 
 EventPipe::~EventPipe() { Leave(); }
 
-std::vector<std::string> EventPipe::Lines() {
+Strings EventPipe::Lines() {
     std::string text;
     char piece[4096];
     for (ssize_t n; (n = read(fd_, piece, sizeof piece)) > 0;)

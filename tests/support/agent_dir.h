@@ -10,6 +10,8 @@
 
 namespace patrol_test {
 
+using Strings = std::vector<std::string>;
+
 inline constexpr char kSchedule[] = "data/pat_new_sche.txt";
 inline constexpr char kPadiagSchedule[] = "data/pat_sche2.txt";
 inline constexpr char kTrace[] = "log/pat_trc_log";
@@ -38,12 +40,14 @@ std::string PatrolSettings(const std::string& cpu, const std::string& memory,
 
 // The pieces of a text between separators (the last one may lack its separator), and back: each
 // piece followed by the separator.
-std::vector<std::string> Split(const std::string& text, char separator = '\n');
-std::string Join(const std::vector<std::string>& pieces, const std::string& separator = "\n");
+Strings Split(const std::string& text, char separator = '\n');
+// The rows of a table, a line each, in fields between "|"; fields left out are empty.
+std::vector<Strings> Rows(const std::string& table);
+std::string Join(const Strings& pieces, const std::string& separator = "\n");
 
 // The first and the last line; "(none)" when there is none.
-std::string First(const std::vector<std::string>& lines);
-std::string Last(const std::vector<std::string>& lines);
+std::string First(const Strings& lines);
+std::string Last(const Strings& lines);
 
 // A private agent directory tree with log/, data/, bin/, temp/ and config/, removed at the end.
 // It starts with a message catalogue and a `bin/get` that answers "0"; the rest is the test's.
@@ -59,7 +63,7 @@ class AgentDir {
     bool Exists(const std::string& relative) const;
     void Write(const std::string& relative, const std::string& text) const;
     std::string Read(const std::string& relative) const;  // empty when there is no such file
-    std::vector<std::string> Lines(const std::string& relative) const;
+    Strings Lines(const std::string& relative) const;
     void MakeDir(const std::string& relative) const;
     void Remove(const std::string& relative) const;  // with everything below
 
@@ -74,20 +78,19 @@ class AgentDir {
                 const std::string& file = kSchedule) const;
 
     // Trace lines with everything up to the first "):" taken off; whether one equals `line`.
-    std::vector<std::string> Trace(const std::string& file = kTrace) const;
+    Strings Trace(const std::string& file = kTrace) const;
     bool Traced(const std::string& line, const std::string& file = kTrace) const;
 
     // Lines of a history file without their time stamp; of a log file as "number text".
     // A line of another form comes whole.
-    std::vector<std::string> History(const std::string& file = kHistory) const;
-    std::vector<std::string> Log(const std::string& file = "log/pat_trc0.log") const;
+    Strings History(const std::string& file = kHistory) const;
+    Strings Log(const std::string& file = "log/pat_trc0.log") const;
 
     // The clean environment that points the program at this directory.
     Env Environment() const;
     // Starts patrol.exe with these words; Run also waits for its end.
-    std::unique_ptr<Process> Start(const std::vector<std::string>& words,
-                                   const Launch& launch = {});
-    Result Run(const std::vector<std::string>& words, const Launch& launch = {});
+    std::unique_ptr<Process> Start(const Strings& words, const Launch& launch = {});
+    Result Run(const Strings& words, const Launch& launch = {});
 
  private:
     std::string root_;
@@ -103,7 +106,7 @@ class EventPipe {
     EventPipe& operator=(const EventPipe&) = delete;
 
     // All lines that came since the last call.
-    std::vector<std::string> Lines();
+    Strings Lines();
     // The reader leaves; the fifo stays.
     void Leave();
 

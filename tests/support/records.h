@@ -89,8 +89,7 @@ constexpr char kClosePipe[] = "exec >/dev/null 2>&1 3>&- 4>&- 5>&- 6>&- 7>&- 8>&
 constexpr char kUp[] = "echo $$ > $KVX_data/up.new; mv $KVX_data/up.new $KVX_data/up\n";
 
 // Whether `expected` come in this order; other lines may stand between them.
-inline ::testing::AssertionResult InOrder(const std::vector<std::string>& lines,
-                                          const std::vector<std::string>& expected) {
+inline ::testing::AssertionResult InOrder(const Strings& lines, const Strings& expected) {
     size_t found = 0;
     for (const std::string& line : lines) {
         if (found < expected.size() && line == expected[found]) ++found;
@@ -104,7 +103,7 @@ inline ::testing::AssertionResult InOrder(const std::vector<std::string>& lines,
 
 // A Schedule file of these keys. Disks are /dev/sda, ...
 inline std::string ScheduleText(
-    const std::string& cpu, const std::string& memory, const std::vector<std::string>& disks,
+    const std::string& cpu, const std::string& memory, const Strings& disks,
     const std::string& test =
         "hdd_timeout=45\nhdd_max=128\nhdd_next_gusu=0\nhdd_next_kisu=1\nhdd_start_kigu=1\n"
         "cpu_timeout=45\nmem_timeout=45") {
@@ -121,8 +120,7 @@ inline std::string ScheduleText(
 class PassTest : public AgentTest {
  protected:
     // A Schedule file with everything enabled and these due flags; disks are /dev/sda, ...
-    void Plan(const std::string& cpu, const std::string& memory,
-              std::vector<std::string> disks) const {
+    void Plan(const std::string& cpu, const std::string& memory, Strings disks) const {
         for (std::string& disk : disks) {
             disk = "hdd_exe=ON\nhdd_next_go=" + disk + "\naddress=0x0000000000000000";
         }
@@ -150,8 +148,8 @@ class PassTest : public AgentTest {
     }
 
     // The trace of the last run itself without its children, over all generations of the file.
-    std::vector<std::string> Steps() const {
-        std::vector<std::string> steps;
+    Strings Steps() const {
+        Strings steps;
         const std::string pid = std::to_string(process_->pid());
         for (const char* generation : {".5", ".4", ".3", ".2", ".1", ".0", ""}) {
             for (const std::string& line : agent_.Lines(trace_ + generation)) {
@@ -169,9 +167,7 @@ class PassTest : public AgentTest {
         return count;
     }
     bool Stepped(const std::string& line) const { return bool(InOrder(Steps(), {line})); }
-    void ExpectSteps(const std::vector<std::string>& expected) const {
-        EXPECT_TRUE(InOrder(Steps(), expected));
-    }
+    void ExpectSteps(const Strings& expected) const { EXPECT_TRUE(InOrder(Steps(), expected)); }
     // Sends the signal once the run has made a step that begins so.
     void SignalAt(const std::string& step, int number) const {
         EXPECT_TRUE(Eventually([&] { return Count(step) > 0; })) << step;
@@ -179,8 +175,8 @@ class PassTest : public AgentTest {
     }
 
     // The history, with the time stamps off and "#" for the seconds of memory and disks.
-    void ExpectHistory(const std::vector<std::string>& expected) const {
-        std::vector<std::string> lines = agent_.History();
+    void ExpectHistory(const Strings& expected) const {
+        Strings lines = agent_.History();
         for (std::string& line : lines) {
             if (line.find(" cputest CPU ") != std::string::npos) continue;
             line = std::regex_replace(line, std::regex("\\[[0-9]+s\\]"), "[#s]");

@@ -18,7 +18,6 @@
 namespace patrol_test {
 
 using namespace patrol;
-using Strings = std::vector<std::string>;
 inline constexpr size_t kNone = std::string::npos;
 
 // A forked copy of this process that runs `body` and ends with its result.
