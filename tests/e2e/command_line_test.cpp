@@ -13,9 +13,7 @@ namespace {
 class CommandLineTest : public AgentTest {
  protected:
     Result RunLine(const std::string& line, const Env& env = {}) {
-        Launch launch;
-        launch.env = env;
-        return agent_.Run(Split(line, ' '), launch);
+        return agent_.Run(Split(line, ' '), {env});
     }
 };
 

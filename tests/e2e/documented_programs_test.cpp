@@ -37,8 +37,8 @@ TEST_F(DocumentedProgramTest, LibraryProgramAddsUp) {
     std::filesystem::copy_file(DOCUMENTED_PROGRAM, agent_.Path("bin/cputest"));
     Plan(1, "ON", "OFF", {}, "1");
     Diagnose();
-    const std::regex line("OK      cputest CPU \\[[0-9]+s\\] pass=[1-9][0-9]*");
-    EXPECT_TRUE(std::regex_match(First(History()), line)) << First(History());
+    EXPECT_EQ(Masked(First(History()), "[0-9]+s|[1-9][0-9]*", "#"),
+              "OK      cputest CPU [#] pass=#");
 }
 
 }  // namespace

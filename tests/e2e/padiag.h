@@ -19,8 +19,7 @@ inline constexpr char kProgressCopy[] = "data/lba_outfile_bup.ini";
 inline std::string Verdict(int end_code, int flag, const std::string& program = "memtest",
                            const std::string& error = "",
                            const std::string& address = "0x00000000") {
-    std::string block = ResultBlock(program, "/dev/sdx", error);
-    if (error.empty()) block = std::regex_replace(block, std::regex("ERROR   : \n"), "");
+    const std::string block = Replaced(ResultBlock(program, "/dev/sdx", error), "ERROR   : \n", "");
     return Framed(Head("0x02", program) +
                   StatusBody(end_code, flag, "I0399:<<Ended>>\n" + block, address));
 }

@@ -3,8 +3,6 @@
 
 #include <sys/stat.h>
 
-#include <regex>
-
 #include "records.h"
 
 namespace patrol_test {
@@ -45,8 +43,8 @@ class ScheduleTest : public AgentTest {
         std::string text = "[CPU_SCHEDULE]\n[MEM_SCHEDULE]\n";
         const Strings words = Split(disks, ' ');
         for (size_t n = 0; n < words.size(); ++n) {
-            text += "[HDD_SCHEDULE " + std::to_string(n) + "]\nserial_number=" +
-                    std::regex_replace(words[n], std::regex("="), "\naddress=") + "\n";
+            text += "[HDD_SCHEDULE " + std::to_string(n) +
+                    "]\nserial_number=" + Replaced(words[n], "=", "\naddress=") + "\n";
         }
         agent_.Write(kSchedule,
                      text + "[TEST_SCHEDULE]\nhdd_all_num=" + std::to_string(words.size()) + "\n");
@@ -118,10 +116,9 @@ pat_new_para.ini|[HDDDIAG_PARAM]\ max=  9~\;max=4\max=\|OFF|9
 pat_new_para.ini|[HDDDIAG_PARAM]\max=-99999999999\|OFF|-2147483648)";
     agent_.Write(kDevices, DeviceXml({}));
     for (const Strings& row : Rows(table)) {
-        std::string text = std::regex_replace(row[1], std::regex("\\\\"), "\n");
-        text = std::regex_replace(text, std::regex("~"), "\r");
         // The second piece of a line that is too long is no comment.
-        agent_.Write("data/" + row[0], std::regex_replace(text, std::regex("@"), Repeat("1", 299)));
+        const std::string text = Replaced(Unescaped(row[1]), "@", Repeat("1", 299));
+        agent_.Write("data/" + row[0], text);
         Rebuild();
         const bool padiag = row[0] == "padiag.ini";
         const char* file = padiag ? kPadiagSchedule : kSchedule;
@@ -164,8 +161,7 @@ OFF|OFF|OFF|OFF|/dev/sda,/dev/sdb,/dev/sdc|3|-1|000|0)";
 std::string Xml(const std::string& words) {
     const std::string first = "/dev/sda HDD S/N=SA ok end";
     std::string text;
-    for (const std::string& word :
-         Split(std::regex_replace(words, std::regex("first"), first), ' ')) {
+    for (const std::string& word : Split(Replaced(words, "first", first), ' ')) {
         const size_t equals = word.find('=');
         const auto attribute = [&text](const std::string& name, const std::string& value) {
             text += "<attr name=\"" + name + "\">" + value + "</attr>";
@@ -206,8 +202,7 @@ first /dev/sdb HDD S/N= ok|sda sdb |SA  |
     for (const Strings& row : Rows(table)) {
         SCOPED_TRACE(row[0]);
         // A line is taken in pieces of 4094: the second one is a line of its own.
-        agent_.Write(kDevices,
-                     Xml(std::regex_replace(row[0], std::regex("@"), std::string(4090, 'p'))));
+        agent_.Write(kDevices, Xml(Replaced(row[0], "@", std::string(4090, 'p'))));
         Rebuild();
         EXPECT_EQ(OfDisks("device_name"), row[1]);
         EXPECT_EQ(OfDisks("serial_number"), row[2]);
@@ -325,8 +320,7 @@ S1|S1|0x00000000|Z)";
             EXPECT_EQ(RunMode(mode), 0);
             for (const auto& [suffix, column] : {std::pair("", 2U), std::pair(".old", 3U)}) {
                 const std::string file = std::string(kSchedule) + suffix;
-                EXPECT_EQ(OfDisks("address", file.c_str()),
-                          std::regex_replace(row[column], std::regex("Z"), kZero) + " ")
+                EXPECT_EQ(OfDisks("address", file.c_str()), Replaced(row[column], "Z", kZero) + " ")
                     << row[0] << mode << suffix;
             }
         }

@@ -90,6 +90,21 @@ Strings Split(const std::string& text, char separator) {
     return pieces;
 }
 
+std::string Replaced(std::string text, const std::string& what, const std::string& by) {
+    for (size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size()) {
+        text.replace(at, what.size(), by);
+    }
+    return text;
+}
+
+std::string Unescaped(const std::string& text) {
+    return Replaced(Replaced(text, "\\", "\n"), "~", "\r");
+}
+
+std::string Masked(const std::string& text, const std::string& pattern, const std::string& by) {
+    return std::regex_replace(text, std::regex(pattern), by);
+}
+
 std::vector<Strings> Rows(const std::string& table) {
     std::vector<Strings> rows;
     for (const std::string& line : Split(table)) {

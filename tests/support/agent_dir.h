@@ -41,6 +41,12 @@ std::string PatrolSettings(const std::string& cpu, const std::string& memory,
 // The pieces of a text between separators (the last one may lack its separator), and back: each
 // piece followed by the separator.
 Strings Split(const std::string& text, char separator = '\n');
+// A text with `by` wherever `what` stood; one with line feeds for "\" and carriage returns for "~".
+std::string Replaced(std::string text, const std::string& what, const std::string& by);
+std::string Unescaped(const std::string& text);
+// The same for whatever a regular expression matches.
+std::string Masked(const std::string& text, const std::string& pattern, const std::string& by);
+
 // The rows of a table, a line each, in fields between "|"; fields left out are empty.
 std::vector<Strings> Rows(const std::string& table);
 std::string Join(const Strings& pieces, const std::string& separator = "\n");
