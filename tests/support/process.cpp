@@ -45,6 +45,7 @@ Process::Process(const std::string& program, const std::vector<std::string>& wor
     pid_ = fork();
     if (pid_ == 0) {
         setpgid(0, 0);
+        close_range(3, ~0U, 0);  // what a runner of the tests has left open
         OpenAs(STDIN_FILENO, "/dev/null", O_RDONLY);
         OpenAs(STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND);
         OpenAs(STDERR_FILENO, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND);
