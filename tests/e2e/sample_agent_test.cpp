@@ -20,7 +20,7 @@ class SampleAgentTest : public PadiagFixture {
         const std::pair<std::string, const char*> masks[] = {
             {agent_.Path(), "AGENT"},
             {"hostname:\"" + std::string(host) + "\"", "hostname:\"HOST\""},
-            {"(ProcessId\\w+ =)\\d+", "$1#"},
+            {"(ProcessId\\w+ =|Pipe\\w+=|fhandle\\w+ =)\\w+", "$1#"},
             {"\\[\\d+s\\]", "[#s]"},
             {"(\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d(\\+00:00)?)+", "DATE"},
         };

@@ -295,7 +295,7 @@ reload|open data/pat_sche2.txt.new|1|EMFILE|1|[PadiagCreateSchedule] Can't open
 reload|rename data/pat_new_sche.txt.new|1|ENOSPC|0|[PatrolUpdateSchedule] Can't update |E3899:
 start|fsync data/pat_new_sche.txt.new|1|EIO|0|[FlushDeferredWrites] Can't update |E3899:
 start|write log/patstat0.txt|1|ENOSPC|0|[ptl_history] System Call Error. function= write, errno: 28|E3899:
-reload|memory|5|lack|1|E3895:System call error <<malloc>>, errno:<<12>>
+reload|memory|3|lack|1|E3895:System call error <<malloc>>, errno:<<12>>
 confchg|read data/devconf_new.xml|1|EIO|1|E3823:
 confchg|write data/pat_new_sche.txt.new|1|ENOSPC|1|E3823:
 confchg|rename data/pat_new_sche.txt.new|1|ENOSPC|1|E3823:

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,8 @@
 namespace patrol_test {
 namespace fs = std::filesystem;
 namespace {
+
+constexpr char kShared[] = "/dev/shm";
 
 // The lines of one disk, from its device line to the end line.
 std::string DiskXml(const Disk& disk) {
@@ -126,7 +129,11 @@ std::string First(const Strings& lines) { return lines.empty() ? "(none)" : line
 std::string Last(const Strings& lines) { return lines.empty() ? "(none)" : lines.back(); }
 
 AgentDir::AgentDir() {
-    std::string name = (fs::temp_directory_path() / "patrol-XXXXXX").string();
+    // In memory where programs may be kept there: what is written is synced.
+    struct statvfs shared = {};
+    const bool usable = getenv("TMPDIR") == nullptr && access(kShared, W_OK) == 0 &&
+                        statvfs(kShared, &shared) == 0 && (shared.f_flag & ST_NOEXEC) == 0;
+    std::string name = (usable ? kShared : fs::temp_directory_path().string()) + "/patrol-XXXXXX";
     if (mkdtemp(name.data()) == nullptr) {
         ADD_FAILURE() << "no temporary directory " << name;
         return;

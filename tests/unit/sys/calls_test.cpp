@@ -101,7 +101,7 @@ TEST_F(CallsTest, AMaskHandlesEveryEntryThatSharesABit) {
 TEST_F(CallsTest, FailuresOfTheFileTableAreReportedWhole) {
     EventPipe pipe(agent_);
     EXPECT_EQ(ptl_file_cntl(1, 0xff, nullptr), -1);
-    EXPECT_EQ(TakeLog(), "E3825 Internal error <<ptl_file_cntl>>, value:<<0>>\n");
+    EXPECT_EQ(TakeLog(), "E3825 Internal interface error <<ptl_file_cntl>>, value:<<0>>\n");
     agent_.Write("data/pat_env0.ini", "x");
     EXPECT_EQ(ptl_file_cntl(1, kFileEnv | kFilePara | kFileDev, "r"), -1);
     EXPECT_EQ(Open(), std::vector<uint32_t>{kFileEnv});
@@ -114,7 +114,7 @@ TEST_F(CallsTest, FailuresOfTheFileTableAreReportedWhole) {
     EXPECT_EQ(TakeLog(), "T1130 File open. file name=" + env + ", open mode=r\n" +
                              "T1130 File open. file name=" + missing + ", open mode=r\n" +
                              failure("fopen", 2, missing) + "L1952   open mode : \"r\"\n");
-    EXPECT_EQ(pipe.Lines(), Strings{"E3899:<<file name = file name = " + missing + ">>"});
+    EXPECT_EQ(pipe.Lines(), Strings{"E3899:<<file name = " + missing + ">>"});
     EXPECT_EQ(ptl_fseek(1, 0, SEEK_SET), -1) << "not open";
     EXPECT_EQ(ptl_fseek(0, -100, SEEK_END), -1);
     EXPECT_EQ(TakeLog(), failure("fseek", 22, env) +
