@@ -1,4 +1,4 @@
-#include "testprog/mem_patterns.h"
+#include "mem/patterns.h"
 
 #include <gtest/gtest.h>
 

@@ -14,8 +14,8 @@
 #include <iterator>
 #include <optional>
 
-#include "mem_patterns.h"
-#include "run.h"
+#include "lib/run.h"
+#include "mem/patterns.h"
 
 namespace {
 

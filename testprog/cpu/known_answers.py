@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Prints the digests of kKnownAnswers in cpu_instruction.cpp.
+"""Prints the digests of kKnownAnswers in instruction.cpp.
 
 They are worked out with whole numbers of any size and with fractions that are rounded here, so
 that no answer rests on the arithmetic of the machine that prints it. To be run, and its output

@@ -1,4 +1,4 @@
-#include "options.h"
+#include "lib/options.h"
 
 #include <algorithm>
 #include <cctype>
@@ -70,6 +70,10 @@ std::vector<Option> CommonOptionTable(CommonOptions* common) {
         };
         return option;
     };
+    const auto take_seed = [common](const std::string& value) {
+        common->seed = ParseNumber(value);
+        return common->seed && *common->seed <= UINT32_MAX;
+    };
     return {TextOption("dev", &common->device),
             TextOption("tp", &common->pattern),
             NumberOption("lv", &common->level, 0, 255),
@@ -77,7 +81,8 @@ std::vector<Option> CommonOptionTable(CommonOptions* common) {
             patrol_number("gen", &common->generations),
             NumberOption("runtime", &common->runtime, 0, kMaxSeconds),
             NumberOption("waitusec", &common->wait_usec, 0, kMaxSeconds),
-            NumberOption("waitsec", &common->wait_sec, 0, kMaxSeconds)};
+            NumberOption("waitsec", &common->wait_sec, 0, kMaxSeconds),
+            {"seed", true, take_seed}};
 }
 
 std::string ParseOptions(int argc, const char* const* argv, const std::vector<Option>& options) {

@@ -29,7 +29,7 @@ struct Check {
 };
 
 // Integer, shift, multiply and divide, bit and floating point operations: digests over a few
-// hundred operands against answers computed with exact arithmetic (testprog/known_answers.py),
+// hundred operands against answers computed with exact arithmetic (known_answers.py),
 // and fresh operands against slower ways to the same result.
 std::vector<Check> InstructionChecks();
 

@@ -1,4 +1,4 @@
-#include "hdd_device.h"
+#include "hdd/device.h"
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -9,11 +9,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string_view>
 
-#include "options.h"
+#include "lib/file.h"
+#include "lib/options.h"
 
 namespace testprog {
 
@@ -29,8 +28,8 @@ struct Image {
 };
 
 std::optional<Image> FindImage(const std::string& name) {
-    const char* variable = std::getenv("HDDTEST_IMAGES");
-    std::string_view list = variable == nullptr ? "" : variable;
+    const std::string variable = Environment("HDDTEST_IMAGES");
+    std::string_view list = variable;
     while (!list.empty()) {
         const std::string_view entry = list.substr(0, list.find(':'));
         list.remove_prefix(std::min(list.size(), entry.size() + 1));
@@ -44,16 +43,6 @@ std::optional<Image> FindImage(const std::string& name) {
         return Image{std::string(file), std::nullopt};
     }
     return std::nullopt;
-}
-
-// A file of sysfs as one word; empty where there is none.
-std::string ReadAttribute(const std::string& path, size_t skip) {
-    std::ifstream file(path, std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    text = Printable(text.substr(std::min(skip, text.size())));
-    const size_t first = text.find_first_not_of(' ');
-    if (first == std::string::npos) return {};
-    return text.substr(first, text.find_last_not_of(' ') + 1 - first);
 }
 
 }  // namespace
@@ -175,8 +164,8 @@ DiskInfo Disk::Info(bool ide) const {
     const std::string directory = "/sys/block/" + name_.substr(name_.rfind('/') + 1);
     constexpr size_t kPageHeader = 4;  // of the SCSI page that holds the serial number
     info.serial_number = ReadAttribute(directory + "/device/vpd_pg80", kPageHeader);
-    if (info.serial_number.empty()) info.serial_number = ReadAttribute(directory + "/serial", 0);
-    info.firmware = ReadAttribute(directory + "/device/rev", 0);
+    if (info.serial_number.empty()) info.serial_number = ReadAttribute(directory + "/serial");
+    info.firmware = ReadAttribute(directory + "/device/rev");
     return info;
 }
 

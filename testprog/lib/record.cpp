@@ -1,4 +1,4 @@
-#include "record.h"
+#include "lib/record.h"
 
 #include <poll.h>
 #include <sys/time.h>

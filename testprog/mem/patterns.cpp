@@ -1,4 +1,4 @@
-#include "mem_patterns.h"
+#include "mem/patterns.h"
 
 #include <algorithm>
 #include <atomic>

@@ -5,18 +5,19 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <optional>
 #include <random>
 
-#include "hdd_device.h"
-#include "hdd_progress.h"
-#include "run.h"
+#include "hdd/device.h"
+#include "hdd/progress.h"
+#include "lib/file.h"
+#include "lib/run.h"
 
 namespace {
 
 using testprog::Disk;
 using testprog::EndCode;
+using testprog::Environment;
 using testprog::Format;
 using testprog::Outcome;
 using testprog::ReadResult;
@@ -99,8 +100,8 @@ class SectorTest {
 
     // Writes the progress of the last level; now and then while the test runs, and at its end.
     void SaveProgress() {
-        const char* directory = std::getenv("KVX_data");
-        if (Level(options_) < kLastLevel || directory == nullptr) return;
+        const std::string directory = Environment("KVX_data");
+        if (Level(options_) < kLastLevel || directory.empty()) return;
         const std::string& device = options_.common.device;
         const std::string complaint = testprog::SaveProgress(directory, device, end_, announced_,
                                                              [this] { return run_.Stop(); });

@@ -1,20 +1,16 @@
-#include "hdd_progress.h"
+#include "hdd/progress.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string_view>
-#include <thread>
-#include <utility>
 #include <vector>
 
-#include "record.h"
+#include "lib/file.h"
+#include "lib/record.h"
 
 namespace testprog {
 
@@ -22,19 +18,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-constexpr off_t kMaxFile = off_t{1} << 20;
-constexpr auto kLockPause = std::chrono::milliseconds(50);
-
-// A descriptor that closes itself.
-struct Descriptor {
-    explicit Descriptor(int number) : fd(number) {}
-    ~Descriptor() {
-        if (fd >= 0) close(fd);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int fd;
-};
+constexpr size_t kMaxFile = size_t{1} << 20;
 
 // A line as its readers see it.
 std::string Cleaned(std::string line) {
@@ -72,18 +56,9 @@ void SetKey(Lines* lines, const std::string& section, const std::string& key,
 
 // Reads the lines of the file and its mode; a missing file has none and leaves the mode.
 bool ReadLines(const std::string& path, Lines* lines, mode_t* mode) {
-    // Not to wait for the other end should it be a pipe.
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (file.fd < 0) return errno == ENOENT;
-    struct stat status = {};
-    if (fstat(file.fd, &status) != 0) return false;
-    errno = !S_ISREG(status.st_mode) ? EINVAL : status.st_size > kMaxFile ? EFBIG : 0;
-    if (errno != 0) return false;
-    *mode = status.st_mode & 07777;
-    std::string text(static_cast<size_t>(status.st_size), '\0');
-    errno = EIO;
-    if (read(file.fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) return false;
-    std::string_view rest = text;
+    const std::optional<std::string> text = ReadWhole(path, kMaxFile, mode);
+    if (!text) return errno == ENOENT;
+    std::string_view rest = *text;
     while (!rest.empty()) {
         const std::string_view line = rest.substr(0, rest.find('\n'));
         lines->emplace_back(line);
@@ -92,28 +67,7 @@ bool ReadLines(const std::string& path, Lines* lines, mode_t* mode) {
     return true;
 }
 
-bool WriteLines(const std::string& path, const Lines& lines, mode_t mode) {
-    std::string text;
-    for (const std::string& line : lines) text += line + '\n';
-    std::remove(path.c_str());
-    Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (file.fd < 0 || fchmod(file.fd, mode) != 0) return false;
-    errno = ENOSPC;  // of a write that is taken in part
-    return write(file.fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-           close(std::exchange(file.fd, -1)) == 0;
-}
-
-bool Lock(int fd, const std::function<bool()>& stop) {
-    for (int left = 20; lockf(fd, F_TLOCK, 0) != 0; --left) {
-        if ((errno != EAGAIN && errno != EACCES) || left == 0) return false;
-        if (stop()) left = std::min(left, 1);
-        std::this_thread::sleep_for(kLockPause);
-    }
-    return true;
-}
-
 bool Replace(const std::string& path, const std::string& device, uint64_t blocks, uint64_t next) {
-    const std::string fresh = path + ".hddtest";
     const auto number = [](uint64_t value) {
         return Format("0x%016llx", static_cast<unsigned long long>(value));
     };
@@ -122,13 +76,9 @@ bool Replace(const std::string& path, const std::string& device, uint64_t blocks
     if (!ReadLines(path, &lines, &mode)) return false;
     SetKey(&lines, "HDD_MAX_LBA", device, number(blocks));
     SetKey(&lines, "HDD_NEXT_LBA", device, number(next));
-    if (WriteLines(fresh, lines, mode) && std::rename(fresh.c_str(), path.c_str()) == 0) {
-        return true;
-    }
-    const int error = errno;
-    std::remove(fresh.c_str());
-    errno = error;
-    return false;
+    std::string text;
+    for (const std::string& line : lines) text += line + '\n';
+    return ReplaceWhole(path, "hddtest", text, mode);
 }
 
 }  // namespace
@@ -138,7 +88,7 @@ std::string SaveProgress(const std::string& directory, const std::string& device
     if (directory.empty()) return "no directory is named";
     const Descriptor lock(open((directory + "/lba_outfile.lock").c_str(),
                                O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644));
-    const bool saved = lock.fd >= 0 && Lock(lock.fd, stop) &&
+    const bool saved = lock.fd >= 0 && LockInTime(lock.fd, stop) &&
                        Replace(directory + "/lba_outfile.ini", device, blocks, next);
     return saved ? "" : std::strerror(errno);
 }

@@ -2,7 +2,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "cpu_check.h"
+#include "cpu/check.h"
 
 namespace testprog {
 

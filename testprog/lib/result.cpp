@@ -1,4 +1,4 @@
-#include "result.h"
+#include "lib/result.h"
 
 #include <array>
 

@@ -16,8 +16,8 @@
 #include <numeric>
 #include <set>
 
-#include "cpu_check.h"
-#include "run.h"
+#include "cpu/check.h"
+#include "lib/run.h"
 
 namespace {
 

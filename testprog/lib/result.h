@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "record.h"
+#include "lib/record.h"
 
 namespace testprog {
 

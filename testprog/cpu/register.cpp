@@ -2,8 +2,8 @@
 #include <cstring>
 #include <utility>
 
-#include "cpu_check.h"
-#include "record.h"
+#include "cpu/check.h"
+#include "lib/record.h"
 
 namespace testprog {
 

@@ -17,10 +17,11 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "log_file.h"
-#include "options.h"
-#include "record.h"
+#include "lib/log_file.h"
+#include "lib/options.h"
+#include "lib/record.h"
 
 namespace testprog {
 
@@ -38,9 +39,19 @@ struct Outcome {
     std::string error;  // one line; for kNg, kSkip and kAbort
 };
 
-// To be called first in main. Gives the process the lowest CPU and I/O priority, keeps SIGPIPE and
-// SIGXFSZ from killing it, and holds SIGINT, SIGTERM and SIGHUP back for Run, which looks for them
-// between steps and while it waits; so no handler ever interrupts anything.
+// What the hardware itself counted while a test ran.
+struct Remark {
+    bool faulty;       // an error that nothing corrected, or a part that says that it is failing
+    std::string text;  // one line that names the part
+};
+
+// Seconds on a clock that is never set.
+double Now();
+
+// To be called first in main. Gives the process the lowest CPU and I/O priority, makes it the first
+// choice of the out-of-memory killer, keeps SIGPIPE and SIGXFSZ from killing it, and holds SIGINT,
+// SIGTERM and SIGHUP back for Run, which looks for them between steps and while it waits; so no
+// handler ever interrupts anything.
 void EnterBackground();
 
 class Run {
@@ -50,6 +61,16 @@ class Run {
     // where `log_per_device` says so (several disks are tested at once).
     Run(std::string program, std::string title, const CommonOptions& common,
         bool log_per_device = false);
+
+    // What a test draws its operands, patterns and places from: "-seed", or else a number that
+    // differs from process to process. It stands in the log of every run, and in the error line of
+    // a failure once a test has asked for it.
+    uint64_t Seed();
+
+    // `look` is called once, when the test is over (not after kSkip). A remark that is faulty makes
+    // the outcome kNg, unless it is that already; every other is sent as a warning (log record
+    // "W0808"). To be given what the counters were before the test.
+    void AtEnd(std::function<std::vector<Remark>()> look);
 
     // To be asked between steps. Sends a progress record twice a second. True when the test is
     // to come to its end: cancelled, out of time, or nobody listens any more.
@@ -83,6 +104,9 @@ class Run {
 
  private:
     void SendProgress();
+    void Warn(const std::string& text);
+    // Asks the looks of AtEnd and makes of the outcome what their remarks ask for.
+    void TakeRemarks(Outcome* outcome);
     void AppendLog(std::string_view text);
     // Waits up to `seconds` for a signal that ends the run; 0 only looks.
     void AwaitCancel(double seconds);
@@ -93,6 +117,9 @@ class Run {
     RecordWriter writer_;
     LogFile log_;
     double start_;
+    uint32_t seed_;
+    bool seed_used_ = false;
+    std::vector<std::function<std::vector<Remark>()>> looks_;
     double next_progress_ = 0;
     bool cancelled_ = false;
     bool stopped_ = false;

@@ -1,8 +1,8 @@
 #include <memory>
 #include <new>
 
-#include "cpu_check.h"
-#include "record.h"
+#include "cpu/check.h"
+#include "lib/record.h"
 
 namespace testprog {
 

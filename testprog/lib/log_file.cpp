@@ -1,4 +1,4 @@
-#include "log_file.h"
+#include "lib/log_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "record.h"
+#include "lib/record.h"
 
 namespace testprog {
 

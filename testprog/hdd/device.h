@@ -9,8 +9,8 @@
 #include <optional>
 #include <string>
 
-#include "record.h"
-#include "run.h"
+#include "lib/record.h"
+#include "lib/run.h"
 
 namespace testprog {
 

@@ -1,5 +1,6 @@
-#include "run.h"
+#include "lib/run.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -10,7 +11,8 @@
 #include <ctime>
 #include <utility>
 
-#include "result.h"
+#include "lib/file.h"
+#include "lib/result.h"
 
 namespace testprog {
 
@@ -18,12 +20,6 @@ namespace {
 
 constexpr double kProgressInterval = 0.5;
 constexpr int kCancelSignals[] = {SIGINT, SIGTERM, SIGHUP};
-
-double Now() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
 
 sigset_t CancelSignals() {
     sigset_t set;
@@ -39,9 +35,15 @@ void SetDisposition(int signal, void (*handler)(int)) {
     sigaction(signal, &action, nullptr);
 }
 
-std::string LogDirectory() {
-    const char* directory = std::getenv("KVX_log");
-    return directory == nullptr ? "" : directory;
+// Differs between processes that start at the same time, and between restarts of the machine.
+uint32_t FreshSeed() {
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const uint64_t mixed =
+        (static_cast<uint64_t>(now.tv_sec) * 1000000007 +
+         static_cast<uint64_t>(now.tv_nsec) * 2654435761 + static_cast<uint64_t>(getpid())) *
+        0x9e3779b97f4a7c15;
+    return static_cast<uint32_t>(mixed >> 32);
 }
 
 // "/dev/sda" as a part of a file name: "sda".
@@ -75,6 +77,12 @@ int ExitStatus(EndCode code) {
 
 }  // namespace
 
+double Now() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
 void EnterBackground() {
     const sigset_t set = CancelSignals();
     sigprocmask(SIG_BLOCK, &set, nullptr);
@@ -84,6 +92,8 @@ void EnterBackground() {
     for (const int signal : {SIGPIPE, SIGXFSZ}) SetDisposition(signal, SIG_IGN);
 
     // Where the system refuses any of this the test runs all the same, only less politely.
+    const Descriptor choice(open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC));
+    static_cast<void>(!write(choice.fd, "1000", 4));
     static_cast<void>(setpriority(PRIO_PROCESS, 0, 19));
 #ifdef SYS_ioprio_set
     constexpr int kWhoProcess = 1;
@@ -97,13 +107,14 @@ Run::Run(std::string program, std::string title, const CommonOptions& common, bo
       title_(std::move(title)),
       common_(common),
       writer_(STDOUT_FILENO, program_, common.device),
-      log_(LogDirectory(),
+      log_(Environment("KVX_log"),
            log_per_device && !common.device.empty() ? program_ + "_" + FileNamePart(common.device)
                                                     : program_,
            common.log_kib, common.generations),
-      start_(Now()) {
-    AppendLog(Format("start: device %s, level %ld, pattern %s", common.device.c_str(),
-                     static_cast<long>(common.level), common.pattern.c_str()));
+      start_(Now()),
+      seed_(common.seed ? static_cast<uint32_t>(*common.seed) : FreshSeed()) {
+    AppendLog(Format("start: device %s, level %ld, pattern %s, seed 0x%08x", common.device.c_str(),
+                     static_cast<long>(common.level), common.pattern.c_str(), seed_));
     SendProgress();
 }
 
@@ -172,7 +183,34 @@ void Run::Note(std::string_view text) {
     unheard_ = !writer_.Log(LogLevel::kAgent, kNoMessageId, text) || unheard_;
 }
 
+uint64_t Run::Seed() {
+    seed_used_ = true;
+    return seed_;
+}
+
+void Run::AtEnd(std::function<std::vector<Remark>()> look) { looks_.push_back(std::move(look)); }
+
+void Run::Warn(const std::string& text) {
+    AppendLog(text);
+    unheard_ = !writer_.Log(LogLevel::kAgent, "W0808", text) || unheard_;
+}
+
+void Run::TakeRemarks(Outcome* outcome) {
+    if (outcome->code == EndCode::kSkip) return;
+    for (const auto& look : looks_) {
+        for (const Remark& remark : look()) {
+            if (remark.faulty && outcome->code != EndCode::kNg) {
+                *outcome = {EndCode::kNg, remark.text};
+            } else {
+                Warn(remark.text);
+            }
+        }
+    }
+}
+
 int Run::Finish(Outcome outcome) {
+    if (outcome.code == EndCode::kNg && seed_used_) outcome.error += Format(", seed 0x%08x", seed_);
+    TakeRemarks(&outcome);
     if (outcome.code == EndCode::kOk && cancelled_) outcome.code = EndCode::kCancel;
     if (outcome.code == EndCode::kOk && unheard_) {
         outcome = {EndCode::kAbort, "a record could not be written"};

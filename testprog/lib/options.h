@@ -40,7 +40,8 @@ struct CommonOptions {
     uint64_t runtime = 0;      // /runtime, seconds; 0 is one round
     uint64_t wait_usec = 0;    // -waitusec and -waitsec: the pause after each step
     uint64_t wait_sec = 0;
-    bool patrol = false;  // -log or -gen was given: only patrol runs give them
+    std::optional<uint64_t> seed;  // -seed, where the test draws its choices from
+    bool patrol = false;           // -log or -gen was given: only patrol runs give them
 };
 
 // The options that fill `common`; the caller adds its own to them.
