@@ -74,6 +74,10 @@ std::vector<Option> CommonOptionTable(CommonOptions* common) {
         common->seed = ParseNumber(value);
         return common->seed && *common->seed <= UINT32_MAX;
     };
+    const auto take_budget = [common](const std::string& value) {
+        common->budget = ParseNumber(value);
+        return common->budget && *common->budget <= kMaxSeconds;
+    };
     return {TextOption("dev", &common->device),
             TextOption("tp", &common->pattern),
             NumberOption("lv", &common->level, 0, 255),
@@ -82,7 +86,9 @@ std::vector<Option> CommonOptionTable(CommonOptions* common) {
             NumberOption("runtime", &common->runtime, 0, kMaxSeconds),
             NumberOption("waitusec", &common->wait_usec, 0, kMaxSeconds),
             NumberOption("waitsec", &common->wait_sec, 0, kMaxSeconds),
-            {"seed", true, take_seed}};
+            SwitchOption("dbg_trap", &common->trap),
+            {"seed", true, take_seed},
+            {"budget", true, take_budget}};
 }
 
 std::string ParseOptions(int argc, const char* const* argv, const std::vector<Option>& options) {
