@@ -40,8 +40,10 @@ struct CommonOptions {
     uint64_t runtime = 0;      // /runtime, seconds; 0 is one round
     uint64_t wait_usec = 0;    // -waitusec and -waitsec: the pause after each step
     uint64_t wait_sec = 0;
-    std::optional<uint64_t> seed;  // -seed, where the test draws its choices from
-    bool patrol = false;           // -log or -gen was given: only patrol runs give them
+    std::optional<uint64_t> seed;    // -seed, where the test draws its choices from
+    std::optional<uint64_t> budget;  // -budget, seconds that a round takes where it is by time
+    bool trap = false;               // -dbg_trap: what is spoilt raises a signal
+    bool patrol = false;             // -log or -gen was given: only patrol runs give them
 };
 
 // The options that fill `common`; the caller adds its own to them.
