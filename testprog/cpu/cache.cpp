@@ -1,6 +1,3 @@
-#include <memory>
-#include <new>
-
 #include "cpu/check.h"
 #include "lib/record.h"
 
@@ -8,9 +5,6 @@ namespace testprog {
 
 namespace {
 
-using Area = std::shared_ptr<uint64_t>;
-
-constexpr size_t kSizes[] = {16 << 10, 96 << 10, 1 << 20, 4 << 20, 16 << 20, 32 << 20};
 // One word, one cache line, and a page with a line, which visits every set in turn.
 constexpr size_t kStrides[] = {8, 64, 4160};
 constexpr size_t kWord = sizeof(uint64_t);
@@ -53,19 +47,17 @@ Answer WalkArea(uint64_t* words, size_t size, size_t stride, uint64_t variant,
 
 }  // namespace
 
-std::vector<Check> CacheChecks(size_t areas, const std::function<bool()>& stop) {
-    const Area area(new (std::nothrow) uint64_t[kSizes[areas - 1] / kWord],
-                    std::default_delete<uint64_t[]>());
+std::vector<Check> CacheChecks(const std::shared_ptr<uint64_t>& memory,
+                               const std::vector<size_t>& sizes,
+                               const std::function<bool()>& stop) {
     std::vector<Check> checks;
-    if (!area) return checks;
-    for (size_t i = 0; i < areas; ++i) {
+    for (const size_t size : sizes) {
+        const bool small = size < 1 << 20;
         for (const size_t stride : kStrides) {
-            const size_t size = kSizes[i];
-            const bool small = size < 1 << 20;
             checks.push_back(
                 {Format("walk %zu%c/%zu", size >> (small ? 10 : 20), small ? 'K' : 'M', stride), 1,
-                 [area, size, stride, stop](uint64_t variant) {
-                     return WalkArea(area.get(), size, stride, variant, stop);
+                 [memory, size, stride, stop](uint64_t variant) {
+                     return WalkArea(memory.get(), size, stride, variant, stop);
                  }});
         }
     }

@@ -1,13 +1,15 @@
 // What the processor test is made of: checks, each of one operation with an answer that is known
 // beforehand or found in another way.
-
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "cpu/operations.h"
 
 namespace testprog {
 
@@ -18,32 +20,38 @@ struct Answer {
 };
 
 struct Check {
-    // At most 13 characters: the controller shows 80 of the line that tells a failure.
+    // At most 14 characters: the controller shows 80 of the line that tells a failure.
     std::string operation;
     // How often the check runs between two looks for a cancel; together about a millisecond. A
     // check that may take longer by itself looks too.
     int repeats;
-    // `variant` differs from call to call and is never 0, for checks that make their operands
-    // from it.
+    // `variant` differs from call to call and is never 0; the check makes its operands from it.
+    // May be called by several threads at once, but for the checks of one area of CacheChecks.
     std::function<Answer(uint64_t variant)> run;
 };
 
-// Integer, shift, multiply and divide, bit and floating point operations: digests over a few
-// hundred operands against answers computed with exact arithmetic (known_answers.py),
-// and fresh operands against slower ways to the same result.
+// Compares the unit's digest over the fixed operands with the known answer, then its results for
+// fresh operands with those of its reference.
+Check CheckOf(const Unit& unit);
+
+// The checks of all scalar, vector and special units that the processor has.
 std::vector<Check> InstructionChecks();
 
-// Patterns, changed by the variant, carried in more values than there are registers through
-// nested calls, against the same calculation in memory. Whole and floating point registers.
+// Patterns, changed by the variant, carried in more values than there are registers through nested
+// calls, against the same calculation in memory (whole and floating point registers); operands
+// moved through all vector registers.
 std::vector<Check> RegisterChecks();
+std::vector<Check> VectorRegisterChecks();
 
-// Walks over areas from first-level cache size upwards at several strides, each word holding its
-// own address; `areas` (1 to 6) says how many sizes. `stop` is asked within a walk and ends it
-// early (with equal answers). Empty when there is no memory for the largest area.
-std::vector<Check> CacheChecks(size_t areas, const std::function<bool()>& stop);
+// Walks over areas of these sizes (bytes, multiples of 8) at several strides, each word holding its
+// own address. All share `memory`, which is as large as the largest. `stop` is asked within a walk
+// and ends it early (with equal answers).
+std::vector<Check> CacheChecks(const std::shared_ptr<uint64_t>& memory,
+                               const std::vector<size_t>& sizes, const std::function<bool()>& stop);
 
-inline uint64_t Rotate(uint64_t value, unsigned count) {
-    return (value << (count & 63U)) | (value >> ((64U - count) & 63U));
-}
+// What two processors do to the same words: atomic additions, exchanges and comparisons, and cache
+// lines handed to and fro. The partner of the processor that runs the check is the next one of
+// these; none with less than two.
+std::vector<Check> CoherenceChecks(const std::vector<int>& processors);
 
 }  // namespace testprog

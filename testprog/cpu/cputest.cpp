@@ -1,59 +1,105 @@
 // cputest: diagnosis of the processors.
 //
 // Binds itself to every online processor in turn, whichever of them it was started on, and lets it
-// carry out the checks of the modules that "-tp" names. "-dbg_modid" and "-dbg_point" spoil the
-// answer of one check, whether "-tp" names its module or not, so that the way of a failure can be
-// seen on a healthy machine.
+// carry out the checks of the modules that "-tp" names; at the last level then all of them at once.
+// "-dbg_modid" and "-dbg_point" spoil the answer of one check, whether "-tp" names its module or
+// not, so that the way of a failure can be seen on a healthy machine.
 
-#include <sched.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <iterator>
-#include <numeric>
+#include <list>
+#include <mutex>
+#include <new>
 #include <set>
+#include <thread>
 
 #include "cpu/check.h"
+#include "cpu/processors.h"
 #include "lib/run.h"
+#include "lib/trap.h"
 
 namespace {
 
 using testprog::Answer;
+using testprog::BoundThread;
 using testprog::Check;
 using testprog::EndCode;
 using testprog::Format;
 using testprog::Outcome;
+using testprog::Trap;
+using Stop = std::function<bool()>;
 
 struct Options {
     testprog::CommonOptions common;
-    uint64_t module = 0;  // "-dbg_modid": the id of a module below
-    uint64_t point = 0;   // "-dbg_point": which of its checks to spoil, from 1 on
+    uint64_t module = 0;    // "-dbg_modid": the id of a module below
+    uint64_t point = 0;     // "-dbg_point": which of its checks to spoil, from 1 on
+    bool affinity = false;  // "-affinity": only the processors that the program was started on
 };
 
 // How deep the tests go, by level; higher levels are as the last.
 struct Depth {
     int times;     // how often each check's repeats are run
     size_t areas;  // how many sizes are walked over
+    bool at_once;  // all processors at once, too
 };
-constexpr Depth kDepths[] = {{2, 3}, {4, 4}, {8, 5}, {16, 6}};
+constexpr Depth kDepths[] = {{2, 3, false}, {4, 4, false}, {8, 5, false}, {16, 6, true}};
+constexpr size_t kAreasAtOnce = 4;  // the largest caches are shared
+constexpr size_t kLargestArea = size_t{64} << 20;
+
+// What the checks of a module are made for.
+struct Setting {
+    std::vector<int> processors;
+    size_t areas;
+    Stop stop;
+};
+
+// Half of each cache, which it holds, and twice as much, which the next one has to take.
+std::vector<Check> MakeCacheChecks(const Setting& setting) {
+    std::vector<size_t> sizes;
+    for (const size_t cache : testprog::CacheSizes(setting.processors.front())) {
+        sizes.push_back(std::min(cache / 2, kLargestArea));
+        sizes.push_back(std::min(cache * 2, kLargestArea));
+    }
+    std::sort(sizes.begin(), sizes.end());
+    sizes.erase(std::unique(sizes.begin(), sizes.end()), sizes.end());
+    if (sizes.size() > setting.areas) sizes.resize(setting.areas);
+    const std::shared_ptr<uint64_t> memory(new (std::nothrow)
+                                               uint64_t[sizes.back() / sizeof(uint64_t)],
+                                           std::default_delete<uint64_t[]>());
+    if (!memory) return {};
+    return testprog::CacheChecks(memory, sizes, setting.stop);
+}
+
+// The checks of vector registers come last, so that the numbers of the others are the same on every
+// machine; likewise those of the instructions that two processors share.
+std::vector<Check> Joined(std::vector<Check> checks, const std::vector<Check>& more) {
+    checks.insert(checks.end(), more.begin(), more.end());
+    return checks;
+}
 
 struct Module {
     const char* name;
     uint64_t id;
     // Empty when there is no memory for the checks.
-    std::vector<Check> (*make)(const Depth& depth, const std::function<bool()>& stop);
+    std::vector<Check> (*make)(const Setting& setting);
 };
-constexpr Module kModules[] = {
-    {"instruction", 0x10000,
-     [](const Depth&, const std::function<bool()>&) { return testprog::InstructionChecks(); }},
-    {"register", 0x20000,
-     [](const Depth&, const std::function<bool()>&) { return testprog::RegisterChecks(); }},
-    {"cache", 0x40000, [](const Depth& depth, const std::function<bool()>& stop) {
-         return testprog::CacheChecks(depth.areas, stop);
-     }}};
+constexpr Module kModules[] = {{"instruction", 0x10000,
+                                [](const Setting& setting) {
+                                    return Joined(testprog::InstructionChecks(),
+                                                  testprog::CoherenceChecks(setting.processors));
+                                }},
+                               {"register", 0x20000,
+                                [](const Setting&) {
+                                    return Joined(testprog::RegisterChecks(),
+                                                  testprog::VectorRegisterChecks());
+                                }},
+                               {"cache", 0x40000, MakeCacheChecks}};
 
 // The first module for which `fits` is true, or nullptr.
 template <typename Fits>
@@ -62,29 +108,36 @@ const Module* FindModule(const Fits& fits) {
     return module == std::end(kModules) ? nullptr : module;
 }
 
-// The system's list of them, as "0-3,8".
-std::vector<int> OnlineProcessors() {
-    std::vector<int> processors;
-    std::ifstream list("/sys/devices/system/cpu/online");
-    for (int first = 0; list >> first; list.ignore()) {
-        int last = first;
-        if (list.peek() == '-') list.ignore() >> last;
-        for (; first <= last; ++first) processors.push_back(first);
+// What a batch of runs of one check ended with.
+struct Batch {
+    Answer answer = {0, 0};
+    uint64_t variant = 0;
+    std::optional<Trap> trap;
+
+    bool good() const { return !trap && answer.expected == answer.got; }
+    std::string result() const {
+        return trap ? testprog::TrapName(*trap)
+                    : Format("0x%llx", static_cast<unsigned long long>(answer.got));
     }
-    if (processors.empty()) {
-        processors.resize(static_cast<size_t>(std::max(1L, sysconf(_SC_NPROCESSORS_ONLN))));
-        std::iota(processors.begin(), processors.end(), 0);
-    }
-    return processors;
+};
+
+// Runs the check so often, with variants from the one given on; up to the first wrong answer.
+Batch RunBatch(const Check& check, uint64_t variant, int count) {
+    Batch batch;
+    batch.trap = testprog::Trapped([&] {
+        for (int i = 0; i < count && batch.answer.expected == batch.answer.got; ++i) {
+            batch.variant = variant + static_cast<uint64_t>(i);
+            batch.answer = check.run(batch.variant);
+        }
+    });
+    return batch;
 }
 
-// False where the system does not have or give that processor.
-bool BindTo(int processor) {
-    const auto number = static_cast<size_t>(processor);
-    std::vector<cpu_set_t> sets(number / CPU_SETSIZE + 1);
-    const size_t size = sets.size() * sizeof sets[0];
-    CPU_SET_S(number, size, sets.data());
-    return sched_setaffinity(0, size, sets.data()) == 0;
+// A number of 64 bits from two: not 0.
+uint64_t Mix(uint64_t seed, uint64_t place) {
+    uint64_t mixed = (seed + place * 0x9e3779b97f4a7c15) | (uint64_t{1} << 63);
+    mixed = (mixed ^ (mixed >> 30)) * 0xbf58476d1ce4e5b9;
+    return mixed ^ (mixed >> 31);
 }
 
 class ProcessorTest {
@@ -92,11 +145,14 @@ class ProcessorTest {
     ProcessorTest(const Options& options, testprog::Run& run)
         : options_(options),
           run_(run),
-          depth_(kDepths[std::min<uint64_t>(options.common.level, 3)]) {}
+          depth_(kDepths[std::min<uint64_t>(options.common.level, 3)]),
+          allowed_(testprog::AllowedProcessors()),
+          seed_(run.Seed()) {}
 
     Outcome Test() {
         Outcome outcome = ChooseModules();
-        if (outcome.code == EndCode::kOk) outcome = MakeChecks();
+        const Setting setting{Processors(), depth_.areas, [this] { return run_.Stop(); }};
+        if (outcome.code == EndCode::kOk) outcome = MakeChecks(setting, &checks_);
         if (outcome.code != EndCode::kOk) return outcome;
         return run_.Rounds([this] { return Round(); });
     }
@@ -125,82 +181,139 @@ class ProcessorTest {
         return {};
     }
 
-    Outcome MakeChecks() {
+    Outcome MakeChecks(const Setting& setting, std::vector<Check>* checks) const {
         for (const Module* module : modules_) {
-            std::vector<Check> checks = module->make(depth_, [this] { return run_.Stop(); });
-            if (checks.empty()) {
+            std::vector<Check> made = module->make(setting);
+            if (made.empty()) {
                 return {EndCode::kAbort, Format("no memory for the test \"%s\"", module->name)};
             }
             if (module == spoilt_) {
-                if (options_.point - 1 >= checks.size()) return NoSuchCheck();
-                auto& run = checks[options_.point - 1].run;
-                run = [sound = run](uint64_t variant) {
-                    Answer answer = sound(variant);
-                    answer.got ^= 1U;
-                    return answer;
-                };
+                if (options_.point - 1 >= made.size()) return NoSuchCheck();
+                Spoil(&made[options_.point - 1]);
             }
-            checks_.insert(checks_.end(), checks.begin(), checks.end());
+            checks->insert(checks->end(), made.begin(), made.end());
         }
         return {};
+    }
+
+    void Spoil(Check* check) const {
+        check->run = [sound = check->run, trap = options_.common.trap](uint64_t variant) {
+            Answer answer = sound(variant);
+            if (trap) raise(SIGILL);
+            answer.got ^= 1U;
+            return answer;
+        };
     }
 
     static Outcome NoSuchCheck() {
         return {EndCode::kSkip, "options \"-dbg_modid\" and \"-dbg_point\" name no check"};
     }
 
+    std::vector<int> Processors() const {
+        std::vector<int> processors = testprog::OnlineProcessors();
+        if (!options_.affinity) return processors;
+        std::vector<int> chosen;
+        std::set_intersection(processors.begin(), processors.end(), allowed_.begin(),
+                              allowed_.end(), std::back_inserter(chosen));
+        return chosen;
+    }
+
     Outcome Round() {
-        const std::vector<int> processors = OnlineProcessors();
+        ++round_;
+        const std::vector<int> processors = Processors();
         uint64_t tried = 0;
-        bool any = false;
+        std::vector<int> tested;
         for (const int processor : processors) {
             run_.SetDone(tried++, processors.size());
-            if (!BindTo(processor)) {
-                const std::string reason = std::strerror(errno);
-                if (left_out_.insert(processor).second) {
-                    run_.Note(Format("processor %d is online but not tested: %s", processor,
-                                     reason.c_str()));
-                }
+            if (!testprog::BindTo(processor)) {
+                NoteLeftOut(processor, std::strerror(errno));
                 continue;
             }
-            any = true;
+            tested.push_back(processor);
             Outcome outcome = TestProcessor(processor);
             if (outcome.code != EndCode::kOk || run_.Stop()) return outcome;
         }
-        ++round_;
-        if (!any) return {EndCode::kAbort, "the system lets the test run on no processor"};
-        return {};
+        if (tested.empty()) {
+            return {EndCode::kAbort, "the system lets the test run on no processor"};
+        }
+        return depth_.at_once && tested.size() > 1 ? TestAtOnce(tested) : Outcome{};
+    }
+
+    void NoteLeftOut(int processor, const std::string& reason) {
+        if (!left_out_.insert(processor).second) return;
+        run_.Note(Format("processor %d is online but not tested: %s", processor, reason.c_str()));
     }
 
     Outcome TestProcessor(int processor) {
-        for (const Check& check : checks_) {
-            Outcome outcome = RunCheck(check, processor);
-            if (outcome.code != EndCode::kOk || run_.Stop()) return outcome;
-        }
-        return {};
-    }
-
-    // One check as often as the level asks, on the processor that the program is bound to.
-    Outcome RunCheck(const Check& check, int processor) {
-        uint64_t variant = (round_ << 40) ^ (static_cast<uint64_t>(processor) << 24);
-        for (int i = 0; i < depth_.times && !run_.Stop(); ++i) {
-            for (int j = 0; j < check.repeats; ++j) {
-                const Answer answer = check.run(++variant);
-                if (answer.got != answer.expected) {
-                    return {EndCode::kNg, Format("processor %d %s: expected 0x%llx got 0x%llx",
-                                                 processor, check.operation.c_str(),
-                                                 static_cast<unsigned long long>(answer.expected),
-                                                 static_cast<unsigned long long>(answer.got))};
-                }
-            }
+        const size_t batches = checks_.size() * static_cast<size_t>(depth_.times);
+        for (size_t i = 0; i < batches && !run_.Stop(); ++i) {
+            Outcome outcome = RunCheck(checks_[i % checks_.size()], i, processor);
+            if (outcome.code != EndCode::kOk) return outcome;
             run_.Pause();
         }
         return {};
     }
 
+    // All at the same time, which heats the machine and loads its supply. Every processor has
+    // checks of its own: those of the caches change memory.
+    Outcome TestAtOnce(const std::vector<int>& processors) {
+        std::atomic<bool> stop = false;
+        std::atomic<size_t> running = 0;
+        std::mutex mutex;
+        Outcome first;
+        const Setting setting{processors, std::min(depth_.areas, kAreasAtOnce),
+                              [&stop] { return stop.load(); }};
+        const auto test = [&](int processor) {
+            std::vector<Check> checks;
+            Outcome outcome = MakeChecks(setting, &checks);
+            const size_t batches = checks.size() * static_cast<size_t>(depth_.times);
+            for (size_t i = 0; i < batches && !stop && outcome.code == EndCode::kOk; ++i) {
+                outcome = RunCheck(checks[i % checks.size()], i, processor);
+            }
+            const std::lock_guard<std::mutex> lock(mutex);
+            if (outcome.code != EndCode::kOk) {
+                stop = true;
+                if (first.code == EndCode::kOk) first = outcome;
+            }
+        };
+        std::list<BoundThread> threads;
+        for (const int processor : processors) {
+            ++running;
+            threads.emplace_back(processor, [&test, &running, processor](bool bound) {
+                if (bound) test(processor);
+                --running;
+            });
+            if (!threads.back().started()) --running;
+        }
+        while (running > 0) {
+            if (run_.Stop()) stop = true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        threads.clear();
+        return first;
+    }
+
+    // One batch of a check on the processor that the thread is bound to; `number` counts them.
+    Outcome RunCheck(const Check& check, size_t number, int processor) {
+        const uint64_t place = (((round_ << 16) + number) << 32) + static_cast<uint64_t>(processor);
+        const Batch batch = RunBatch(check, Mix(seed_, place), check.repeats);
+        if (batch.good()) return {};
+        const Batch again = RunBatch(check, batch.variant, 1);
+        std::string got = batch.result();
+        if (!batch.trap) {
+            got = Format("expected 0x%llx got %s",
+                         static_cast<unsigned long long>(batch.answer.expected), got.c_str());
+        }
+        return {EndCode::kNg,
+                Format("processor %d %s: %s, again %s", processor, check.operation.c_str(),
+                       got.c_str(), again.good() ? "right" : again.result().c_str())};
+    }
+
     const Options& options_;
     testprog::Run& run_;
     const Depth& depth_;
+    const std::vector<int> allowed_;  // when the program was started
+    const uint64_t seed_;
     std::vector<const Module*> modules_;
     const Module* spoilt_ = nullptr;
     std::vector<Check> checks_;
@@ -218,6 +331,7 @@ int main(int argc, char** argv) {
     std::vector<testprog::Option> table = testprog::CommonOptionTable(&options.common);
     table.push_back(testprog::NumberOption("dbg_modid", &options.module, 1, UINT32_MAX));
     table.push_back(testprog::NumberOption("dbg_point", &options.point, 1, UINT32_MAX));
+    table.push_back(testprog::SwitchOption("affinity", &options.affinity));
     const std::string complaint = testprog::ParseOptions(argc, argv, table);
     testprog::Run run("cputest", "Processor diagnosis", options.common);
     return run.Finish(complaint.empty() ? ProcessorTest(options, run).Test()

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <thread>
 #include <utility>
 
@@ -63,6 +64,18 @@ std::string ReadAttribute(const std::string& path, size_t skip) {
     const size_t first = text.find_first_not_of(' ');
     if (first == std::string::npos) return {};
     return text.substr(first, text.find_last_not_of(' ') + 1 - first);
+}
+
+std::vector<int> ReadNumbers(const std::string& path) {
+    constexpr int kMost = 1 << 16;
+    std::vector<int> numbers;
+    std::istringstream list(ReadAttribute(path));
+    for (int first = 0; list >> first; list.ignore()) {
+        int last = first;
+        if (list.peek() == '-') list.ignore() >> last;
+        for (last = std::min(last, kMost); first <= last; ++first) numbers.push_back(first);
+    }
+    return numbers;
 }
 
 bool ReplaceWhole(const std::string& path, const std::string& suffix, const std::string& text,

@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace testprog {
 
@@ -29,6 +30,9 @@ std::optional<std::string> ReadWhole(const std::string& path, size_t limit, mode
 // Returns a file of the system (sysfs, procfs) from byte `skip` on as one line without control
 // characters and outer blanks; empty where there is none.
 std::string ReadAttribute(const std::string& path, size_t skip = 0);
+
+// Returns the numbers of a list of the system, as "0-3,8"; none where there is no such file.
+std::vector<int> ReadNumbers(const std::string& path);
 
 // Replaces a file by way of "PATH.SUFFIX" next to it, so that a reader never sees half of it and a
 // failure leaves the old one. Returns false with errno set on failure.

@@ -18,20 +18,19 @@ constexpr std::array<Named, 4> kSignals{
 // Handlers run on a stack of their own: what is under test may be the one in use.
 constexpr size_t kStackSize = 64 << 10;
 
-thread_local volatile bool armed = false;
-thread_local sigjmp_buf way_out;
+// Where the innermost work under way is left to; nullptr outside of any.
+thread_local sigjmp_buf* volatile way_out = nullptr;
 thread_local Trap trapped;
 
 void Leave(int number, siginfo_t* info, void*) {
-    if (!armed) {
+    if (way_out == nullptr) {
         signal(number, SIG_DFL);
         raise(number);  // comes when the handler has ended
         return;
     }
-    armed = false;
     const bool memory = info->si_code == BUS_MCEERR_AR || info->si_code == BUS_MCEERR_AO;
     trapped = {number, info->si_addr, number == SIGBUS && memory};
-    siglongjmp(way_out, 1);
+    siglongjmp(*way_out, 1);
 }
 
 bool InstallHandlers() {
@@ -67,11 +66,15 @@ std::optional<Trap> Trapped(const std::function<void()>& work) {
     static const bool installed = InstallHandlers();
     static_cast<void>(installed);
     const SignalStack stack;
-    if (sigsetjmp(way_out, 1) != 0) return trapped;
-    armed = true;
-    work();
-    armed = false;
-    return std::nullopt;
+    sigjmp_buf here;
+    sigjmp_buf* const outer = way_out;
+    const bool left = sigsetjmp(here, 1) != 0;
+    if (!left) {
+        way_out = &here;
+        work();
+    }
+    way_out = outer;
+    return left ? std::optional<Trap>(trapped) : std::nullopt;
 }
 
 std::string TrapName(const Trap& trap) {

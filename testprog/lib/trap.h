@@ -17,8 +17,8 @@ struct Trap {
 
 // Runs `work`. When that raises SIGBUS, SIGILL, SIGFPE or SIGSEGV, `work` is left at once and the
 // signal returned. Nothing is destroyed that `work` has made: it must hold nothing that needs it
-// (no text, no lock) while it touches what is under test. Threads may have one each, but none
-// within another. Outside of `work` these signals end the program as ever.
+// (no text, no lock) while it touches what is under test. Outside of `work`, and in threads that
+// have none, these signals end the program as ever.
 std::optional<Trap> Trapped(const std::function<void()>& work);
 
 // The signal's name, as "SIGILL".
