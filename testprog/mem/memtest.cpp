@@ -1,21 +1,26 @@
 // memtest: diagnosis of the memory.
 //
-// Takes an area of the size that "-size" says, locks it where it may, and runs the tests that
-// "-tp" names over it with the patterns of "-data". A test name that ends in X spoils one bit, so
-// that the way of a failure can be seen on healthy memory.
+// Runs the tests that "-tp" names, with the patterns of "-data", over memory that it takes and
+// locks: an area of the size that "-size" says or, without one, as many pieces as there is time
+// for, of frames that no run has tested lately. A test name that ends in X spoils one bit, so that
+// the way of a failure can be seen on healthy memory.
 
-#include <sys/mman.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
-#include <cstring>
+#include <ctime>
 #include <iterator>
+#include <memory>
 #include <optional>
 
+#include "lib/file.h"
 #include "lib/run.h"
-#include "mem/patterns.h"
+#include "lib/trap.h"
+#include "mem/area.h"
+#include "mem/frame_map.h"
+#include "mem/plan.h"
 
 namespace {
 
@@ -23,31 +28,23 @@ using testprog::Area;
 using testprog::EndCode;
 using testprog::Finding;
 using testprog::Format;
+using testprog::kDepths;
+using testprog::kPatterns;
 using testprog::Outcome;
+using testprog::RealMemory;
 
-constexpr uint64_t kPatterns[] = {0x5555555555555555, 0xaaaaaaaaaaaaaaaa, 0x0000000000000000,
-                                  0xffffffffffffffff, 0x3333333333333333, 0xcccccccccccccccc,
-                                  0x0f0f0f0f0f0f0f0f, 0xf0f0f0f0f0f0f0f0, 0x00ff00ff00ff00ff,
-                                  0xff00ff00ff00ff00};
 constexpr uint64_t kSmallestSize = 64 << 10;
-constexpr size_t kLockedAtOnce = 4 << 20;
-
-// How deep the tests go, by level; higher levels are as the last.
-struct Depth {
-    size_t patterns;     // of those above, where "-data" names none
-    unsigned positions;  // of a walking bit
-    unsigned sweeps;     // with each pattern
-};
-constexpr Depth kDepths[] = {{2, 8, 1}, {4, 16, 2}, {6, 32, 3}, {std::size(kPatterns), 64, 4}};
+constexpr uint64_t kDefaultBudget = 5;  // seconds
+constexpr double kTimeToLook = 0.5;     // the part of it that may go into finding new frames
 
 struct Options {
     testprog::CommonOptions common;
-    uint64_t size = 16 << 20;        // "-size", bytes
+    std::optional<uint64_t> size;    // "-size", bytes
     std::vector<uint64_t> patterns;  // "-data"; empty leaves the choice to the level
 };
 
 // "16MB": a number with KB, MB or GB.
-bool TakeSize(const std::string& text, uint64_t* size) {
+bool TakeSize(const std::string& text, std::optional<uint64_t>* size) {
     constexpr const char* kUnits[] = {"KB", "MB", "GB"};
     if (text.size() < 3) return false;
     std::string unit = text.substr(text.size() - 2);
@@ -56,7 +53,7 @@ bool TakeSize(const std::string& text, uint64_t* size) {
     const auto number = testprog::ParseNumber(std::string_view(text).substr(0, text.size() - 2));
     if (found == std::end(kUnits) || !number || *number > (uint64_t{1} << 32)) return false;
     *size = *number << (10 * (found - kUnits + 1));
-    return *size >= kSmallestSize;
+    return **size >= kSmallestSize;
 }
 
 // A pattern word: with less than 64 bits given, they are repeated.
@@ -78,7 +75,7 @@ bool TakePatterns(const std::string& text, std::vector<uint64_t>* patterns) {
     patterns->clear();
     const std::vector<std::string> words = testprog::SplitList(text);
     if (words.size() == 1 && words[0] == "all") {
-        patterns->assign(std::begin(kPatterns), std::end(kPatterns));
+        patterns->assign(kPatterns.begin(), kPatterns.end());
         return true;
     }
     for (const std::string& word : words) {
@@ -93,107 +90,201 @@ bool TakePatterns(const std::string& text, std::vector<uint64_t>* patterns) {
 struct Step {
     std::string test;
     bool spoil;
-    std::function<Finding(const Area&)> run;
+    testprog::Sweep<RealMemory> run;
 };
 
-// The steps of one test, in upper case and without its X; none for an unknown one.
-std::vector<Step> StepsOf(const std::string& test, bool spoil,
-                          const std::vector<uint64_t>& patterns, const Depth& depth) {
-    std::vector<Step> steps;
-    const bool whole = test == "WHOLE";
-    if (whole) {
-        steps.push_back({test, spoil, [positions = depth.positions](const Area& area) {
-                             return testprog::WalkingBits(area, positions);
-                         }});
-        steps.push_back({test, spoil, testprog::AddressInAddress});
-    }
-    const auto sweep = test == "BMOVE"   ? testprog::BlockMoves
-                       : test == "IMOVE" ? testprog::ElementMoves
-                       : whole           ? testprog::MovingInversions
-                                         : nullptr;
-    if (sweep == nullptr) return steps;
-    for (const uint64_t pattern : patterns) {
-        steps.push_back({test, spoil, [sweep, pattern, sweeps = depth.sweeps](const Area& area) {
-                             Finding finding;
-                             for (unsigned i = 0;
-                                  i < sweeps && !finding && (i == 0 || !area.stop()); ++i) {
-                                 finding = sweep(area, i % 2 == 0 ? pattern : ~pattern);
-                             }
-                             return finding;
-                         }});
-    }
-    return steps;
-}
+class MemoryTest {
+ public:
+    MemoryTest(const Options& options, testprog::Run& run) : options_(options), run_(run) {}
 
-// Collects the steps that "-tp" names; a complaint otherwise.
-std::string Prepare(const Options& options, std::vector<Step>* steps) {
-    const Depth& depth = kDepths[std::min<uint64_t>(options.common.level, 3)];
-    std::vector<uint64_t> patterns = options.patterns;
-    if (patterns.empty()) patterns.assign(kPatterns, kPatterns + depth.patterns);
-    size_t at = 0;
-    for (std::string test : testprog::SplitList(options.common.pattern)) {
-        const std::string given = options.common.pattern.substr(at, test.size());
-        at += test.size() + 1;
-        for (char& c : test) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        const bool spoil = !test.empty() && test.back() == 'X';
-        if (spoil) test.pop_back();
-        const std::vector<Step> more = StepsOf(test, spoil, patterns, depth);
-        if (more.empty()) {
-            return Format("option \"-tp\" with an unknown test \"%s\"", given.c_str());
+    Outcome Test() {
+        const std::string complaint = Prepare();
+        if (!complaint.empty()) return {EndCode::kSkip, complaint};
+        const auto limit = testprog::MemoryToTake("");
+        if (!limit) return {EndCode::kAbort, "the system does not tell how much memory there is"};
+        limit_ = *limit / kSmallestSize * kSmallestSize;
+        if (limit_ == 0) return {EndCode::kSkip, "too little memory is left to take a part of it"};
+        return options_.size ? TestOfSize(*options_.size) : TestInTime();
+    }
+
+ private:
+    // Collects the steps that "-tp" names; a complaint otherwise.
+    std::string Prepare() {
+        const testprog::Depth& depth = kDepths.at(std::min<uint64_t>(options_.common.level, 3));
+        std::vector<uint64_t> patterns = options_.patterns;
+        if (patterns.empty())
+            patterns.assign(kPatterns.begin(), kPatterns.begin() + depth.patterns);
+        const uint64_t mask = run_.Seed() * 0x9e3779b97f4a7c15;
+        size_t at = 0;
+        for (std::string test : testprog::SplitList(options_.common.pattern)) {
+            const std::string given = options_.common.pattern.substr(at, test.size());
+            at += test.size() + 1;
+            for (char& c : test) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+            const bool spoil = !test.empty() && test.back() == 'X';
+            if (spoil) test.pop_back();
+            const auto sweeps = testprog::StepsOf<RealMemory>(test, patterns, depth, mask);
+            if (sweeps.empty()) {
+                return Format("option \"-tp\" with an unknown test \"%s\"", given.c_str());
+            }
+            for (const auto& sweep : sweeps) steps_.push_back({test, spoil, sweep});
         }
-        steps->insert(steps->end(), more.begin(), more.end());
+        return {};
     }
-    return {};
-}
 
-Outcome Round(const std::vector<Step>& steps, Area* area, testprog::Run& run) {
-    uint64_t done = 0;
-    for (const Step& step : steps) {
-        area->spoil = step.spoil;
-        if (const Finding finding = step.run(*area)) {
-            return {EndCode::kNg,
-                    Format("%s offset 0x%zx: expected 0x%016llx got 0x%016llx", step.test.c_str(),
-                           finding->offset, static_cast<unsigned long long>(finding->expected),
-                           static_cast<unsigned long long>(finding->got))};
+    // One area, in every round.
+    Outcome TestOfSize(uint64_t size) {
+        if (size > limit_) {
+            run_.Note(Format("%llu KiB are tested, a quarter of the memory that is left",
+                             static_cast<unsigned long long>(limit_ >> 10)));
         }
-        run.SetDone(++done, steps.size());
-        if (run.Pause()) break;
+        Area area(std::min(size, limit_), -1, [this] { return run_.Stop(); });
+        if (area.size() < kSmallestSize && !run_.Stop()) return NothingLocked(area);
+        NoteUnlocked(area);
+        return run_.Rounds([this, &area] {
+            uint64_t done = 0;
+            return TestArea(&area, [&] { run_.SetDone(++done, steps_.size()); });
+        });
     }
-    return {};
-}
 
-// Locks the area piece by piece, because the system clears what it locks, which takes seconds for
-// a large one.
-void Lock(char* memory, size_t size, testprog::Run& run) {
-    for (size_t at = 0; at < size && !run.Stop(); at += kLockedAtOnce) {
-        if (mlock(memory + at, std::min(kLockedAtOnce, size - at)) == 0) continue;
-        run.Note(
-            Format("only %zu bytes of the memory area are locked: %s", at, std::strerror(errno)));
-        return;
+    Outcome TestInTime() {
+        const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+        testprog::FrameMap map(testprog::Environment("KVX_data"), testprog::MemoryInAll() / page,
+                               std::time(nullptr), [this] { return run_.Stop(); });
+        Outcome outcome = run_.Rounds([this, &map] { return Round(&map); });
+        if (map.tested() > 0) run_.Note(map.Summary());
+        return outcome;
     }
-}
 
-Outcome TestMemory(const Options& options, testprog::Run& run) {
-    std::vector<Step> steps;
-    const std::string complaint = Prepare(options, &steps);
-    if (!complaint.empty()) return {EndCode::kSkip, complaint};
+    // Tests piece after piece until the time is over, but one at least. Those of frames that have
+    // been tested are held in the first half of the time, so that others come; they are tested
+    // again when no more may be taken.
+    Outcome Round(testprog::FrameMap* map) {
+        const std::vector<int> nodes = testprog::MemoryNodes();
+        const uint64_t size = std::min(limit_, PieceSize());
+        uint64_t taken = 0;
+        std::vector<std::unique_ptr<Area>> tested;
+        std::vector<std::unique_ptr<Area>> known;
+        start_ = testprog::Now();
+        while ((tested.empty() || Spent() < 1) && !run_.Stop()) {
+            std::unique_ptr<Area> area;
+            if (taken + size <= limit_) {
+                taken += size;
+                const int node = nodes.empty() ? -1 : nodes[turn_++ % nodes.size()];
+                area = std::make_unique<Area>(size, node, [this] { return run_.Stop(); });
+                NoteUnlocked(*area);
+                if (area->size() < kSmallestSize) {
+                    if (tested.empty() && known.empty()) return NothingLocked(*area);
+                    taken = limit_;
+                    continue;
+                }
+                if (2 * map->CountTested(area->frames()) > area->frames().size() &&
+                    Spent() < kTimeToLook) {
+                    known.push_back(std::move(area));
+                    continue;
+                }
+            } else if (!known.empty()) {
+                std::swap(known[turn_++ % known.size()], known.back());
+                area = std::move(known.back());
+                known.pop_back();
+            } else {
+                break;
+            }
+            Outcome outcome = TestPiece(area.get(), map);
+            if (outcome.code != EndCode::kOk) return outcome;
+            tested.push_back(std::move(area));
+        }
+        return {};
+    }
 
-    const auto pages = static_cast<uint64_t>(std::max(0L, sysconf(_SC_PHYS_PAGES)));
-    const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-    if (options.size / page > pages / 2) {
-        return {EndCode::kSkip, "option \"-size\" is more than half of the machine's memory"};
+    static uint64_t PieceSize() {
+        constexpr uint64_t kPiece = uint64_t{32} << 20;
+        const long cache = sysconf(_SC_LEVEL3_CACHE_SIZE);
+        return testprog::CanEvict() || cache <= 0
+                   ? kPiece
+                   : std::max(kPiece, 4 * static_cast<uint64_t>(cache));
     }
-    // Given back when the process ends: that takes its time, and the closing record comes first.
-    void* memory =
-        mmap(nullptr, options.size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) {
-        return {EndCode::kAbort, Format("no memory area: %s", std::strerror(errno))};
+
+    // The part of the time for a round that has passed; pauses do not count.
+    double Spent() const {
+        const auto budget = options_.common.budget.value_or(kDefaultBudget);
+        return (testprog::Now() - start_) / std::max(1e-3, static_cast<double>(budget));
     }
-    Lock(static_cast<char*>(memory), options.size, run);
-    const size_t count = options.size / sizeof(uint64_t) & ~size_t{1};
-    Area area{static_cast<uint64_t*>(memory), count, [&run] { return run.Stop(); }, false};
-    return run.Rounds([&] { return Round(steps, &area, run); });
-}
+
+    Outcome TestPiece(Area* area, testprog::FrameMap* map) {
+        Outcome outcome = TestArea(area, [this] {
+            run_.SetDone(static_cast<uint64_t>(100 * std::min(1.0, Spent())), 100);
+        });
+        const bool whole = outcome.code == EndCode::kOk && !run_.Stop();
+        if (whole && !map->Mark(area->frames()) && !unsaved_) {
+            unsaved_ = true;
+            run_.Note("what has been tested is not saved");
+        }
+        return outcome;
+    }
+
+    // All steps; `after` follows each.
+    template <typename After>
+    Outcome TestArea(Area* area, const After& after) {
+        for (const Step& step : steps_) {
+            Outcome outcome = RunStep(area, step);
+            if (outcome.code != EndCode::kOk) return outcome;
+            after();
+            const double pause = testprog::Now();
+            if (run_.Pause()) break;
+            start_ += testprog::Now() - pause;
+        }
+        return {};
+    }
+
+    Outcome RunStep(Area* area, const Step& step) {
+        const bool broken = step.spoil && options_.common.trap;
+        if (broken) area->Break(area->size() / 3);
+        RealMemory memory(
+            *area, [this] { return run_.Stop(); }, step.spoil && !broken);
+        Finding finding;
+        const auto trap = testprog::Trapped([&] { finding = step.run(memory); });
+        if (trap) {
+            const auto offset = area->OffsetOf(trap->address);
+            if (trap->signal != SIGBUS || !offset) raise(trap->signal);
+            return Wrong(*area, step, *offset, "uncorrectable error");
+        }
+        if (!finding) return {};
+        return Wrong(*area, step, finding->offset,
+                     Format("expected 0x%016llx got 0x%016llx, again 0x%016llx",
+                            static_cast<unsigned long long>(finding->expected),
+                            static_cast<unsigned long long>(finding->got),
+                            static_cast<unsigned long long>(finding->again)));
+    }
+
+    static Outcome Wrong(const Area& area, const Step& step, size_t offset,
+                         const std::string& what) {
+        std::string text = Format("%s offset 0x%zx: %s", step.test.c_str(), offset, what.c_str());
+        if (const auto physical = area.PhysicalAddress(offset)) {
+            text += Format(", physical 0x%llx", static_cast<unsigned long long>(*physical));
+        }
+        return {EndCode::kNg, text};
+    }
+
+    void NoteUnlocked(const Area& area) {
+        if (area.complaint().empty() || unlocked_) return;
+        unlocked_ = true;
+        run_.Note(Format("only the %zu bytes of an area that could be locked are tested: %s",
+                         area.size(), area.complaint().c_str()));
+    }
+
+    static Outcome NothingLocked(const Area& area) {
+        return {EndCode::kSkip, "no memory could be locked: " + area.complaint()};
+    }
+
+    const Options& options_;
+    testprog::Run& run_;
+    uint64_t limit_ = 0;  // bytes that may be taken
+    std::vector<Step> steps_;
+    uint64_t turn_ = run_.Seed();  // of the nodes, and of pieces that are tested again
+    double start_ = 0;             // of the round, later by its pauses
+    bool unlocked_ = false;
+    bool unsaved_ = false;
+};
 
 }  // namespace
 
@@ -211,6 +302,6 @@ int main(int argc, char** argv) {
                      }});
     const std::string complaint = testprog::ParseOptions(argc, argv, table);
     testprog::Run run("memtest", "Memory diagnosis", options.common);
-    return run.Finish(complaint.empty() ? TestMemory(options, run)
+    return run.Finish(complaint.empty() ? MemoryTest(options, run).Test()
                                         : Outcome{EndCode::kSkip, complaint});
 }
