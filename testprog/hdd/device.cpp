@@ -4,9 +4,11 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -18,7 +20,6 @@ namespace testprog {
 
 namespace {
 
-constexpr uint64_t kPiece = 0x800;     // blocks read at once
 constexpr uint64_t kMaxSector = 0x80;  // blocks of the largest sector that disks have
 constexpr size_t kAlignment = kMaxSector * kBlockSize;
 
@@ -45,7 +46,21 @@ std::optional<Image> FindImage(const std::string& name) {
     return std::nullopt;
 }
 
+// Opens the counts of what is under way on a device; -1 where there are none. A partition's own
+// counts leave out what goes on beside it on the disk.
+int OpenInFlight(dev_t device) {
+    const std::string entry = Format("/sys/dev/block/%u:%u/", major(device), minor(device));
+    const bool part = access((entry + "partition").c_str(), F_OK) == 0;
+    return open((entry + (part ? "../inflight" : "inflight")).c_str(), O_RDONLY | O_CLOEXEC);
+}
+
 }  // namespace
+
+uint64_t AddressUnit(uint64_t blocks) {
+    uint64_t unit = 1;
+    while ((blocks - 1) / unit >= UINT32_MAX) unit *= 2;
+    return unit;
+}
 
 Disk::~Disk() {
     if (fd_ >= 0) close(fd_);
@@ -85,6 +100,7 @@ Outcome Disk::Open(const std::string& name) {
     // With room for the rest of the first and the last sector.
     buffer_.reset(std::aligned_alloc(kAlignment, (kPiece + 2 * kMaxSector) * kBlockSize));
     if (!buffer_) return {EndCode::kAbort, "no memory for a read"};
+    in_flight_.fd = OpenInFlight(image ? status.st_dev : status.st_rdev);
     return {};
 }
 
@@ -129,11 +145,10 @@ ReadResult Disk::Read(uint64_t first, uint64_t count, uint64_t retries,
                       const std::function<bool()>& stop) {
     using End = ReadResult::End;
     ReadResult result;
-    uint64_t failures = 0;      // in a row
-    uint64_t suspects = first;  // the end of what is read sector by sector
+    uint64_t failures = 0;  // in a row
     while (count > 0) {
         const uint64_t one = sector_ - first % sector_;
-        const bool single = first < suspects;
+        const bool single = Suspect(first);
         const uint64_t size = std::min(count, single ? one : kPiece);
         const int64_t got = ReadSome(first, size);
         if (got > 0) {
@@ -145,7 +160,10 @@ ReadResult Disk::Read(uint64_t first, uint64_t count, uint64_t retries,
             result = {lasting ? End::kFailed : End::kAgain, first,
                       got < 0 ? std::strerror(errno) : "end of data"};
             if (lasting) break;
-            if (failures++ == retries) suspects = first + size;
+            if (failures++ == retries) {
+                suspects_ = first;
+                suspects_end_ = first + size;
+            }
         }
         if (count > 0 && stop()) {
             result.end = End::kStopped;
@@ -153,6 +171,12 @@ ReadResult Disk::Read(uint64_t first, uint64_t count, uint64_t retries,
         }
     }
     return result;
+}
+
+bool Disk::OthersBusy() const {
+    std::array<char, 64> counts = {};  // of reads and of writes
+    if (pread(in_flight_.fd, counts.data(), counts.size() - 1, 0) <= 0) return false;
+    return std::any_of(counts.begin(), counts.end(), [](char c) { return c >= '1' && c <= '9'; });
 }
 
 DiskInfo Disk::Info(bool ide) const {

@@ -1,5 +1,6 @@
 #include "lib/result.h"
 
+#include <algorithm>
 #include <array>
 
 namespace testprog {
@@ -18,6 +19,8 @@ constexpr std::array<Words, 6> kWords{{{"OK", "No Error"},
                                        {"NG", "Error Ended"},
                                        {"SKIP", "Skipped"},
                                        {"ABORT", "Aborted"}}};
+
+constexpr size_t kMaxDetails = 10;
 
 std::string TimeText(const Extent& extent) {
     switch (extent.kind) {
@@ -48,6 +51,9 @@ std::string ResultBlock(const Result& result) {
         Format("RESULT  : %s\n", Format("%s ( PASS:%3ld )", words.result, result.passes).c_str());
     if (!result.error.empty()) {
         block += Format("ERROR   : %s\n", Printable(result.error).c_str());
+    }
+    for (size_t i = 0; i < std::min(result.details.size(), kMaxDetails); ++i) {
+        block += Format("DETAIL  : %.160s\n", Printable(result.details[i]).c_str());
     }
     block += frame;
     block += Format("I0399:<<%s %s>>\n", Printable(result.program).c_str(), words.summary);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "lib/record.h"
 
@@ -28,6 +29,9 @@ struct Result {
     // Why the test ended as it did, one line; empty for none. The controller puts its first 80
     // characters into the history and takes the line as the summary of a part report.
     std::string error;
+    // What else people may want to know. The first ten are taken, each cut at 160 characters, so
+    // that the block stays within what the controller keeps of it.
+    std::vector<std::string> details;
 };
 
 // The block from "[[[[" to the closing line, which has no line feed: the status record adds it.

@@ -146,8 +146,12 @@ bool Run::Stop() {
 }
 
 bool Run::Pause() {
-    const double end = Now() + static_cast<double>(common_.wait_sec) +
-                       static_cast<double>(common_.wait_usec) / 1e6;
+    return Rest(static_cast<double>(common_.wait_sec) +
+                static_cast<double>(common_.wait_usec) / 1e6);
+}
+
+bool Run::Rest(double seconds) {
+    const double end = Now() + seconds;
     double left = 0;
     while (!Stop() && (left = end - Now()) > 0) AwaitCancel(std::min(left, kProgressInterval / 2));
     return stopped_;
@@ -182,6 +186,8 @@ void Run::Note(std::string_view text) {
     AppendLog(text);
     unheard_ = !writer_.Log(LogLevel::kAgent, kNoMessageId, text) || unheard_;
 }
+
+void Run::SetDetails(std::vector<std::string> lines) { details_ = std::move(lines); }
 
 uint64_t Run::Seed() {
     seed_used_ = true;
@@ -223,9 +229,9 @@ int Run::Finish(Outcome outcome) {
     const timespec no_time{};
     sigtimedwait(&terminate, nullptr, &no_time);  // one that came before has had its effect
     sigprocmask(SIG_UNBLOCK, &terminate, nullptr);
-    const Result result{
-        common_.patrol,    program_,     title_,  common_.device, static_cast<long>(common_.level),
-        ExtentOf(common_), outcome.code, passes_, outcome.error};
+    const auto level = static_cast<long>(common_.level);
+    const Result result{common_.patrol,    program_,     title_,  common_.device, level,
+                        ExtentOf(common_), outcome.code, passes_, outcome.error,  details_};
     unsigned flags = kFlagResultText;
     if (outcome.code == EndCode::kNg) {
         flags |= kFlagFaulty;

@@ -80,6 +80,9 @@ class Run {
     // and its result is returned.
     bool Pause();
 
+    // Waits so many seconds in the same way, for a test that makes room for others.
+    bool Rest(double seconds);
+
     // Repeats `round` until the time given by "/runtime" is over, once without it, and counts
     // the rounds that were completed. A round with a result other than kOk is the last; of these
     // kCompleted counts.
@@ -95,6 +98,12 @@ class Run {
     // Writes a line into the program's own log and into the controller's trace log.
     void Note(std::string_view text);
 
+    // Writes a line into the program's own log alone.
+    void AppendLog(std::string_view text);
+
+    // Lines for people that stand in the result block, in the place of any that were set before.
+    void SetDetails(std::vector<std::string> lines);
+
     // Sends the closing status record with its result block and returns the exit status. A
     // failure (kNg) is first announced to the system log and the agent. kOk becomes kCancel
     // where the run was cancelled. A reader that does not read holds it up until SIGTERM comes.
@@ -107,7 +116,6 @@ class Run {
     void Warn(const std::string& text);
     // Asks the looks of AtEnd and makes of the outcome what their remarks ask for.
     void TakeRemarks(Outcome* outcome);
-    void AppendLog(std::string_view text);
     // Waits up to `seconds` for a signal that ends the run; 0 only looks.
     void AwaitCancel(double seconds);
 
@@ -127,6 +135,7 @@ class Run {
     long passes_ = 0;
     unsigned percent_ = 0;
     uint32_t next_address_ = 0;
+    std::vector<std::string> details_;
 };
 
 }  // namespace testprog

@@ -13,7 +13,9 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <map>
+#include <thread>
 
 #include "padiag.h"
 
@@ -155,7 +157,7 @@ TEST_F(TestProgramTest, EachEndHasItsExactRecordAndExitStatus) {
         R"(cputest|-tp INSTRUCTION+register+Cache|OK
 cputest|/gen 4 -waitusec 1 /runtime 0 -tp Register -log 512 /lv 0 -dev C0|OK
 memtest|-data 0x123+7+0XFF -size 65kb -tp WHOLE+IMOVE -gen 0 -dev m /waitsec 0|OK
-hddtest|-sc 0x1 -ide -lba 0x10 -retry 1 -tp SECTOR -dev /dev/sda|OK|0x00000810
+hddtest|-sc 0x1 -ide -lba 0x10 -retry 1 -tp SECTOR -dev /dev/sda -budget 0|OK|0x00000011
 hddtest|-lba 7 -lv 2 -count 9 -wide 1 -tp IoRandom -dev /dev/sda|OK|0x00000007
 hddtest|-dev /dev/sda -lba 0xfc1|COMPLETED
 hddtest|-dev /dev/sda -lv 3|COMPLETED|0x00001000
@@ -165,7 +167,7 @@ memtest|-size 64KB -tp IMOVE+imovex -data 0|NG||IMOVE offset 0xaaa8: expected # 
 memtest|-data 0x1234 -size 64KB -tp WHOLEX -gen 4|NG||WHOLE offset 0x5550: expected # got #
 memtest|-data 1 -size 64KB -tp BMOVEX -dbg_trap|NG||BMOVE offset 0x5000: uncorrectable error
 cputest|-dbg_modid 0x10000 -dbg_point 2 -dbg_trap -affinity|NG||processor # shift: SIGILL
-hddtest|-tp iorandom -debug2 -wide 8 -dev /dev/sda -sc 8 -lba 8|NG|0x00000008|read error at block 0x0000000c: Input/output error
+hddtest|-tp iorandom -debug2 -wide 8 -dev /dev/sda -sc 8 -lba 8 -seed 7|NG|0x00000008|read error at block 0x0000000c: Input/output error, seed 0x00000007
 cputest|-lv 0 -lv 256|SKIP||option "-lv" with a wrong value "256"
 cputest|-dev C1 -tp|SKIP||option "-tp" without a value
 memtest|-tp BMOVE+XMOVE|SKIP||option "-tp" with an unknown test "XMOVE"
@@ -370,21 +372,73 @@ TEST_F(TestProgramTest, AReaderThatHasGoneEndsTheTestAndKillsNothing) {
     }
 }
 
-TEST_F(TestProgramTest, AHoleInADiskIsFoundAtItsAddress) {
-    // The size of the image of 256 blocks, in bytes; the bad block; the next address.
-    const char table[] = R"(0||00|0x00000040
-51200|-retry 100 -sc 0xff|64|0x000000ff
-51200|-lba 0xf8|f8|0x00000000
-32768||40|0x00000080
-130560|-lv 3|ff|0x00000100
-130560|-tp iorandom -lba 0xfe -sc 2 -retry 1|ff|0x000000fe)";
+TEST_F(TestProgramTest, HolesInADiskAreFoundAtTheirAddresses) {
+    // The size of the image of 256 blocks, in bytes; the first and last bad block told; the next
+    // address. Only the last level goes on behind a bad block.
+    const char table[] = R"(0||00|00|0x00000040
+51200|-retry 100 -sc 0xff|64|64|0x000000ff
+51200|-lba 0xf8 -lv 2|f8|f8|0x00000000
+32768||40|40|0x00000080
+51200|-lv 3|64|73|0x00000080
+51200|-lv 3 -debug2|20|20|0x00000040
+126976|-lv 3 -retry 1|f8|ff|0x00000100
+130560|-tp iorandom -lba 0xfe -sc 2 -retry 1 -seed 5|ff|ff|0x000000fe)";
     for (const Strings& c : Rows(table)) {
         SCOPED_TRACE(c[0] + " " + c[1]);
         Image("sdh", std::stoul(c[0]), "@256");
         const Said said = RunProgram("hddtest", "-dev /dev/sdh" + (c[1].empty() ? "" : " " + c[1]));
-        EXPECT_EQ(said.error, "read error at block 0x000000" + c[2] + ": end of data");
-        EXPECT_EQ(said.status().substr(0, 20), "0x04,0x06," + c[3]);
+        const bool spoilt = c[1].find("debug2") != std::string::npos;
+        std::string error = "read error at block 0x000000" + c[2] +
+                            (spoilt ? ": Input/output error" : ": end of data");
+        const unsigned long last = std::stoul(c[3], nullptr, 16);
+        for (unsigned long bad = std::stoul(c[2], nullptr, 16) + 1; bad <= last; ++bad) {
+            error += (error.find("also") == std::string::npos ? ", also bad: " : " ") + Hex(bad, 8);
+        }
+        EXPECT_EQ(said.error.substr(0, said.error.find(", seed")), error);
+        EXPECT_EQ(said.status().substr(0, 20), "0x04,0x06," + c[4]);
     }
+}
+
+TEST_F(TestProgramTest, AReadThatTakesLongerThanASecondIsNoted) {
+    Image("sdh", uint64_t{1} << 40);
+    const auto process = StartProgram("hddtest", "-dev /dev/sdh -lv 3");
+    EXPECT_TRUE(Eventually([&] {  // the program spends nearly all of its time in reads
+        process->Signal(SIGSTOP);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+        process->Signal(SIGCONT);
+        return agent_.Read("log/hddtest_sdh.0.log").find(" slow read: 1.") != std::string::npos;
+    }));
+    process->Signal(SIGINT);
+    EXPECT_EQ(Listen(*process).status().substr(0, 10), "0x02,0x02,");
+}
+
+TEST_F(TestProgramTest, ADiskOfEighteenTerabytesIsReadToItsEndThroughTheController) {
+    // Its addresses count units of 16 blocks; the last unit is not whole.
+    constexpr uint64_t kBlocks = 18'000'000'000'000 / 512 + 7, kUnits = kBlocks / 16 + 1;
+    std::error_code refused;
+    fs::path file = agent_.Path("data/sda");
+    fs::resize_file(file, kBlocks * 512, refused);
+    if (refused) {  // some file systems end at 16 TiB
+        file = "/dev/shm" / fs::path(agent_.Path()).filename();
+        std::ofstream(file).close();
+        fs::resize_file(file, kBlocks * 512, refused);
+    }
+    const Launch launch{{{"HDDTEST_IMAGES", "/dev/sda=" + file.string()}}};
+    PassTest::Plan("OFF", "OFF", {"ON"});
+    agent_.SetKey("HDD_SCHEDULE 0", "address", Hex(kUnits - 0x400, 16));
+    agent_.Write("data/pat_new_para.ini", "[HDDDIAG_PARAM]\ntp=sector -budget 0\n");
+    if (!refused) Pass(launch);
+    const std::string after = agent_.Key("HDD_SCHEDULE 0", "address");
+    Plan(3, "OFF", "OFF", {"ON"});
+    agent_.SetKey("HDD_SCHEDULE 0", "address", after, kPadiagSchedule);
+    agent_.Write(kProgress, "[HDD_MAX_LBA]\n/dev/sda=" + Hex(kUnits, 16) + "\n");
+    if (!refused) Diagnose(launch);
+    if (file.parent_path() == "/dev/shm") fs::remove(file);
+    if (refused) GTEST_SKIP() << "no file system here has files of that size";
+    EXPECT_EQ(after, Hex(kUnits - 0x400 + 4, 16)) << "a step of 64 blocks is 4 units";
+    EXPECT_EQ(agent_.Key("HDD_MAX_LBA", "/dev/sda", kProgress), Hex(kUnits, 16));
+    EXPECT_EQ(agent_.Key("HDD_NEXT_LBA", "/dev/sda", kProgress), Hex(kUnits, 16));
+    EXPECT_EQ(Masked(Join(History())), "OK      hddtest /dev/sda [#s] 99[%] -> 100[%](pass=#)\n");
 }
 
 TEST_F(TestProgramTest, AnInputOutputErrorOfABlockDeviceIsFoundAtItsAddress) {
