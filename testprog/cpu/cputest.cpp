@@ -19,6 +19,7 @@
 #include <set>
 #include <thread>
 
+#include "counters/counters.h"
 #include "cpu/check.h"
 #include "cpu/processors.h"
 #include "lib/run.h"
@@ -154,6 +155,7 @@ class ProcessorTest {
         const Setting setting{Processors(), depth_.areas, [this] { return run_.Stop(); }};
         if (outcome.code == EndCode::kOk) outcome = MakeChecks(setting, &checks_);
         if (outcome.code != EndCode::kOk) return outcome;
+        testprog::Watch(testprog::Watched::kProcessors, {}, &run_);
         return run_.Rounds([this] { return Round(); });
     }
 

@@ -8,6 +8,7 @@
 #include <optional>
 #include <random>
 
+#include "counters/counters.h"
 #include "hdd/device.h"
 #include "hdd/progress.h"
 #include "hdd/reader.h"
@@ -236,6 +237,10 @@ Outcome TestDisk(const Options& options, testprog::Run& run) {
     Outcome opened = disk.Open(options.common.device);
     if (opened.code != EndCode::kOk) return opened;
     run.writer().SendDiskInfo(disk.Info(options.ide));
+    // An image has no counters, but there may be some to try the program with.
+    if (!disk.image() || !Environment("TESTPROG_ROOT").empty()) {
+        testprog::Watch(testprog::Watched::kDisk, options.common.device, &run);
+    }
 
     if (sector) {
         SectorTest test(options, disk, run);

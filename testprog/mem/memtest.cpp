@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 
+#include "counters/counters.h"
 #include "lib/file.h"
 #include "lib/run.h"
 #include "lib/trap.h"
@@ -104,6 +105,7 @@ class MemoryTest {
         if (!limit) return {EndCode::kAbort, "the system does not tell how much memory there is"};
         limit_ = *limit / kSmallestSize * kSmallestSize;
         if (limit_ == 0) return {EndCode::kSkip, "too little memory is left to take a part of it"};
+        testprog::Watch(testprog::Watched::kMemory, {}, &run_);
         return options_.size ? TestOfSize(*options_.size) : TestInTime();
     }
 
