@@ -19,6 +19,7 @@
 #include <set>
 #include <thread>
 
+#include "adapter/external.h"
 #include "counters/counters.h"
 #include "cpu/check.h"
 #include "cpu/processors.h"
@@ -327,6 +328,9 @@ class ProcessorTest {
 
 int main(int argc, char** argv) {
     testprog::EnterBackground();
+    if (testprog::AsksForExternal(argc, argv)) {
+        return testprog::RunExternal("cputest", argc, argv);
+    }
     Options options;
     options.common.device = "CPU";
     options.common.pattern = "Instruction+Register";

@@ -8,6 +8,7 @@
 #include <optional>
 #include <random>
 
+#include "adapter/external.h"
 #include "counters/counters.h"
 #include "hdd/device.h"
 #include "hdd/progress.h"
@@ -256,6 +257,9 @@ Outcome TestDisk(const Options& options, testprog::Run& run) {
 
 int main(int argc, char** argv) {
     testprog::EnterBackground();
+    if (testprog::AsksForExternal(argc, argv)) {
+        return testprog::RunExternal("hddtest", argc, argv);
+    }
     Options options;
     options.common.pattern = "sector";
     std::vector<testprog::Option> table = testprog::CommonOptionTable(&options.common);

@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 
+#include "adapter/external.h"
 #include "counters/counters.h"
 #include "lib/file.h"
 #include "lib/run.h"
@@ -292,6 +293,9 @@ class MemoryTest {
 
 int main(int argc, char** argv) {
     testprog::EnterBackground();
+    if (testprog::AsksForExternal(argc, argv)) {
+        return testprog::RunExternal("memtest", argc, argv);
+    }
     Options options;
     options.common.device = "mem";
     options.common.pattern = "BMOVE";
