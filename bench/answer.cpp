@@ -5,7 +5,7 @@
 
 #include <string_view>
 
-#include "record.h"
+#include "lib/record.h"
 
 int main(int, char** argv) {
     const std::string_view path = argv[0];

@@ -240,6 +240,8 @@ Env AgentDir::Environment() const {
         {"KVX_PIPE", Path("event_pipe")},
         {"LD_PRELOAD", SYSTEM_LOG_LIBRARY},
         {"SYSTEM_LOG", Path("system_log")},
+        // The test programs shall not tell of what befalls the machine that the tests run on.
+        {"TESTPROG_ROOT", Path("system")},
         {"PATH", "/usr/bin:/bin"},
         {"LC_ALL", "C"},
         {"TZ", "UTC0"},

@@ -1,0 +1,108 @@
+// The counters before and after a run.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <map>
+
+#include "counters/counters.h"
+#include "lib/command.h"
+#include "lib/file.h"
+
+namespace testprog {
+
+namespace {
+
+constexpr double kSmartSeconds = 20;
+constexpr size_t kMaxOutput = size_t{1} << 20;
+constexpr size_t kMostParts = 4;
+
+// What a disk says of itself; nothing where it cannot be asked.
+Counters AskDisk(const std::string& root, const std::string& device) {
+    const std::string smartctl = root + "/usr/sbin/smartctl";
+    Command command;
+    if (access(smartctl.c_str(), X_OK) != 0 ||
+        !command.Start({smartctl, "--json=g", "-i", "-H", "-A", "-l", "error", device}).empty()) {
+        return {};
+    }
+    std::string output;
+    const bool lasts = command.Listen(kSmartSeconds, [&output](const std::string& line) {
+        if (output.size() < kMaxOutput) output += line + "\n";
+    });
+    return lasts ? Counters() : SmartCounters(device, output);
+}
+
+void Append(Counters* counters, const Counters& more) {
+    counters->insert(counters->end(), more.begin(), more.end());
+}
+
+// What the test answers for, and what else may be told of.
+struct Reading {
+    Counters own, foreign;
+};
+
+// `late`: the disk is asked behind the kernel, before the test ahead of it, so that commands that
+// it does not know are no errors of the test.
+Reading Read(Watched watched, const std::string& root, const std::string& device, bool late) {
+    switch (watched) {
+        case Watched::kProcessors:
+            return {ProcessorCounters(root), MemoryCounters(root)};
+        case Watched::kMemory:
+            return {MemoryCounters(root), ProcessorCounters(root)};
+        case Watched::kDisk:
+            break;
+    }
+    Counters own;
+    if (!late) own = AskDisk(root, device);
+    Append(&own, DiskCounters(root, device));
+    if (late) Append(&own, AskDisk(root, device));
+    return {own, {}};
+}
+
+bool AnyFaulty(const std::vector<Remark>& remarks) {
+    return std::any_of(remarks.begin(), remarks.end(), [](const Remark& r) { return r.faulty; });
+}
+
+void MakeWarnings(std::vector<Remark>* remarks) {
+    for (Remark& remark : *remarks) remark.faulty = false;
+}
+
+}  // namespace
+
+std::vector<Remark> Differences(const Counters& before, const Counters& after) {
+    std::map<std::pair<std::string, std::string>, uint64_t> known;
+    for (const Counter& was : before) known[{was.part, was.what}] = was.value;
+    std::vector<Remark> remarks;
+    std::map<std::string, size_t> parts;  // that the same is to be said of
+    for (const Counter& now : after) {
+        const auto was = known.find({now.part, now.what});
+        const bool failing = now.kind == Counter::Kind::kFailing;
+        if (!failing && was == known.end()) continue;
+        const bool anew = failing || now.value < was->second;
+        const uint64_t more = anew ? now.value : now.value - was->second;
+        if (more == 0 || ++parts[now.what] > kMostParts + 1) continue;
+        const std::string text =
+            parts[now.what] > kMostParts ? "the same of further parts: new " + now.what
+            : failing                    ? now.part + ": " + now.what + " is failing"
+                      : Format("%s: new %s: %llu", now.part.c_str(), now.what.c_str(),
+                               static_cast<unsigned long long>(more));
+        remarks.push_back({now.kind != Counter::Kind::kCorrected, text});
+    }
+    return remarks;
+}
+
+void Watch(Watched watched, const std::string& device, Run* run) {
+    const std::string root = Environment("TESTPROG_ROOT");
+    const Reading before = Read(watched, root, device, false);
+    run->AtEnd([watched, root, device, before] {
+        const Reading after = Read(watched, root, device, true);
+        std::vector<Remark> remarks = Differences(before.own, after.own);
+        std::vector<Remark> others = Differences(before.foreign, after.foreign);
+        if (watched == Watched::kProcessors && AnyFaulty(others)) MakeWarnings(&remarks);
+        MakeWarnings(&others);
+        remarks.insert(remarks.end(), others.begin(), others.end());
+        return remarks;
+    });
+}
+
+}  // namespace testprog

@@ -1,0 +1,87 @@
+#include "lib/trap.h"
+
+#include <setjmp.h>
+#include <signal.h>
+
+#include <array>
+
+namespace testprog {
+
+namespace {
+
+struct Named {
+    int signal;
+    const char* name;
+};
+constexpr std::array<Named, 4> kSignals{
+    {{SIGBUS, "SIGBUS"}, {SIGILL, "SIGILL"}, {SIGFPE, "SIGFPE"}, {SIGSEGV, "SIGSEGV"}}};
+// Handlers run on a stack of their own: what is under test may be the one in use.
+constexpr size_t kStackSize = 64 << 10;
+
+// Where the innermost work under way is left to; nullptr outside of any.
+thread_local sigjmp_buf* volatile way_out = nullptr;
+thread_local Trap trapped;
+
+void Leave(int number, siginfo_t* info, void*) {
+    if (way_out == nullptr) {
+        signal(number, SIG_DFL);
+        raise(number);  // comes when the handler has ended
+        return;
+    }
+    const bool memory = info->si_code == BUS_MCEERR_AR || info->si_code == BUS_MCEERR_AO;
+    trapped = {number, info->si_addr, number == SIGBUS && memory};
+    siglongjmp(*way_out, 1);
+}
+
+bool InstallHandlers() {
+    struct sigaction action = {};
+    action.sa_sigaction = Leave;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    sigemptyset(&action.sa_mask);
+    for (const Named& known : kSignals) sigaction(known.signal, &action, nullptr);
+    return true;
+}
+
+// The thread's stack for handlers, as long as it lives.
+class SignalStack {
+ public:
+    SignalStack() {
+        stack_t stack = {};
+        stack.ss_sp = room_.data();
+        stack.ss_size = room_.size();
+        sigaltstack(&stack, &before_);
+    }
+    ~SignalStack() { sigaltstack(&before_, nullptr); }
+    SignalStack(const SignalStack&) = delete;
+    SignalStack& operator=(const SignalStack&) = delete;
+
+ private:
+    alignas(16) std::array<char, kStackSize> room_;
+    stack_t before_ = {};
+};
+
+}  // namespace
+
+std::optional<Trap> Trapped(const std::function<void()>& work) {
+    static const bool installed = InstallHandlers();
+    static_cast<void>(installed);
+    const SignalStack stack;
+    sigjmp_buf here;
+    sigjmp_buf* const outer = way_out;
+    const bool left = sigsetjmp(here, 1) != 0;
+    if (!left) {
+        way_out = &here;
+        work();
+    }
+    way_out = outer;
+    return left ? std::optional<Trap>(trapped) : std::nullopt;
+}
+
+std::string TrapName(const Trap& trap) {
+    for (const Named& known : kSignals) {
+        if (known.signal == trap.signal) return known.name;
+    }
+    return "signal " + std::to_string(trap.signal);
+}
+
+}  // namespace testprog

@@ -1,0 +1,37 @@
+#include "lib/trap.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <thread>
+
+namespace testprog {
+namespace {
+
+TEST(TrapTest, SignalsOfTheWorkComeBackFromEachThreadAndOthersKill) {
+    const auto touch_nothing = [] {
+        const int empty = memfd_create("empty", MFD_CLOEXEC);
+        void* page = mmap(nullptr, 4096, PROT_READ, MAP_PRIVATE, empty, 0);
+        static_cast<void>(*static_cast<volatile char*>(page));
+    };
+    const auto name_of = [](const std::function<void()>& work) {
+        const auto trap = Trapped(work);
+        return trap ? TrapName(*trap) : "none";
+    };
+    EXPECT_EQ(name_of([] {}), "none");
+    EXPECT_EQ(name_of(touch_nothing), "SIGBUS");
+    EXPECT_EQ(name_of([] { raise(SIGILL); }), "SIGILL");
+    EXPECT_EQ(name_of([&] {
+                  EXPECT_EQ(name_of([] { raise(SIGFPE); }), "SIGFPE");
+                  std::thread([&] { EXPECT_EQ(name_of(touch_nothing), "SIGBUS"); }).join();
+                  raise(SIGSEGV);
+              }),
+              "SIGSEGV");
+    EXPECT_EQ(name_of([] {}), "none") << "after all that";
+    EXPECT_EXIT(raise(SIGFPE), ::testing::KilledBySignal(SIGFPE), "");
+}
+
+}  // namespace
+}  // namespace testprog
