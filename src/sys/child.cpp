@@ -35,14 +35,26 @@ void Route(int fd, int target) {
     const int result = fd == target ? fcntl(fd, F_SETFD, 0) : dup2(fd, target);
     if (result < 0) _exit(kNotExecuted);
 }
+// Default dispositions of all signals, whatever this process was started with, and the mask of the
+// start.
+void RestoreSignals() {
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+        if (DispositionChanged(signal)) InstallHandler(signal, SIG_DFL);
+    }
+    // A trace line that finds its file full is not to kill a child before it is its program.
+    CatchFailedWrites();
+    sigprocmask(SIG_SETMASK, &StartMask(), nullptr);
+}
+
 
 [[noreturn]] void RunChild(const ChildStart& start) {
     // A flush that failed before the fork has left its lines; they are the parent's to write.
     ClearLogBuffers();
     trpurge();
-    RestoreSignalsInChild();
+    RestoreSignals();
     // Standard error first: `output` may be descriptor 2 itself, `error` is never descriptor 1.
     Route(start.error, STDERR_FILENO);
+    if (start.keeps_output) Route(start.output, start.output);
     Route(start.output, STDOUT_FILENO);
     start.run();
     // Not exit(): what the parent has to do at its end is not to be done twice.
@@ -87,13 +99,6 @@ Text<32> WakeUpText(int status) {
     if (WIFSIGNALED(status)) text.Format("killed by signal=%d", WTERMSIG(status));
     if (WIFSTOPPED(status)) text.Format("stopped by signal=%d", WSTOPSIG(status));
     return text;
-}
-
-void RestoreSignalsInChild() {
-    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
-        if (DispositionChanged(signal)) InstallHandler(signal, SIG_DFL);
-    }
-    sigprocmask(SIG_SETMASK, &StartMask(), nullptr);
 }
 
 void NoteNewChild(pid_t pid) {

@@ -17,16 +17,19 @@ struct ChildStart {
     int output = -1;
     int error = -1;
     // Runs in the child and is meant to end in execv; a child whose `run` returns ends with 127.
+    // Whether the descriptor `output` stays open in the child beside the two.
+    bool keeps_output = false;
     std::function<void()> run;
     // The call that forks.
     pid_t (*fork_call)() = nullptr;  // null: fork()
 };
 
 // Does the profile writes that were put off and flushes the log buffers and stdio, so that the
-// child repeats none of it, and forks. The child has default signal dispositions, the signal mask
-// the controller was started with, no line of the parent in its trace ring or log buffers, and,
-// once it executes a program, no descriptor that this process opened but 0, 1 and 2. Returns the
-// child's pid, or what fork returned, with errno set.
+// child repeats none of it, and forks. The child has no line of the parent in its trace ring or log
+// buffers and the signal mask the controller was started with; once it executes a program, it has
+// default signal dispositions and no descriptor that this process opened but those of `start`.
+// Until then a write that fails is no reason to die. Returns the child's pid, or what fork
+// returned, with errno set.
 pid_t StartChild(const ChildStart& start);
 
 // waitpid for `pid` (-1: any child) with `options`, waiting without limit. The child's pid, or -1
@@ -46,10 +49,8 @@ int SignalChild(pid_t pid, int signal);
 // "continued".
 Text<32> WakeUpText(int status);
 
-// The two sides of a fork, for a caller that does not fork through StartChild. In the child:
-// default dispositions of all signals, whatever this process was started with, and the mask of the
-// start. In the parent: `pid` is a living child again, whatever child had the number before.
-void RestoreSignalsInChild();
+// For a fork that is not StartChild's: `pid` is a living child again, whatever child had the number
+// before.
 void NoteNewChild(pid_t pid);
 
 }  // namespace patrol
