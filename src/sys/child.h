@@ -8,6 +8,7 @@
 
 #include <functional>
 
+#include "base/signals.h"
 #include "base/text.h"
 
 namespace patrol {
@@ -16,9 +17,9 @@ struct ChildStart {
     // Descriptors that become the child's standard output and standard error; -1: inherited.
     int output = -1;
     int error = -1;
-    // Runs in the child and is meant to end in execv; a child whose `run` returns ends with 127.
     // Whether the descriptor `output` stays open in the child beside the two.
     bool keeps_output = false;
+    // Runs in the child and is meant to end in execv; a child whose `run` returns ends with 127.
     std::function<void()> run;
     // The call that forks.
     pid_t (*fork_call)() = nullptr;  // null: fork()
@@ -33,8 +34,12 @@ struct ChildStart {
 pid_t StartChild(const ChildStart& start);
 
 // waitpid for `pid` (-1: any child) with `options`, waiting without limit. The child's pid, or -1
-// with errno set: EINTR when a signal was noted, ECHILD when there is no such child.
-pid_t WaitForChild(pid_t pid, int* status, int options);
+// with errno set: EINTR when there was none to take and `watch` (without one, the wait begins here)
+// has a signal noted; ECHILD when there is no such child.
+pid_t WaitForChild(pid_t pid, int* status, int options, const SignalWatch& watch = SignalWatch());
+
+// Whether `pid` has stopped and no wait has seen it. It counts as seen then.
+bool HasStoppedUnseen(pid_t pid);
 
 // Gives up waiting for `pid`: its end is not taken for that of any child.
 void AbandonChild(pid_t pid);
