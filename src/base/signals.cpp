@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 
 #include "base/blocking.h"
@@ -11,9 +12,9 @@ namespace patrol {
 namespace {
 
 sigset_t start_mask;
-sigset_t changed;    // signals whose disposition may not be the default
-sigset_t wait_mask;  // what is blocked inside the waits
-volatile sig_atomic_t noted_signal = 0;
+sigset_t changed;                 // signals whose disposition may not be the default
+sigset_t wait_mask;               // what is blocked inside the waits
+std::atomic<unsigned> noted = 0;  // how many signals were
 
 // Unlike SIG_IGN this does not outlive an execv, and it keeps ended children to be waited for.
 void DoNothing(int) {}
@@ -28,25 +29,48 @@ sigset_t Without(sigset_t mask, int signal) {
     return mask;
 }
 
-// ppoll that comes back for a noted signal only: -1 with EINTR then.
-int PollNoting(pollfd* polled, nfds_t count, const timespec* limit, const sigset_t& mask) {
-    noted_signal = 0;
-    int result = 0;
-    // A handler that does nothing, or a stop and go, is no end of the wait.
-    do {
-        result = ppoll(polled, count, limit, &mask);
-    } while (result < 0 && errno == EINTR && noted_signal == 0);
-    return result;
+bool IsPending(int signal) {
+    sigset_t pending;
+    sigemptyset(&pending);
+    sigpending(&pending);
+    return sigismember(&pending, signal) == 1;
 }
 
-// Waits for `polled` without limit. The ends of children are none of its business.
-int WaitFor(pollfd* polled) {
-    return BlockingCall(
-        [polled] { return PollNoting(polled, 1, nullptr, With(wait_mask, SIGCHLD)) < 0 ? -1 : 0; });
+// Lets in what is pending, and waits for nothing.
+void LetPendingIn() {
+    sigset_t mask = With(wait_mask, SIGCHLD);
+    // SIGTERM may end the program: what was put off is done before, and not for any lesser reason.
+    if (IsPending(SIGTERM)) {
+        PrepareToBlock();
+    } else {
+        mask = With(mask, SIGTERM);
+    }
+    const timespec no_time = {0, 0};
+    ppoll(nullptr, 0, &no_time, &mask);
 }
 
 // Whether a wait for `polled` would be over at once.
 bool Ready(pollfd* polled) { return poll(polled, 1, 0) > 0; }
+
+int Interrupted() {
+    errno = EINTR;
+    return -1;
+}
+
+// Waits for `polled` without limit, or until more than `before` signals have been noted. The ends
+// of children are none of its business.
+int WaitFor(pollfd* polled, unsigned before) {
+    return BlockingCall([polled, before] {
+        const sigset_t mask = With(wait_mask, SIGCHLD);
+        // A handler that does nothing, or a stop and go, is no end of the wait.
+        while (noted == before) {
+            if (ppoll(polled, 1, nullptr, &mask) >= 0) return 0;
+            if (errno != EINTR) return -1;
+        }
+        // Both may have come at the same time.
+        return Ready(polled) ? 0 : Interrupted();
+    });
+}
 
 }  // namespace
 
@@ -61,6 +85,7 @@ void PrepareSignals() {
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGINT);
     sigaddset(&blocked, SIGHUP);
+    sigaddset(&blocked, SIGTERM);
     sigaddset(&blocked, SIGCHLD);
     sigprocmask(SIG_BLOCK, &blocked, &start_mask);
     // What was blocked at the start stays blocked even in the waits.
@@ -85,34 +110,35 @@ const sigset_t& StartMask() { return start_mask; }
 
 bool DispositionChanged(int signal) { return sigismember(&changed, signal) == 1; }
 
-void NoteSignal(int signal) { noted_signal = signal; }
+void NoteSignal() { ++noted; }
 
-int LastNotedSignal() { return noted_signal; }
+SignalWatch::SignalWatch() {
+    LetPendingIn();
+    begun_ = noted;
+}
 
-int WaitReadable(int fd) {
-    // A poll that finds data does not look for signals, so pending ones are let in first.
-    const timespec no_time = {0, 0};
-    if (PollNoting(nullptr, 0, &no_time, With(wait_mask, SIGCHLD)) < 0) return -1;
+bool SignalWatch::Noted() const { return noted != begun_; }
+
+int WaitReadable(int fd, const SignalWatch& watch) {
+    // A poll that finds data does not look for signals.
+    LetPendingIn();
     pollfd polled = {fd, POLLIN, 0};
     // Data that is there is no reason to do now what was put off.
-    if (AnythingPutOff() && Ready(&polled)) return 0;
-    return WaitFor(&polled);
+    if (Ready(&polled)) return 0;
+    return watch.Noted() ? Interrupted() : WaitFor(&polled, noted);
 }
 
 int WaitWritable(int fd) {
     pollfd polled = {fd, POLLOUT, 0};
     // Signals are the business of longer waits: where there is room at once they stay pending.
-    return Ready(&polled) ? 0 : WaitFor(&polled);
+    return Ready(&polled) ? 0 : WaitFor(&polled, noted);
 }
 
-int WaitForChildSignal() {
+int WaitForChildSignal(const SignalWatch& watch) {
     const sigset_t mask = Without(wait_mask, SIGCHLD);
-    return BlockingCall([&mask] {
-        noted_signal = 0;
-        ppoll(nullptr, 0, nullptr, &mask);
-        if (noted_signal == 0) return 0;
-        errno = EINTR;
-        return -1;
+    return BlockingCall([&mask, &watch] {
+        if (!watch.Noted()) ppoll(nullptr, 0, nullptr, &mask);
+        return watch.Noted() ? Interrupted() : 0;
     });
 }
 
@@ -141,8 +167,6 @@ void SignalScope::LetIn(int signal) {
     sigprocmask(SIG_BLOCK, &only, nullptr);
     wait_mask = Without(wait_mask, signal);
 }
-
-void SignalScope::KeepOut(int signal) { wait_mask = With(wait_mask, signal); }
 
 void SignalScope::SetAlarm(int seconds) {
     if (seconds > 0) alarm(static_cast<unsigned>(seconds));

@@ -1,9 +1,9 @@
 // Signals, and the one place where they are let in.
 //
-// SIGINT, SIGHUP and SIGCHLD are blocked for the whole run. They are delivered only inside the
-// waits below, atomically with the wait (ppoll), so a handler never interrupts stdio, allocation or
-// time calls and a signal that came just before a wait is not lost. A handler that is meant to end
-// the wait under way calls NoteSignal; it may do anything else a routine may do.
+// SIGINT, SIGHUP, SIGTERM and SIGCHLD are blocked for the whole run. They are delivered only inside
+// the waits below, atomically with the wait (ppoll), so a handler never interrupts stdio,
+// allocation or time calls and a signal that came just before a wait is not lost. A handler that is
+// meant to end the wait under way calls NoteSignal; it may do anything else a routine may do.
 #pragma once
 
 #include <signal.h>
@@ -14,13 +14,14 @@ namespace patrol {
 
 using SignalHandler = void (*)(int);
 
-// Remembers the signal mask of the start, blocks the three signals above, and gives SIGCHLD,
-// SIGPIPE and SIGXFSZ handlers that do nothing (a reader that went away is a failed write; children
-// still get the default). To be called before anything else may meet a signal.
+// Remembers the signal mask of the start, blocks the four signals above, and gives SIGCHLD,
+// SIGPIPE and SIGXFSZ handlers that do nothing. To be called before anything else may meet a
+// signal.
 void PrepareSignals();
 
 // Makes a reader that went away, and a file at its size limit, a failed write instead of a death by
-// SIGPIPE or SIGXFSZ: the handlers do nothing.
+// SIGPIPE or SIGXFSZ. The handlers do nothing; they are gone with an execv, so that the program
+// that is executed gets the default.
 void CatchFailedWrites();
 
 // sigaction with an empty mask and no flags, so that the wait under way is not restarted. Returns
@@ -34,27 +35,40 @@ const sigset_t& StartMask();
 // InstallHandler.
 bool DispositionChanged(int signal);
 
-// Marks that a handler ran for `signal`: the wait under way ends. Safe in a handler.
-void NoteSignal(int signal);
+// Marks that a handler ran: the wait under way is to end. Safe in a handler.
+void NoteSignal();
 
-// Returns the signal last noted in a wait.
-int LastNotedSignal();
+// What a wait for a test or a command goes by, from its beginning to its end, however many reads
+// and waits below it takes. A signal that came earlier is none of its business: the beginning lets
+// it in, its handler runs, and that is all. A signal noted since then ends the wait as soon as
+// there is nothing to take, wherever in between its handler ran.
+class SignalWatch {
+ public:
+    SignalWatch();
+
+    // Whether a signal was noted since.
+    bool Noted() const;
+
+ private:
+    unsigned begun_;
+};
 
 // Waits until `fd` can be read or its other end is closed. Returns 0, or -1 with errno set: EINTR
-// when a signal was noted, which goes before data that is there already.
-int WaitReadable(int fd);
+// when there was nothing to read and `watch` has a signal noted. Signals are let in even where
+// there is something to read, so that a stream that never pauses keeps none out.
+int WaitReadable(int fd, const SignalWatch& watch);
 
 // Waits until `fd` can be written to or its reader is gone. Returns 0, or -1 with errno set: EINTR
-// when a signal was noted while there was something to wait for.
+// when a signal was noted, or came earlier, while there was something to wait for.
 int WaitWritable(int fd);
 
 // Waits for SIGCHLD, which says that a child has ended or stopped; one that came before counts.
-// Returns 0, or -1 with errno EINTR when another signal was noted. Several children may share one
+// Returns 0, or -1 with errno EINTR when `watch` has a signal noted. Several children may share one
 // SIGCHLD, and one that was collected already may have left it, so the caller looks at them all.
-int WaitForChildSignal();
+int WaitForChildSignal(const SignalWatch& watch);
 
-// For the length of a scope, other signals are let into the waits or kept out of them. On the way
-// out the alarm is cancelled and dispositions and masks are as they were before.
+// For the length of a scope, other signals are let into the waits. On the way out the alarm is
+// cancelled and dispositions and masks are as they were before.
 class SignalScope {
  public:
     SignalScope();
@@ -64,9 +78,6 @@ class SignalScope {
 
     // Blocks `signal` outside the waits and lets it into them. Its handler may then be installed.
     void LetIn(int signal);
-
-    // Keeps `signal` out of the waits; it is delivered in a later wait.
-    void KeepOut(int signal);
 
     // SIGALRM after `seconds`; none for 0 or below.
     static void SetAlarm(int seconds);

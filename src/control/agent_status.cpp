@@ -68,7 +68,9 @@ int GetMasterStatus() {
     shell.output.Reset(-1);
     int status = 0;
     // A signal ends the wait that it comes in; the command may live on.
-    if (answer.interrupted() || WaitForChild(shell.pid, &status, 0) < 0) AbandonChild(shell.pid);
+    if (answer.interrupted() || WaitForChild(shell.pid, &status, 0, answer.watch()) < 0) {
+        AbandonChild(shell.pid);
+    }
     Ptltrprintf("[%s] (%s) %s End.\n", __func__, command.c_str(), ready ? "OK" : "Not OK");
     return ready ? 0 : -1;
 }

@@ -13,7 +13,6 @@
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/run_mode.h"
-#include "base/signals.h"
 #include "base/table.h"
 #include "msg/call_failure.h"
 #include "msg/event.h"
@@ -58,7 +57,6 @@ int MaskFailed(const char* call, int error, const char* operation) {
     Ptltrprintf("[%s] [%s:%d] %s\n", caller, "execv(path)", 1, block.path.c_str());
     execv(block.path.c_str(), arguments);
     const int error = errno;
-    CatchFailedWrites();
     Ptltrprintf("[%s] System Call Error (%s) , errno:%d\n", caller, "execv", error);
     Ptltrprintf("[%s] cause     : %s\n", caller, std::strerror(error));
     ptl_exit(kNotExecuted);
@@ -105,6 +103,7 @@ int test_exec(int kind, int reserved, int timeout, const char* command, int32_t*
 
     ChildStart start;
     start.output = start.error = write_end.get();
+    start.keeps_output = true;
     start.run = [&] { child_proc(kind, block); };
     test_pid = StartChild(start);
     // A failed fork goes by the name of the pipe as well.

@@ -11,6 +11,7 @@
 #include "base/file.h"
 #include "base/running_test.h"
 #include "base/settings.h"
+#include "base/signals.h"
 #include "control/padiag_launch.h"
 #include "control/padiag_output.h"
 #include "msg/trace.h"
@@ -29,10 +30,10 @@ void PauseASecond() {
 }
 
 // Waits until the test has ended. A wait that fails reads as an exit with 0.
-void WaitForTest(const char* caller, const RunningTest& test) {
+void WaitForTest(const char* caller, const RunningTest& test, const SignalWatch& watch) {
     int status = 0;
     do {
-        if (WaitForChild(test.pid, &status, WUNTRACED) < 0) {
+        if (WaitForChild(test.pid, &status, WUNTRACED, watch) < 0) {
             status = 0;
             Ptltrprintf("[%s] waitpid -> %s.\n", caller, "Wait_failed");
             PauseASecond();
@@ -70,12 +71,13 @@ void ReportAborted(const char* caller, RunningTest* test) {
 }
 
 void WaitAndRead(const char* caller, RunningTest* test) {
+    const SignalWatch watch;
     const char* name = FindKind(test->kind)->short_name;
     test->padiag.event_check = 1;
     test->pass_count = 0;
     Ptltrprintf("[%s] ProcessId%s =%d fhandle%s =%d\n", caller, name, test->pid, name,
                 test->read_fd);
-    WaitForTest(caller, *test);
+    WaitForTest(caller, *test, watch);
     close(test->read_fd);
     test->read_fd = -1;
 

@@ -44,16 +44,16 @@ int StopWithError(const RunningTest& test) {
 }
 
 // SIGALRM interrupts the wait it rings in and does nothing else.
-void tp_timeout(int signal) { NoteSignal(signal); }
+void tp_timeout(int) { NoteSignal(); }
 
 // Waits for a child to end, any child, for at most `seconds`. False when none did.
-bool WaitForEnd(int seconds) {
+bool WaitForEnd(int seconds, const SignalWatch& watch) {
     SignalScope scope;
     scope.LetIn(SIGALRM);
     InstallHandler(SIGALRM, tp_timeout);
     SignalScope::SetAlarm(seconds);
     int status = 0;
-    return WaitForChild(-1, &status, 0) > 0;
+    return WaitForChild(-1, &status, 0, watch) > 0;
 }
 
 // The test has found a faulty part; its result block begins with the first heading.
@@ -77,7 +77,7 @@ Next TakeStatus(RunningTest* test, const TestWait& wait, RecordReader* record,
         return Next::kFailure;
     }
     Ptltrprintf("[%s] diagnosis end. end code=%d\n", kName, end_code);
-    if (!WaitForEnd(wait.timeout)) {
+    if (!WaitForEnd(wait.timeout, record->watch())) {
         // The result stands: the test program has reported it.
         ptl_test_terminate(test->pid);
         Ptltrprintf("[%s] diagnosis destroy.\n", kName);
@@ -170,6 +170,7 @@ int PipeEnded(RunningTest* test, const TestWait& wait, int last_length) {
 }  // namespace
 
 int wait_for_testdata(RunningTest* test, const TestWait& wait) {
+    RecordReader record(test->read_fd);
     Ptltrprintf("[%s] Start.\n", kName);
     Ptltrprintf("[%s] Patrol Diagnosis Device : %s.\n", kName, test->device_name.c_str());
     const Kind* kind = FindKind(test->kind);
@@ -178,7 +179,6 @@ int wait_for_testdata(RunningTest* test, const TestWait& wait) {
                     static_cast<unsigned>(test->kind));
         return ErrorEnd();
     }
-    RecordReader record(test->read_fd);
     Next next = Next::kRecord;
     int length = 0;
     while (next == Next::kRecord) {

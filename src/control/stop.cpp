@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/disk_table.h"
+#include "base/running_test.h"
 #include "base/settings.h"
 #include "base/signals.h"
 #include "control/launch.h"
@@ -30,15 +31,35 @@ void Cancel(const char* program, pid_t pid) {
 }
 
 // Keeps the two signals out until the handler returns, and ends the wait they came in.
-void HoldAndCleanUp(int signal, int cause) {
+void HoldAndCleanUp(int cause) {
     sigset_t both;
     sigemptyset(&both);
     sigaddset(&both, SIGHUP);
     sigaddset(&both, SIGINT);
     sigprocmask(SIG_BLOCK, &both, nullptr);
-    NoteSignal(signal);
+    NoteSignal();
     ptl_clean_up(cause);
 }
+
+// Which tests are to be stopped.
+struct Chosen {
+    bool cpu;
+    bool memory;
+    bool (*disk)(const RunningTest& disk);
+};
+
+void CleanUp(const char* cause, const Chosen& chosen) {
+    Ptltrprintf("[%s] Clean Up Process : %s\n", "ptl_clean_up", cause);
+    if (chosen.cpu) Cancel("Cputest", ProcessIdCpu);
+    if (chosen.memory) Cancel("Memtest", ProcessIdMem);
+    for (int i = 0; i < hdd_exec_use; ++i) {
+        if (chosen.disk(hdd_exec_tbl[i])) Cancel("Hddtest", hdd_exec_tbl[i].pid);
+    }
+}
+
+bool OfThisRun(const RunningTest&) { return f_padiag_hdd == 1; }
+
+bool IsRunning(const RunningTest& test) { return test.pid > 0 && !WasCollected(test.pid); }
 
 }  // namespace
 
@@ -52,15 +73,22 @@ void ptl_test_terminate(pid_t pid) {
 }
 
 void ptl_clean_up(int cause) {
-    Ptltrprintf("[%s] Clean Up Process : %s\n", __func__, CauseWord(cause));
-    if (f_padiag_cpu == 1) Cancel("Cputest", ProcessIdCpu);
-    if (f_padiag_mem == 1) Cancel("Memtest", ProcessIdMem);
-    if (f_padiag_hdd != 1) return;
-    for (int i = 0; i < hdd_exec_use; ++i) Cancel("Hddtest", hdd_exec_tbl[i].pid);
+    CleanUp(CauseWord(cause), {f_padiag_cpu == 1, f_padiag_mem == 1, OfThisRun});
 }
 
-void sighup_func(int signal) { HoldAndCleanUp(signal, kCauseHangUp); }
+void sighup_func(int) { HoldAndCleanUp(kCauseHangUp); }
 
-void sigint_func(int signal) { HoldAndCleanUp(signal, kCauseInterrupt); }
+void sigint_func(int) { HoldAndCleanUp(kCauseInterrupt); }
+
+void sigterm_func(int signal) {
+    CleanUp("SIGTERM", {IsRunning(cpu_test), IsRunning(mem_test), IsRunning});
+    InstallHandler(signal, SIG_DFL);
+    raise(signal);
+    // It is blocked as long as its handler runs.
+    sigset_t only;
+    sigemptyset(&only);
+    sigaddset(&only, signal);
+    sigprocmask(SIG_UNBLOCK, &only, nullptr);
+}
 
 }  // namespace patrol

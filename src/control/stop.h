@@ -1,4 +1,4 @@
-// Stopping test programs, and what SIGINT and SIGHUP do to this one.
+// Stopping test programs, and what signals do to this one.
 #pragma once
 
 #include <sys/types.h>
@@ -15,5 +15,9 @@ void ptl_clean_up(int cause);
 // The handlers for SIGHUP and SIGINT. They only ever run inside a wait.
 void sighup_func(int signal);
 void sigint_func(int signal);
+
+// The handler for SIGTERM, which runs there too: stops every test that is running, of whatever run,
+// and has this process die of the signal.
+void sigterm_func(int signal);
 
 }  // namespace patrol

@@ -62,7 +62,7 @@ void Install(int signal, SignalHandler handler) {
     if (InstallHandler(signal, handler) == 0) return;
     const int error = errno;
     ptl_printf(kTraceDetail, nullptr, "W2824");
-    // Both signals are reported under this name; the message's readers know it so.
+    // All signals are reported under this name; the message's readers know it so.
     ptl_printf(kTraceDetail, nullptr, "L1956", "SIGINT");
     ptl_printf(kTraceDetail, nullptr, "L1950", std::strerror(error));
 }
@@ -111,6 +111,7 @@ int set_filepath() {
 void ptl_sigaction() {
     Install(SIGINT, sigint_func);
     Install(SIGHUP, sighup_func);
+    if (!DispositionChanged(SIGTERM)) Install(SIGTERM, sigterm_func);
 }
 
 }  // namespace patrol

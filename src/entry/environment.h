@@ -23,7 +23,8 @@ int setup_hostname();
 // cannot be set up ends the program with status 1.
 int set_filepath();
 
-// Installs the handlers for SIGINT and SIGHUP. A failure is reported and the program goes on.
+// Installs the handlers for SIGINT, SIGHUP and SIGTERM (unless this program was started with
+// SIGTERM ignored). A failure is reported and the program goes on.
 void ptl_sigaction();
 
 }  // namespace patrol

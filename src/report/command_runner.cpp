@@ -16,11 +16,15 @@ namespace {
 
 constexpr int kAttempts = 5;
 
-pid_t kpid = 0;   // the running command, 0 when there is none
-int siginfo = 0;  // the signal that ended the wait
+pid_t kpid = 0;                     // the running command, 0 when there is none
+bool is_stopped = false;            // whether it was last seen stopped
+volatile sig_atomic_t siginfo = 0;  // the signal that ended the wait
 
 // Handler for SIGTERM and SIGALRM. It only runs in the wait for the command, which it ends.
-void term_process(int signal) { NoteSignal(signal); }
+void term_process(int signal) {
+    siginfo = signal;
+    NoteSignal();
+}
 
 bool InstallTermProcess(int signal, const char* name) {
     if (rsignal(signal, term_process, kAttempts) == 0) return true;
@@ -34,8 +38,6 @@ bool InstallTermProcess(int signal, const char* name) {
 // The child's side. Ends it when the command cannot be executed.
 void Become(const char* path, char* const* arguments) {
     const int result = rexecv(path, arguments, kAttempts);
-    // Still this program: what it has to say must not end it.
-    CatchFailedWrites();
     put_error_message(kErrorCommand, path);
     OutTracef("MSG [%s L%d]> child process recieve value:(%d) from rexecv", "execute()", 461,
               result);
@@ -49,12 +51,16 @@ int ExitStatus(int status) { return (status >> 8) & 0xff; }
 // Waits until the command has ended. False when SIGTERM or the time limit ended the wait.
 bool WaitForCommand(int* status) {
     while (true) {
-        if (WaitForChild(kpid, status, WUNTRACED) < 0) {
-            siginfo = errno == EINTR ? LastNotedSignal() : 0;
-            if (siginfo != 0) return false;
+        // Its beginning may let in what ends the wait.
+        const SignalWatch watch;
+        if (siginfo != 0) return false;
+        if (WaitForChild(kpid, status, WUNTRACED, watch) < 0) {
+            // Whatever another signal was to end, it was not the command.
+            if (errno == EINTR) continue;
             OutTracef("(%s) waitpid -> %s.\n", "execute", "Wait_failed");
             return true;
         }
+        is_stopped = WIFSTOPPED(*status);
         OutTracef("(%s) parts-> %s\n", "execute", WakeUpText(*status).c_str());
         if (WIFEXITED(*status) || WIFSIGNALED(*status)) return true;
     }
@@ -63,12 +69,13 @@ bool WaitForCommand(int* status) {
 }  // namespace
 
 int execute(const char* path, char* const* arguments, int seconds) {
-    // SIGINT and SIGHUP are for the tests, whose waits come later.
+    // A SIGTERM that came before is not for the command.
+    const SignalWatch before;
     SignalScope scope;
     scope.LetIn(SIGTERM);
     scope.LetIn(SIGALRM);
-    scope.KeepOut(SIGINT);
-    scope.KeepOut(SIGHUP);
+    siginfo = 0;
+    is_stopped = false;
     if (!InstallTermProcess(SIGTERM, "SIGTERM") || !InstallTermProcess(SIGALRM, "SIGALRM")) {
         return -1;
     }
@@ -106,7 +113,7 @@ int interproc(int signal) {
             return -1;
         }
         // A stopped command would never take the signal.
-        SignalChild(kpid, SIGCONT);
+        if (is_stopped || HasStoppedUnseen(kpid)) SignalChild(kpid, SIGCONT);
         rwait(kpid, &status, kAttempts);
         kpid = 0;
     }

@@ -1,5 +1,6 @@
 #include "report/record_stream.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -16,8 +17,8 @@ namespace {
 constexpr size_t kMagicSize = sizeof kRecordMagic - 1;
 // One separator stands between the magic and the length.
 constexpr size_t kLengthAt = kMagicSize + 1;
-// No record is near it; a damaged length is not to take the memory away from the rest.
-constexpr int kMaxBody = 1 << 20;
+constexpr size_t kFirstPiece = 1 << 16;  // of a body
+constexpr int kMaxBody = 1 << 30;
 
 int LengthIn(const char* prefix) { return ParseInt(prefix + kLengthAt, 0); }
 
@@ -37,11 +38,24 @@ RecordReader::Body RecordReader::ReadBody(int length) {
     if (length < 0) return Body::kShort;
     if (length > kMaxBody) return Body::kNoMemory;
     const auto announced = static_cast<size_t>(length);
-    // Not by new, whose failure ends the program.
-    body_.reset(static_cast<char*>(std::calloc(1, announced + kRecordSlack)));
-    if (body_ == nullptr) return Body::kNoMemory;
-    size_ = pipe_.Read(body_.get(), announced);
+    size_t room = 0;
+    do {
+        // A damaged length is not to take memory that no bytes ever fill.
+        room = std::min(announced, std::max(2 * room, kFirstPiece));
+        if (!Grow(room)) return Body::kNoMemory;
+        size_ += pipe_.Read(body_.get() + size_, room - size_);
+        std::memset(body_.get() + size_, 0, kRecordSlack);
+    } while (size_ == room && room < announced);
     return size_ == announced ? Body::kWhole : Body::kShort;
+}
+
+// Makes room for `size` bytes and the slack. Not by new, whose failure ends the program.
+bool RecordReader::Grow(size_t size) {
+    char* grown = static_cast<char*>(std::realloc(body_.get(), size + kRecordSlack));
+    if (grown == nullptr) return false;
+    static_cast<void>(body_.release());
+    body_.reset(grown);
+    return true;
 }
 
 int check_pipedata(long* offset) {

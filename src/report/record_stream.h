@@ -27,9 +27,9 @@ class RecordReader {
 
     enum class Body { kWhole, kShort, kNoMemory };
 
-    // Reads the `length` bytes behind a prefix. kShort: they did not all come, `size` did; a length
-    // below 0 is short at once. kNoMemory: there is no room for them, or there are more than 1 MiB
-    // of them; none was read.
+    // Reads the `length` bytes behind a prefix; memory is taken as they come. kShort: they did not
+    // all come, `size` did; a length below 0 is short at once. kNoMemory: there is no room for
+    // them, or there are to be more than 1 GiB.
     Body ReadBody(int length);
 
     // The bytes that the last ReadBody has read, with kRecordSlack zero bytes behind them.
@@ -37,7 +37,12 @@ class RecordReader {
     const char* body() const { return body_.get(); }
     size_t size() const { return size_; }
 
+    // What the wait for the records goes by.
+    const SignalWatch& watch() const { return pipe_.watch(); }
+
  private:
+    bool Grow(size_t size);
+
     PipeReader pipe_;
     std::unique_ptr<char, decltype(&std::free)> body_{nullptr, std::free};
     size_t size_ = 0;

@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <vector>
 
-#include "base/signals.h"
 #include "msg/log_files.h"
 #include "msg/trace.h"
 #include "sys/deferred_writes.h"
@@ -36,14 +35,26 @@ void Route(int fd, int target) {
     if (result < 0) _exit(kNotExecuted);
 }
 
+// Default dispositions of all signals, whatever this process was started with, and the mask of the
+// start.
+void RestoreSignals() {
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+        if (DispositionChanged(signal)) InstallHandler(signal, SIG_DFL);
+    }
+    // A trace line that finds its file full is not to kill a child before it is its program.
+    CatchFailedWrites();
+    sigprocmask(SIG_SETMASK, &StartMask(), nullptr);
+}
+
 [[noreturn]] void RunChild(const ChildStart& start) {
     // A flush that failed before the fork has left its lines; they are the parent's to write.
     ClearLogBuffers();
     trpurge();
-    RestoreSignalsInChild();
+    RestoreSignals();
     // Standard error first: `output` may be descriptor 2 itself, `error` is never descriptor 1.
     Route(start.error, STDERR_FILENO);
     Route(start.output, STDOUT_FILENO);
+    if (start.keeps_output) Route(start.output, start.output);
     start.run();
     // Not exit(): what the parent has to do at its end is not to be done twice.
     _exit(kNotExecuted);
@@ -61,14 +72,20 @@ pid_t StartChild(const ChildStart& start) {
     return pid;
 }
 
-pid_t WaitForChild(pid_t pid, int* status, int options) {
+pid_t WaitForChild(pid_t pid, int* status, int options, const SignalWatch& watch) {
     while (true) {
         const pid_t ended = waitpid(pid, status, options | WNOHANG);
         if (ended > 0 && HasEnded(*status)) collected.push_back(ended);
         if (pid < 0 && Holds(abandoned, ended)) continue;
         if (ended != 0) return ended;
-        if (WaitForChildSignal() != 0) return -1;
+        if (WaitForChildSignal(watch) != 0) return -1;
     }
+}
+
+bool HasStoppedUnseen(pid_t pid) {
+    siginfo_t stopped = {};
+    return waitid(P_PID, static_cast<id_t>(pid), &stopped, WSTOPPED | WNOHANG) == 0 &&
+           stopped.si_pid == pid;
 }
 
 void AbandonChild(pid_t pid) { abandoned.push_back(pid); }
@@ -87,13 +104,6 @@ Text<32> WakeUpText(int status) {
     if (WIFSIGNALED(status)) text.Format("killed by signal=%d", WTERMSIG(status));
     if (WIFSTOPPED(status)) text.Format("stopped by signal=%d", WSTOPSIG(status));
     return text;
-}
-
-void RestoreSignalsInChild() {
-    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
-        if (DispositionChanged(signal)) InstallHandler(signal, SIG_DFL);
-    }
-    sigprocmask(SIG_SETMASK, &StartMask(), nullptr);
 }
 
 void NoteNewChild(pid_t pid) {

@@ -8,6 +8,7 @@
 
 #include <functional>
 
+#include "base/signals.h"
 #include "base/text.h"
 
 namespace patrol {
@@ -16,6 +17,8 @@ struct ChildStart {
     // Descriptors that become the child's standard output and standard error; -1: inherited.
     int output = -1;
     int error = -1;
+    // Whether the descriptor `output` stays open in the child beside the two.
+    bool keeps_output = false;
     // Runs in the child and is meant to end in execv; a child whose `run` returns ends with 127.
     std::function<void()> run;
     // The call that forks.
@@ -23,15 +26,20 @@ struct ChildStart {
 };
 
 // Does the profile writes that were put off and flushes the log buffers and stdio, so that the
-// child repeats none of it, and forks. The child has default signal dispositions, the signal mask
-// the controller was started with, no line of the parent in its trace ring or log buffers, and,
-// once it executes a program, no descriptor that this process opened but 0, 1 and 2. Returns the
-// child's pid, or what fork returned, with errno set.
+// child repeats none of it, and forks. The child has no line of the parent in its trace ring or log
+// buffers and the signal mask the controller was started with; once it executes a program, it has
+// default signal dispositions and no descriptor that this process opened but those of `start`.
+// Until then a write that fails is no reason to die. Returns the child's pid, or what fork
+// returned, with errno set.
 pid_t StartChild(const ChildStart& start);
 
 // waitpid for `pid` (-1: any child) with `options`, waiting without limit. The child's pid, or -1
-// with errno set: EINTR when a signal was noted, ECHILD when there is no such child.
-pid_t WaitForChild(pid_t pid, int* status, int options);
+// with errno set: EINTR when there was none to take and `watch` (without one, the wait begins here)
+// has a signal noted; ECHILD when there is no such child.
+pid_t WaitForChild(pid_t pid, int* status, int options, const SignalWatch& watch = SignalWatch());
+
+// Whether `pid` has stopped and no wait has seen it. It counts as seen then.
+bool HasStoppedUnseen(pid_t pid);
 
 // Gives up waiting for `pid`: its end is not taken for that of any child.
 void AbandonChild(pid_t pid);
@@ -46,10 +54,8 @@ int SignalChild(pid_t pid, int signal);
 // "continued".
 Text<32> WakeUpText(int status);
 
-// The two sides of a fork, for a caller that does not fork through StartChild. In the child:
-// default dispositions of all signals, whatever this process was started with, and the mask of the
-// start. In the parent: `pid` is a living child again, whatever child had the number before.
-void RestoreSignalsInChild();
+// For a fork that is not StartChild's: `pid` is a living child again, whatever child had the number
+// before.
 void NoteNewChild(pid_t pid);
 
 }  // namespace patrol

@@ -222,6 +222,28 @@ TEST_F(PadiagTest, AnInterruptionCancelsTestsThatWereStartedEndedOrNot) {
               (Strings{"OK      cputest CPU [1s] pass=0", "CANCEL  hddtest /dev/sdb [1s] pass=0"}));
 }
 
+TEST_F(PadiagTest, AnInterruptionDuringThePartsCommandCancelsWhatRunsAndNothingElse) {
+    agent_.Write("data/hold", "");
+    Plan(1, "ON", "ON", {});
+    Stub("cputest", Verdict(4, 6, "cputest", "E3829 bad"));
+    Stub("memtest", "", kHold,
+         "trap 'cat $KVX_data/verdict; echo > $KVX_data/stopped; exit 5' INT\n");
+    agent_.Write("data/verdict", Verdict(2, 2));
+    agent_.Script("parts", kUp + std::string(kHold) + "echo > $KVX_data/done\n");
+    Process& process = Begin();
+    EXPECT_TRUE(Eventually([&] { return agent_.Exists("data/up"); }));
+    process.Signal(SIGINT);
+    EXPECT_TRUE(Eventually([&] { return agent_.Exists("data/stopped"); }));
+    EXPECT_FALSE(Stepped("[PadiagWaitCpuTest] End."));
+    agent_.Remove("data/hold");
+    EXPECT_EQ(process.Wait().status, 0);
+    EXPECT_TRUE(agent_.Exists("data/done"));
+    ExpectSteps({"[for parts], (execute) parts-> exit_code=0", "[PadiagWaitCpuTest] End.",
+                 "[PadiagWaitMemTest] memtest-> exit_code=5", "[PadiagWaitMemTest] End."});
+    EXPECT_EQ(History(), (Strings{"ERROR   cputest CPU [1s] pass=0  E3829 bad",
+                                  "CANCEL  memtest Memory [1s] pass=0"}));
+}
+
 TEST_F(PadiagTest, EveryFormOfOutputIsReadAsItStands) {
     const std::string ok = "OK      memtest Memory [1s] pass=0", head = Head("0x02", "memtest");
     const std::string cancel = "CANCEL  memtest Memory [1s] pass=0", error = "ERROR" + ok.substr(5);

@@ -143,6 +143,19 @@ TEST_F(PassTest, AProgramThatCannotBeExecutedEndsInTheChild) {
     ExpectHistory({});
 }
 
+TEST_F(PassTest, AFullTraceFileKillsNoProgramBeforeItsStart) {
+    Plan("ON", "OFF", {});
+    Stub("cputest", StatusRecord(1));
+    agent_.Write(kTrace, std::string(9000, 'x'));
+    Launch launch;
+    launch.in_child = [] {
+        const rlimit size = {8192, 8192};
+        setrlimit(RLIMIT_FSIZE, &size);
+    };
+    Pass(launch);
+    ExpectHistory({"OK      cputest CPU [1s]"});
+}
+
 TEST_F(PassTest, ChildrenGetTheSignalsOfTheControllerAndOnePipe) {
     // Mask and ignored signals of a stub, as the shell that runs it sees its own, and its outputs.
     const auto inspect = [](const std::string& name) {

@@ -3,6 +3,8 @@
 
 #include "records.h"
 
+#include <sys/resource.h>
+
 namespace patrol_test {
 namespace {
 
@@ -165,6 +167,13 @@ TEST_F(PassTest, WrongAndRightRecordsAreToldApart) {
         {"length below a header", Framed("0x02,0x01"), {error}, 's'},
         {"negative length", LengthAs("-000000067"), {failed + "0.", error}, 'l'},
         {"length too large", LengthAs("0xffffffff"), {error}, 'l'},
+        {"length beyond the memory", "ONLPTL,0x3fffffff,abc", {failed + "3.", error}, 'l'},
+        {"body beyond the memory",
+         "ONLPTL,0x20000000," + std::string(33 << 20, 'x'),
+         {wait + "System Call Error (malloc), errno:12", wait + " size      : 536870913 byte(s)",
+          error},
+         'l'},
+        {"long body", StatusRecord(1, 0, std::string(2 << 20, 'x')), {good}, ' '},
         {"type 5", Framed(Head("0x05") + "body\n"), {bad_type + "0x05.", error}, 's'},
         {"no lines",
          Framed(Head("0x02", "cputest", "0x00")),
@@ -185,6 +194,14 @@ TEST_F(PassTest, WrongAndRightRecordsAreToldApart) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
+        Launch launch;
+        if (c.what.find("beyond") != std::string::npos) {
+            if (kSanitized) continue;
+            launch.in_child = [] {
+                const rlimit memory = {48 << 20, 48 << 20};
+                setrlimit(RLIMIT_AS, &memory);
+            };
+        }
         Forget();
         Plan("ON", "OFF", {});
         if (c.fate != ' ') agent_.Write("data/hold", "");
@@ -192,7 +209,7 @@ TEST_F(PassTest, WrongAndRightRecordsAreToldApart) {
             "cputest", c.records,
             c.fate == 's' ? kHold : std::string(kClosePipe) + kHold + "echo lived > $KVX_data/up\n",
             c.fate == ' ' ? "" : kListen);
-        Pass();
+        Pass(launch);
         ExpectSteps(c.steps);
         if (c.fate == 's') {
             ASSERT_TRUE(Eventually([&] { return agent_.Exists("data/stopped"); }));

@@ -48,17 +48,6 @@ TEST_F(SignalTest, ASignalDuringTheLastWaitStopsTheProgramAndTheResultStands) {
     ExpectHistory({"OK      cputest CPU [1s]"});
 }
 
-TEST_F(SignalTest, AProgramThatNeverPausesKeepsNoSignalOut) {
-    Plan("ON", "OFF", {});
-    Stub("cputest", Repeat(LogRecord(1, "I0001", std::string(100, 'x')), 1000),
-         "cat " + Repeat("$KVX_data/cputest.records ", 300) + "&& echo sent > $KVX_data/up\n");
-    Process& process = Begin();
-    SignalAt("[check_testdata_log] End.", SIGINT);
-    EXPECT_EQ(process.Wait().status, 0);
-    ExpectSteps({kCleanUpInt, "[wait_for_testdata] Error End.", "[WaitCpuTest] Error End."});
-    EXPECT_FALSE(agent_.Exists("data/up")) << "the signal came in only when all was read";
-}
-
 TEST_F(SignalTest, ASignalEndsTheQuestionToTheAgent) {
     Plan("ON", "OFF", {});
     agent_.Script("get", std::string("exec 2>/dev/null\n") + kUp + kHold);
@@ -88,18 +77,21 @@ TEST_F(SignalTest, AStatusCommandThatEndsLateIsTakenForNoTest) {
     ExpectHistory({"OK      cputest CPU [1s]"});
 }
 
-TEST_F(SignalTest, AnInterruptionWaitsForThePartsCommand) {
-    Plan("ON", "ON", {});
-    Stub("memtest", StatusRecord(4));
-    Stub("cputest", "", "while [ -d $KVX_data ]; do sleep 0.05; done");
-    agent_.Script("parts", std::string(kUp) + kHold);
+TEST_F(SignalTest, TerminationStopsEveryTestAndLosesNoAddress) {
+    Plan("ON", "OFF", {"ON", "ON"});
+    const std::string listen =
+        "trap 'echo $2 >> $KVX_data/stopped; exit 0' INT; echo > $KVX_data/up.${2##*/}\n";
+    Stub("cputest", "", kHold, listen);
+    Stub("hddtest", StatusRecord(3, 1, "", "0x00000040"), "",
+         "[ $2 = /dev/sda ] || {\n" + listen + kHold + "exit; }\n");
     Process& process = Begin();
-    ASSERT_TRUE(Eventually([&] { return agent_.Exists("data/up"); }));
-    process.Signal(SIGINT);
-    agent_.Remove("data/hold");
-    EXPECT_EQ(process.Wait().status, 0);
-    ExpectSteps({"[for parts], patrol_parts_proc end", "[WaitMemTest] Error End.", kCleanUpInt,
-                 kFailed, "[WaitCpuTest] Error End."});
+    EXPECT_TRUE(
+        Eventually([&] { return agent_.Exists("data/up.sdb") && agent_.Exists("data/up.CPU"); }));
+    SignalAt("[wait_for_testdata] Patrol Diagnosis Device : /dev/sdb.", SIGTERM);
+    EXPECT_EQ(process.Wait().status, -SIGTERM);
+    EXPECT_TRUE(Eventually([&] { return agent_.Lines("data/stopped").size() == 2; }));
+    ExpectSteps({"[ptl_clean_up] Clean Up Process : SIGTERM"});
+    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 0", "address"), "0x0000000000000040");
 }
 
 TEST_F(SignalTest, AReaderWhoDoesNotReadHoldsNobodyUpBehindASignal) {

@@ -26,10 +26,12 @@ TEST_F(PassTest, TheTimeOutIsJudgedWhenThePipeEnds) {
         agent_.SetKey("TEST_SCHEDULE", disk ? "hdd_timeout" : "mem_timeout", c.timeout);
         agent_.SetKey("HDD_SCHEDULE 1", "address", c.address);
         agent_.Write("data/hold", "");
-        // The real clock where the limit is a second, the program's own account elsewhere.
+        // The real clock where the limit is a second, the program's own account elsewhere. Without
+        // its outputs a program still has the pipe itself.
         const bool real = c.timeout == "1";
         Stub(c.program, real ? "" : ProgressRecord(60),
-             (real ? "sleep 2.1\n" : "") + std::string(kClosePipe) + kHold, kListen);
+             (real ? "exec >/dev/null 2>&1; sleep 2.1\n" : "") + std::string(kClosePipe) + kHold,
+             kListen);
         Pass();
         const std::string device = disk ? "/dev/sdb" : "Memory";
         EXPECT_EQ(agent_.History().size(), late ? 1U : 0U);

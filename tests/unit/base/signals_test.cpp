@@ -5,7 +5,10 @@
 #include <cerrno>
 
 #include "../support.h"
+#include "base/blocking.h"
+#include "control/patrol_wait.h"
 #include "msg/ptl_printf.h"
+#include "records.h"
 #include "sys/child.h"
 
 namespace patrol_test {
@@ -13,16 +16,18 @@ namespace {
 
 volatile sig_atomic_t seen = 0;
 
+bool put_off = false;
+
 void Noting(int signal) {
-    seen = signal;
-    NoteSignal(signal);
+    seen = put_off ? 0 : signal;
+    NoteSignal();
 }
 
 class SignalsTest : public UnitTest {
  protected:
     SignalsTest() {
         EXPECT_EQ(pipe2(pipe_, O_CLOEXEC), 0);
-        for (const int number : {SIGINT, SIGHUP}) InstallHandler(number, Noting);
+        for (const int number : {SIGINT, SIGHUP, SIGTERM}) InstallHandler(number, Noting);
         seen = 0;
     }
     ~SignalsTest() override {
@@ -33,16 +38,35 @@ class SignalsTest : public UnitTest {
     int pipe_[2] = {-1, -1};
 };
 
-TEST_F(SignalsTest, ASignalBeforeTheWaitEndsItAndGoesBeforeData) {
-    EXPECT_EQ(write(pipe_[1], "x", 1), 1);
-    for (const int number : {SIGINT, SIGHUP}) {
+TEST_F(SignalsTest, ASignalIsLetInAtOnceAndEndsItsOwnWaitWhenNothingIsToRead) {
+    char byte = 'x';
+    for (const int number : {SIGINT, SIGHUP, SIGTERM}) {
         raise(number);
         EXPECT_NE(seen, number) << "let in outside a wait";
-        EXPECT_EQ(WaitReadable(pipe_[0]), -1);
+        const SignalWatch watch;
+        EXPECT_EQ(seen, number);
+        EXPECT_FALSE(watch.Noted()) << "came earlier";
+        EXPECT_EQ(write(pipe_[1], &byte, 1), 1);
+        put_off = number == SIGTERM;
+        CallBeforeBlocking([] { put_off = false; });
+        raise(number);
+        seen = 0;
+        EXPECT_EQ(WaitReadable(pipe_[0], watch), 0) << "data goes first";
+        EXPECT_EQ(seen, number) << "kept out by data, or let in before what was put off is done";
+        CallBeforeBlocking(nullptr);
+        EXPECT_EQ(read(pipe_[0], &byte, 1), 1);
+        EXPECT_EQ(WaitReadable(pipe_[0], watch), -1);
         EXPECT_EQ(errno, EINTR);
-        EXPECT_EQ(LastNotedSignal(), number);
-        EXPECT_EQ(WaitReadable(pipe_[0]), 0);
     }
+}
+
+TEST_F(SignalsTest, AResultIsNotLostToASignalThatCameEarlier) {
+    const std::string record = StatusRecord(1);
+    EXPECT_EQ(write(pipe_[1], record.data(), record.size()), static_cast<int>(record.size()));
+    cpu_test.read_fd = pipe_[0];
+    raise(SIGINT);
+    EXPECT_EQ(wait_for_testdata(&cpu_test, TestWait()), 0);
+    EXPECT_EQ(agent_.History().size(), 1U);
 }
 
 TEST_F(SignalsTest, AWaitForAChildEndsForASignalAndTheChildIsNotLost) {
@@ -50,8 +74,9 @@ TEST_F(SignalsTest, AWaitForAChildEndsForASignalAndTheChildIsNotLost) {
     start.run = [] { pause(); };
     const pid_t pid = StartChild(start);
     int status = 0;
+    const SignalWatch watch;
     raise(SIGINT);
-    EXPECT_EQ(WaitForChild(pid, &status, 0), -1);
+    EXPECT_EQ(WaitForChild(pid, &status, 0, watch), -1);
     EXPECT_EQ(errno, EINTR);
     EXPECT_EQ(SignalChild(pid, SIGSTOP), 0);
     EXPECT_EQ(WaitForChild(pid, &status, WUNTRACED), pid);

@@ -15,11 +15,14 @@ class CommandTest : public UnitTest {
         char shell[] = "sh", option[] = "-c";
         char* const arguments[] = {shell, option, script.data(), nullptr};
         for (const int number : {SIGTERM, SIGALRM}) InstallHandler(number, [](int) { ++seen; });
+        seen = 0;
+        raise(SIGTERM);  // not for the command
         const int result = execute("/bin/sh", arguments, seconds);
         EXPECT_EQ(alarm(0), 0U);
-        seen = 0;
         for (const int number : {SIGTERM, SIGALRM}) raise(number);
         EXPECT_EQ(seen, 2);
+        const SignalWatch watch;
+        EXPECT_EQ(seen, 3);
         return result;
     }
 };
@@ -38,11 +41,17 @@ TEST_F(CommandTest, TheResultIsTheExitStatusOfAnEndedCommand) {
 }
 
 TEST_F(CommandTest, TheTimeLimitAndTerminationEndTheCommandAlone) {
-    const std::string self = std::to_string(getpid()), wait = "while :; do sleep 0.01; done";
+    const std::string self = std::to_string(getpid());
     Fork other([] { return 4; });
-    EXPECT_EQ(Execute("exec sleep 60", 1), 0);
-    EXPECT_EQ(TakePartsTrace(), "IN interproc()\nINIT execute()\n");
-    EXPECT_EQ(Execute("trap 'exit 9' TERM; kill -TERM " + self + "; " + wait, 60), 0);
+    EXPECT_EQ(Execute("kill -STOP $$; exec sleep 60", 1), 0);
+    EXPECT_EQ(TakePartsTrace(),
+              "(execute) parts-> stopped by signal=19\nIN interproc()\nINIT execute()\n");
+    const std::string loop = "until [ $ended ]; do sleep 0.01; done; sleep 0.1; exit 9";
+    EXPECT_EQ(Execute("trap 'echo > " + agent_.Path("temp/woken") + "' CONT; trap ended=1 TERM; " +
+                          "kill -TERM " + self + "; " + loop,
+                      60),
+              0);
+    EXPECT_FALSE(agent_.Exists("temp/woken")) << "it was not stopped";
     EXPECT_EQ(TakePartsTrace(), "IN interproc()\nRecive SIGTERM.(pid:" + self +
                                     ")\nNORMAL END interproc()\nINIT execute()\n");
     EXPECT_EQ(other.Wait(), 4) << "it belongs to another wait";
