@@ -3,9 +3,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/terminal.h"
 #include "msg/builtin_messages.h"
 #include "msg/call_failure.h"
 #include "msg/ptl_exit.h"
@@ -32,6 +34,8 @@ bool Accepted(std::string_view line) {
 
 // The two messages that tell of the missing catalogue would be in it.
 void ReportMissingCatalogue(const char* path, int error) {
+    TellTerminal(std::string("patrol.exe: the message catalogue ") + path +
+                 " cannot be read: " + std::strerror(error));
     global_msg_list[0] = {"E3895", "System call error <<%s>>, errno:<<%d>>"};
     global_msg_list[1] = {"E3899", "<<file name = %s>>"};
     CallFailure failure("fopen", error);
