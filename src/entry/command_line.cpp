@@ -2,9 +2,11 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "base/number.h"
 #include "base/run_mode.h"
+#include "base/terminal.h"
 #include "entry/environment.h"
 #include "msg/catalogue.h"
 #include "msg/ptl_exit.h"
@@ -25,6 +27,7 @@ constexpr char kNoMode[] = "Warning:Execution Parameter Error.";
 
 // Paths and catalogue come first, as the message and the traces need them.
 [[noreturn]] void ParameterError(const char* warning, const CommandText& command) {
+    TellTerminal(std::string("usage: ") + kUsage);
     set_filepath();
     ptl_set_msglist();
     ptl_printf(kAgentEvent, nullptr, "W2896");

@@ -11,11 +11,13 @@
 #include <cstring>
 #include <iterator>
 #include <new>
+#include <string>
 
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/run_mode.h"
 #include "base/signals.h"
+#include "base/terminal.h"
 #include "control/stop.h"
 #include "msg/catalogue.h"
 #include "msg/event.h"
@@ -36,6 +38,7 @@ constexpr int32_t kTraceLines = 5;
 const char* RequiredVariable(const char* name, unsigned flags) {
     const char* value = std::getenv(name);
     if (value != nullptr) return value;
+    TellTerminal(std::string("patrol.exe: the environment variable ") + name + " is not set");
     // The catalogue's place depends on these variables, so its first slot is filled by hand.
     global_msg_list[0] = {"W2895", "Environment variable<<%s>> not found"};
     ptl_printf(flags, nullptr, "W2895", name);

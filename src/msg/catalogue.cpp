@@ -3,9 +3,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/terminal.h"
 #include "msg/builtin_messages.h"
 #include "msg/call_failure.h"
 #include "msg/ptl_exit.h"
@@ -30,18 +32,10 @@ bool Accepted(std::string_view line) {
            OneOf(line, 4, "02349") && OneOf(line, 6, "\"");
 }
 
-// Takes number and text from an accepted line.
-void TakeLine(std::string_view line, CatalogueEntry* entry) {
-    entry->number.Assign(line.substr(1, kNumberSize));
-    std::string_view text = line.size() > kTextColumn ? line.substr(kTextColumn) : "";
-    text = text.substr(0, MessageFormat::kSize - 1);
-    const size_t end = text.rfind(';');
-    // The character before the ";" is the closing quote.
-    entry->format.Assign(end == std::string_view::npos || end == 0 ? "" : text.substr(0, end - 1));
-}
-
 // The two messages that tell of the missing catalogue would be in it.
 void ReportMissingCatalogue(const char* path, int error) {
+    TellTerminal(std::string("patrol.exe: the message catalogue ") + path +
+                 " cannot be read: " + std::strerror(error));
     global_msg_list[0] = {"E3895", "System call error <<%s>>, errno:<<%d>>"};
     global_msg_list[1] = {"E3899", "<<file name = %s>>"};
     CallFailure failure("fopen", error);
@@ -52,6 +46,17 @@ void ReportMissingCatalogue(const char* path, int error) {
 }
 
 }  // namespace
+
+bool TakeCatalogueLine(std::string_view line, CatalogueEntry* entry) {
+    if (!Accepted(line)) return false;
+    entry->number.Assign(line.substr(1, kNumberSize));
+    std::string_view text = line.size() > kTextColumn ? line.substr(kTextColumn) : "";
+    text = text.substr(0, MessageFormat::kSize - 1);
+    const size_t end = text.rfind(';');
+    // The character before the ";" is the closing quote.
+    entry->format.Assign(end == std::string_view::npos || end == 0 ? "" : text.substr(0, end - 1));
+    return true;
+}
 
 int ptl_set_msglist() {
     for (CatalogueEntry& entry : global_msg_list) entry = CatalogueEntry();
@@ -65,7 +70,7 @@ int ptl_set_msglist() {
     char line[512];
     int used = 0;
     while (used < kCatalogueSize && std::fgets(line, sizeof line, file.get()) != nullptr) {
-        if (Accepted(line)) TakeLine(line, &global_msg_list[used++]);
+        if (TakeCatalogueLine(line, &global_msg_list[used])) ++used;
     }
     return 0;
 }

@@ -2,6 +2,8 @@
 // rest (L, T, D).
 #pragma once
 
+#include <string_view>
+
 #include "base/text.h"
 
 namespace patrol {
@@ -18,6 +20,9 @@ inline constexpr int kCatalogueSize = 128;
 
 // The external catalogue; empty slots have an empty number.
 extern CatalogueEntry global_msg_list[kCatalogueSize];
+
+// Takes number and text from a line of the file. Returns whether it is one of this program's.
+bool TakeCatalogueLine(std::string_view line, CatalogueEntry* entry);
 
 // Loads "pat_msge.txt" of the data directory. Lines that are not "NUMBER","TEXT"; with a number of
 // this program are passed over, as the file serves others too. A text ends before the character

@@ -22,17 +22,7 @@
 namespace patrol {
 namespace {
 
-// A file of this size still has room for a line of 129 bytes in its 1 MiB.
-constexpr off_t kMaxSize = (1 << 20) - 129;
 constexpr int kOldest = 3;
-
-// Returns the stamp that every line begins with.
-Text<32> Stamp(std::time_t seconds) {
-    const std::tm local = LocalTime(seconds);
-    Text<32> stamp;
-    std::strftime(stamp.data(), stamp.kSize, "%Y/%m/%d %H:%M:%S", &local);
-    return stamp;
-}
 
 // Whether the last line of the file is without its end: what a full disk has left of it.
 bool EndsInStump(const Path& path) {
@@ -70,8 +60,8 @@ int Append(const char* caller, const Path& path, const std::string& line) {
 
 // Lines about what a schedule is for.
 std::string TargetLine(int mode, const char* rest) {
-    return std::string(Stamp(start_time).view()) + " [" + ptl_histentry_str(mode) + "] Target " +
-           rest;
+    return std::string(HistoryStamp(start_time).view()) + " [" + ptl_histentry_str(mode) +
+           "] Target " + rest;
 }
 
 std::string DevicesLine(int mode, const char* devices) {
@@ -85,14 +75,6 @@ std::string KindsLine(int mode, int cpu, int memory, int hdd) {
         if (wanted[i] == 1) line.append(" ").append(kKinds[i].program);
     }
     return line + "\n";
-}
-
-// Returns "TIME RESULT COMPONENT DEVICE [Ns]".
-std::string ResultHead(const Text<32>& stamp, int result, const char* component, const char* device,
-                       int seconds) {
-    Text<64> head;
-    head.Format("%s %-7s %s ", stamp.c_str(), ptl_result_str(result), component);
-    return std::string(head.view()) + device + " [" + std::to_string(seconds) + "s]";
 }
 
 // Returns the seconds that a finished patrol test ran.
@@ -122,16 +104,16 @@ int ReachedPercent(const char* device) {
 }
 
 // Returns what a padiag line says of its test behind the seconds.
-std::string PadiagDetail(int result, const RunningTest& test) {
+std::string DetailOf(int result, const RunningTest& test) {
     if (FindKind(test.kind) == nullptr) return "";
-    Text<128> detail;
+    PadiagDetail detail;
+    detail.passes = test.pass_count;
     if (test.kind == kKindHdd && padiag_level >= kProgressLevel && result != kResultAbort) {
-        const int reached = ReachedPercent(test.device_name.c_str());
-        detail.Format("%d[%%] -> %d[%%](pass=%d)", test.padiag.progress, reached, test.pass_count);
-    } else {
-        detail.Format("pass=%d", test.pass_count);
+        detail.has_progress = true;
+        detail.progress_before = test.padiag.progress;
+        detail.progress_after = ReachedPercent(test.device_name.c_str());
     }
-    return std::string(detail.view());
+    return std::string(FormatDetail(detail).view());
 }
 
 }  // namespace
@@ -139,13 +121,13 @@ std::string PadiagDetail(int result, const RunningTest& test) {
 int PadiagHistory(int result, RunningTest* test, const char* message) {
     const Kind* row = FindKind(test->kind);
     const int seconds = row != nullptr ? PadiagSeconds(*test) : 0;
-    const std::string detail = PadiagDetail(result, *test);
+    const std::string detail = DetailOf(result, *test);
     Path path = PadiagHistoryPath();
     ptl_histfile_cntl(&path);
     // An unknown component loses its last letter here; readers of the file know it so.
     std::string line =
-        ResultHead(Stamp(std::time(nullptr)), result, row != nullptr ? row->program : "unknow",
-                   test->device_name.c_str(), seconds);
+        ResultHead(std::time(nullptr), ptl_result_str(result),
+                   row != nullptr ? row->program : "unknow", test->device_name.c_str(), seconds);
     line += " " + detail;
     if (message != nullptr) line.append(" ").append(message);
     return Append(__func__, path, line + "\n");
@@ -158,7 +140,7 @@ int ptl_history(int result, RunningTest* test, const char* message) {
     ptl_histfile_cntl(&path);
 
     std::string line =
-        ResultHead(Stamp(start_time), result, row != nullptr ? row->program : "unknown",
+        ResultHead(start_time, ptl_result_str(result), row != nullptr ? row->program : "unknown",
                    test->device_name.c_str(), seconds);
     if (message != nullptr) line += message;
     return Append(__func__, path, line + "\n");
@@ -183,25 +165,25 @@ int PadiagChangeHist2(int mode) {
 
 Path PatrolHistoryPath() {
     Path path;
-    path.Format("%s/%s0.txt", trc_name, "patstat");
+    path.Format("%s/%s", trc_name, kPatrolHistory);
     return path;
 }
 
 Path PadiagHistoryPath() {
     Path path;
-    path.Format("%s/%s.txt", trc_name, "pastat");
+    path.Format("%s/%s", trc_name, kPadiagHistory);
     return path;
 }
 
 void ptl_histfile_cntl(Path* path) {
     struct stat status = {};
-    if (stat(path->c_str(), &status) != 0 || status.st_size <= kMaxSize) return;
+    if (stat(path->c_str(), &status) != 0 || status.st_size <= kMaxHistorySize) return;
     // The same file is looked at each time, so that this ends beyond the oldest.
     int generation = 1;
     while (generation <= kOldest && stat(path->c_str(), &status) == 0) ++generation;
     if (generation > kOldest) {
         generation = kOldest;
-        path->Format("%s/%s%d.txt", trc_name, "patstat", kOldest);
+        path->Format("%s/%s", trc_name, kAgedHistory);
         if (unlink(path->c_str()) != 0) {
             CallFailure failure("unlink", errno);
             failure.cause = false;
@@ -234,8 +216,8 @@ const char* get_error_msg(const char* text) {
 }
 
 const char* ptl_result_str(int result) {
-    static constexpr const char* kWords[] = {"OK", "ERROR", "ABORT", "TIMEOUT", "CANCEL"};
-    return result >= 0 && result < static_cast<int>(std::size(kWords)) ? kWords[result] : "";
+    const bool known = result >= 0 && result < static_cast<int>(std::size(kResultWords));
+    return known ? kResultWords[result] : "";
 }
 
 const char* ptl_histentry_str(int mode) {

@@ -5,17 +5,9 @@
 #include "base/paths.h"
 #include "base/running_test.h"
 #include "base/text.h"
+#include "state/history_line.h"
 
 namespace patrol {
-
-// Result codes of a history line.
-enum : int {
-    kResultOk = 0,
-    kResultError = 1,
-    kResultAbort = 2,
-    kResultTimeout = 3,
-    kResultCancel = 4,
-};
 
 // Appends "TIME RESULT COMPONENT DEVICE [Ns]MESSAGE" of `test` to the patrol history, stamped with
 // the start time; the message follows the "]" directly. The test's clock is sampled; a processor

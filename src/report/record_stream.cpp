@@ -18,17 +18,22 @@ constexpr size_t kMagicSize = sizeof kRecordMagic - 1;
 // One separator stands between the magic and the length.
 constexpr size_t kLengthAt = kMagicSize + 1;
 constexpr size_t kFirstPiece = 1 << 16;  // of a body
-constexpr int kMaxBody = 1 << 30;
 
 int LengthIn(const char* prefix) { return ParseInt(prefix + kLengthAt, 0); }
 
 }  // namespace
 
+std::optional<int> AnnouncedLength(const char* prefix) {
+    if (!StartsWith(prefix, kRecordMagic)) return std::nullopt;
+    return LengthIn(prefix);
+}
+
 RecordReader::Prefix RecordReader::ReadPrefix(int* length) {
     char prefix[kPrefixSize + 1] = {};
     if (pipe_.Read(prefix, kPrefixSize) != kPrefixSize) return Prefix::kNone;
-    if (!StartsWith(prefix, kRecordMagic)) return Prefix::kStray;
-    *length = LengthIn(prefix);
+    const std::optional<int> announced = AnnouncedLength(prefix);
+    if (!announced) return Prefix::kStray;
+    *length = *announced;
     return Prefix::kFound;
 }
 

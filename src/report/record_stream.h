@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 
 #include "sys/pipe_reader.h"
 
@@ -11,6 +12,14 @@ namespace patrol {
 
 inline constexpr char kRecordMagic[] = "ONLPTL";
 inline constexpr size_t kPrefixSize = 18;  // "ONLPTL,0x%08x,"
+
+// A body above this is refused: no record is near it, and a damaged length is not to take the memory
+// away from the rest.
+inline constexpr int kMaxBody = 1 << 30;
+
+// Returns the number of bytes that a prefix announces, whatever that is; none when the 18 bytes are
+// no prefix.
+std::optional<int> AnnouncedLength(const char* prefix);
 
 // Reads the records of a test from the pipe that it writes to.
 class RecordReader {

@@ -63,27 +63,89 @@ RunningTest* FindNamedTest(std::string_view program, RunningTest* test) {
 
 }  // namespace
 
+RecordHead ParseHead(const char* record) {
+    RecordHead head;
+    head.type_field = Field<4>(record);
+    head.type = TypeWord(ParseUnsigned(head.type_field.c_str(), 0));
+    head.lines = ParseInt(Field<4>(record + kLinesAt).c_str(), 0);
+    head.program = NameField<16>(record + kProgramAt);
+    return head;
+}
+
+LogRecord ParseLog(const char* body) {
+    LogRecord log;
+    log.level_field = Field<4>(body);
+    log.level = ParseUnsigned(log.level_field.c_str(), 0);
+    log.id = Field<5>(body + kLogIdAt);
+    uint32_t effective_level = log.level;
+    if (log.id.view() == "00000") {
+        log.id.Assign("L1000");
+        if (log.level == 1) effective_level = 0;
+    }
+    log.destination = LogDestination(effective_level, log.id.c_str());
+
+    std::string_view rest = body;
+    rest.remove_prefix(std::min(rest.size(), kLogStampAt));
+    const size_t comma = std::min(rest.find(','), rest.size());
+    log.stamp.Assign(rest.substr(0, std::min(comma, rest.find('\n'))));
+    log.stamp.TrimEnd(" ");
+    log.text = rest.substr(std::min(comma + 1, rest.size()));
+    log.text.erase(std::min(log.text.find('\n'), log.text.size()));
+    log.text.erase(log.text.find_last_not_of(" ,\r\n") + 1);
+    log.text.erase(std::min(log.text.size(), kMaxLogText));
+    return log;
+}
+
+ProgressRecord ParseProgress(const char* body) {
+    ProgressRecord progress;
+    const char* comma = std::strchr(body, ',');
+    progress.has_seconds = comma != nullptr;
+    if (comma == nullptr) return progress;
+    // The comma ends the number.
+    progress.seconds = ParseUnsigned(body, 0);
+    constexpr char kMark[] = "Pass=";
+    const char* pass = std::strstr(comma, kMark);
+    if (pass != nullptr) progress.passes = std::max(ParseInt(pass + std::strlen(kMark), 10), 0);
+    return progress;
+}
+
+DiskInfoRecord ParseDiskInfo(const char* body) {
+    DiskInfoRecord info;
+    // A comma ends the number within these.
+    info.capacity_field = Field<12>(body);
+    info.capacity = ParseUnsigned(info.capacity_field.c_str(), 0);
+    info.sector_size_field = Field<6>(body + kSectorSizeAt);
+    info.sector_size = ParseUnsigned(info.sector_size_field.c_str(), 0);
+    return info;
+}
+
+NoticeRecord ParseNotice(const char* body) {
+    NoticeRecord notice;
+    notice.field = Field<12>(body);
+    notice.content = ParseUnsigned(notice.field.c_str(), 0);
+    return notice;
+}
+
 int check_testdata_head(const char* record, const char* device, RecordContext* context) {
-    const Text<5> type_field = Field<4>(record);
-    const uint32_t type = TypeWord(ParseUnsigned(type_field.c_str(), 0));
-    if (type == 0) {
+    const RecordHead head = ParseHead(record);
+    if (head.type == 0) {
         Ptltrprintf("[%s] External Interface Error. data= %s , error value= 0x%x buff=%s.\n",
-                    __func__, "transmit type", context->type, type_field.c_str());
+                    __func__, "transmit type", context->type, head.type_field.c_str());
         return -1;
     }
-    context->type = type;
-    if (type != kTypeProgress) {
-        Ptltrprintf("[%s] transmit type= %d(%s).\n", __func__, static_cast<int>(type),
-                    type_field.c_str());
+    context->type = head.type;
+    if (head.type != kTypeProgress) {
+        Ptltrprintf("[%s] transmit type= %d(%s).\n", __func__, static_cast<int>(head.type),
+                    head.type_field.c_str());
     }
-    context->lines = ParseInt(Field<4>(record + kLinesAt).c_str(), 0);
-    if (context->lines == 0) {
+    context->lines = head.lines;
+    if (head.lines == 0) {
         Ptltrprintf("[%s] External Interface Error. data= %s , error value= 0x%x.\n", __func__,
                     "transmit lines", 0);
         return -1;
     }
-    DebugNumber("transmit lines", static_cast<uint32_t>(context->lines));
-    context->program = NameField<16>(record + kProgramAt);
+    DebugNumber("transmit lines", static_cast<uint32_t>(head.lines));
+    context->program = head.program;
     DebugText("test program", context->program);
     context->device.Assign(device);
     DebugText("device name", context->device);
@@ -91,57 +153,36 @@ int check_testdata_head(const char* record, const char* device, RecordContext* c
 }
 
 int check_testdata_log(const char* body, const RecordContext& context) {
-    const Text<5> level_field = Field<4>(body);
-    const uint32_t level = ParseUnsigned(level_field.c_str(), 0);
-    if (level != 1 && level != 2) {
+    const LogRecord log = ParseLog(body);
+    if (!log.ValidLevel()) {
         Ptltrprintf("[%s] External Interface Error. data= %s , error value= 0x%x tmp_buf=%s.\n",
-                    __func__, "message output", level, level_field.c_str());
+                    __func__, "message output", log.level, log.level_field.c_str());
         return -1;
     }
-    DebugNumber("message output", level);
-    Text<6> id = Field<5>(body + kLogIdAt);
-    uint32_t effective_level = level;
-    if (id.view() == "00000") {
-        id.Assign("L1000");
-        if (level == 1) effective_level = 0;
-    }
-    DebugText("message id", id);
-
-    std::string_view rest = body;
-    rest.remove_prefix(std::min(rest.size(), kLogStampAt));
-    const size_t comma = std::min(rest.find(','), rest.size());
-    Text<kLogStampSize + 1> stamp(rest.substr(0, std::min(comma, rest.find('\n'))));
-    stamp.TrimEnd(" ");
-    std::string text(rest.substr(std::min(comma + 1, rest.size())));
-    text.erase(std::min(text.find('\n'), text.size()));
-    text.erase(text.find_last_not_of(" ,\r\n") + 1);
-    text.erase(std::min(text.size(), kMaxLogText));
-
-    const RecordHeader header = {stamp.c_str(), context.device.c_str(), id.c_str(),
+    DebugNumber("message output", log.level);
+    DebugText("message id", log.id);
+    const RecordHeader header = {log.stamp.c_str(), context.device.c_str(), log.id.c_str(),
                                  context.program.c_str()};
-    ptl_printf(LogDestination(effective_level, id.c_str()), &header, text.c_str());
+    ptl_printf(log.destination, &header, log.text.c_str());
     Ptltrprintf("[%s] End.\n", __func__);
     return 0;
 }
 
 int check_testdata_hddinfo(const char* body, const RecordContext&, uint32_t* capacity) {
-    // A comma ends the number within these.
-    constexpr size_t kCapacitySize = 12;
     constexpr char kBadField[] =
         "[%s] External Interface Error. data= %s , error value= 0x%x tmp_buf=%s.\n";
-    *capacity = NumberField<kCapacitySize>(body);
-    if (*capacity == 0) {
-        Ptltrprintf(kBadField, __func__, "HDD capacity", 0, Field<kCapacitySize>(body).c_str());
+    const DiskInfoRecord info = ParseDiskInfo(body);
+    *capacity = info.capacity;
+    if (info.capacity == 0) {
+        Ptltrprintf(kBadField, __func__, "HDD capacity", 0, info.capacity_field.c_str());
         return -1;
     }
-    const uint32_t sector_size = NumberField<6>(body + kSectorSizeAt);
-    if (sector_size == 0) {
-        Ptltrprintf(kBadField, __func__, "HDD byte/sector", 0,
-                    Field<6>(body + kSectorSizeAt).c_str());
+    if (info.sector_size == 0) {
+        Ptltrprintf(kBadField, __func__, "HDD byte/sector", 0, info.sector_size_field.c_str());
         return -1;
     }
-    DebugNumber("HDD capacity", *capacity);
-    DebugNumber("HDD byte/sector", sector_size);
+    DebugNumber("HDD capacity", info.capacity);
+    DebugNumber("HDD byte/sector", info.sector_size);
     DebugNumber("HDD bus type", NumberField<4>(body + kBusTypeAt));
     DebugText("serial number", Field<16>(body + kSerialNumberAt));
     DebugText("firmware version", Field<4>(body + kFirmwareAt));
@@ -149,31 +190,25 @@ int check_testdata_hddinfo(const char* body, const RecordContext&, uint32_t* cap
 }
 
 int check_testdata_proc(const char* body) {
-    const Text<13> field = Field<12>(body);
-    const uint32_t content = ParseUnsigned(field.c_str(), 0);
-    if (content != 1 && content != 2) {
+    const NoticeRecord notice = ParseNotice(body);
+    if (!notice.Valid()) {
         Ptltrprintf(
             "[%s] External Interface Error(content not 1 or 2). data= %s , content= 0x%x "
             "tmp_buf=%s.\n",
-            __func__, "process", content, field.c_str());
+            __func__, "process", notice.content, notice.field.c_str());
         return -1;
     }
-    DebugNumber("process", content);
-    return content == 1 ? 1 : 0;
+    DebugNumber("process", notice.content);
+    return notice.content == 1 ? 1 : 0;
 }
 
 void CheckTestdataProgress(const char* body, const RecordContext& context, RunningTest* test) {
-    const char* comma = std::strchr(body, ',');
-    if (comma == nullptr) return;
-    // The comma ends the number.
-    test->run_time = ParseUnsigned(body, 0);
-
-    constexpr char kMark[] = "Pass=";
-    const char* pass = std::strstr(comma, kMark);
-    if (pass == nullptr) return;
+    const ProgressRecord progress = ParseProgress(body);
+    if (!progress.has_seconds) return;
+    test->run_time = progress.seconds;
+    if (!progress.passes) return;
     RunningTest* counted = FindNamedTest(context.program.view(), test);
-    if (counted == nullptr) return;
-    counted->pass_count = std::max(ParseInt(pass + std::strlen(kMark), 10), 0);
+    if (counted != nullptr) counted->pass_count = *progress.passes;
 }
 
 void cr_cutman(char* text, int length) {

@@ -8,6 +8,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string>
 
 #include "base/running_test.h"
 #include "base/text.h"
@@ -26,6 +28,51 @@ enum : uint32_t {
     kTypeHddInfo = 4,
     kTypeProcess = 8,
 };
+
+// What the records say, read before anything is done about it.
+
+struct RecordHead {
+    Text<5> type_field;
+    uint32_t type = 0;  // of those above; 0: there is no such type
+    int32_t lines = 0;
+    Text<17> program;
+};
+RecordHead ParseHead(const char* record);
+
+struct LogRecord {
+    Text<5> level_field;
+    uint32_t level = 0;
+    Text<6> id;
+    Text<27> stamp;
+    std::string text;          // as far as it is kept
+    unsigned destination = 0;  // flags of ptl_printf
+
+    bool ValidLevel() const { return level == 1 || level == 2; }
+};
+LogRecord ParseLog(const char* body);
+
+struct ProgressRecord {
+    bool has_seconds = false;
+    uint32_t seconds = 0;
+    std::optional<int> passes;
+};
+ProgressRecord ParseProgress(const char* body);
+
+struct DiskInfoRecord {
+    Text<13> capacity_field;
+    uint32_t capacity = 0;
+    Text<7> sector_size_field;
+    uint32_t sector_size = 0;
+};
+DiskInfoRecord ParseDiskInfo(const char* body);
+
+struct NoticeRecord {
+    Text<13> field;
+    uint32_t content = 0;
+
+    bool Valid() const { return content == 1 || content == 2; }
+};
+NoticeRecord ParseNotice(const char* body);
 
 struct RecordContext {
     uint32_t type = 0;

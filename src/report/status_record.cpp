@@ -20,70 +20,12 @@
 namespace patrol {
 namespace {
 
-// Bits of the flag.
-constexpr uint32_t kFlagNextAddress = 1;
-constexpr uint32_t kFlagResultText = 2;  // brings a next address too
-constexpr uint32_t kFlagFaulty = 4;
-
 // Where the fields of the body stand.
 constexpr size_t kFlagAt = 5;
 constexpr size_t kAddressAt = 10;
 constexpr size_t kTextAt = 21;
 
 constexpr int kAddressDigits = 16;
-
-int HistoryResult(int end_code) {
-    switch (end_code) {
-        case kEndNg:
-            return kResultError;
-        case kEndAbort:
-            return kResultAbort;
-        case kEndCancel:
-            return kResultCancel;
-        default:
-            return kResultOk;
-    }
-}
-
-// A status body as it reads, before anything is done about it.
-struct Status {
-    Text<5> code_field;
-    int end_code = 0;
-    Text<5> flag_field;
-    uint32_t flag = 0;
-    Text<11> address_field;
-    uint32_t next_address = 0;
-    int address_error = 0;  // errno of the conversion
-
-    bool Has(uint32_t bits) const { return (flag & bits) != 0; }
-    bool HasText() const { return Has(kFlagResultText); }
-    bool HasAddress() const { return Has(kFlagNextAddress | kFlagResultText); }
-    bool ValidCode() const { return end_code >= kEndOk && end_code <= kEndAbort; }
-    // An address of 0 is one, unless that is what no number came to.
-    bool ValidAddress() const { return next_address != 0 || address_error == 0; }
-
-    // What the caller is told: the flag alone makes a faulty part, an NG that was explained by a
-    // text does not.
-    int CodeForCaller() const {
-        if (Has(kFlagFaulty)) return kEndNg;
-        return end_code == kEndNg && HasText() ? int{kEndOk} : end_code;
-    }
-};
-
-Status ParseStatus(const char* body) {
-    Status status;
-    status.code_field = Field<4>(body);
-    status.end_code = ParseInt(status.code_field.c_str(), 0);
-    status.flag_field = Field<4>(body + kFlagAt);
-    status.flag = ParseUnsigned(status.flag_field.c_str(), 0);
-    status.address_field = Field<10>(body + kAddressAt);
-    status.next_address = ParseUnsigned(status.address_field.c_str(), 0);
-    char* end = nullptr;
-    errno = 0;
-    std::strtoull(status.address_field.c_str(), &end, 0);
-    status.address_error = end == status.address_field.c_str() ? EINVAL : errno;
-    return status;
-}
 
 // Has the disk's next test start where this one says. False (traced) when that is no number.
 bool SaveNextAddress(const char* caller, const Status& status, const RunningTest& test,
@@ -153,6 +95,34 @@ const char* RelayText(const char* caller, char* text) {
 }
 
 }  // namespace
+
+int HistoryResult(int end_code) {
+    switch (end_code) {
+        case kEndNg:
+            return kResultError;
+        case kEndAbort:
+            return kResultAbort;
+        case kEndCancel:
+            return kResultCancel;
+        default:
+            return kResultOk;
+    }
+}
+
+Status ParseStatus(const char* body) {
+    Status status;
+    status.code_field = Field<4>(body);
+    status.end_code = ParseInt(status.code_field.c_str(), 0);
+    status.flag_field = Field<4>(body + kFlagAt);
+    status.flag = ParseUnsigned(status.flag_field.c_str(), 0);
+    status.address_field = Field<10>(body + kAddressAt);
+    status.next_address = ParseUnsigned(status.address_field.c_str(), 0);
+    char* end = nullptr;
+    errno = 0;
+    std::strtoull(status.address_field.c_str(), &end, 0);
+    status.address_error = end == status.address_field.c_str() ? EINVAL : errno;
+    return status;
+}
 
 int check_testdata_status(char* body, const RecordContext&, RunningTest* test, int run_mode) {
     const Status status = ParseStatus(body);

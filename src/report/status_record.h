@@ -1,7 +1,10 @@
 // The status record: the last word of a test.
 #pragma once
 
+#include <cstdint>
+
 #include "base/running_test.h"
+#include "base/text.h"
 #include "report/records.h"
 
 namespace patrol {
@@ -15,6 +18,40 @@ enum : int {
     kEndSkip = 5,
     kEndAbort = 6,
 };
+
+// Returns the result code that a test with this end code has in the history.
+int HistoryResult(int end_code);
+
+// Bits of the flag.
+inline constexpr uint32_t kFlagNextAddress = 1;
+inline constexpr uint32_t kFlagResultText = 2;  // brings a next address too
+inline constexpr uint32_t kFlagFaulty = 4;
+
+// A status body as it reads, before anything is done about it.
+struct Status {
+    Text<5> code_field;
+    int end_code = 0;
+    Text<5> flag_field;
+    uint32_t flag = 0;
+    Text<11> address_field;
+    uint32_t next_address = 0;
+    int address_error = 0;  // errno of the conversion
+
+    bool Has(uint32_t bits) const { return (flag & bits) != 0; }
+    bool HasText() const { return Has(kFlagResultText); }
+    bool HasAddress() const { return Has(kFlagNextAddress | kFlagResultText); }
+    bool ValidCode() const { return end_code >= kEndOk && end_code <= kEndAbort; }
+    // An address of 0 is one, unless that is what no number came to.
+    bool ValidAddress() const { return next_address != 0 || address_error == 0; }
+
+    // What the caller is told: the flag alone makes a faulty part, an NG that was explained by a
+    // text does not.
+    int CodeForCaller() const {
+        if (Has(kFlagFaulty)) return kEndNg;
+        return end_code == kEndNg && HasText() ? int{kEndOk} : end_code;
+    }
+};
+Status ParseStatus(const char* body);
 
 // Takes the final status of `test`: for a disk the next address goes to the section of its Schedule
 // index, a result text goes to the trace-detail log (its carriage returns are removed in place),

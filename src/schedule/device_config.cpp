@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "base/number.h"
 #include "base/paths.h"
@@ -162,43 +163,65 @@ DiskScan::DiskScan(const char* caller, bool device_line_ends)
 const Disk* DiskScan::Next() {
     char line[kLineSize];
     while (file_ != nullptr && std::fgets(line, sizeof line, file_.get()) != nullptr) {
-        if (Contains(line, "<dev") && Contains(line, "type") && Contains(line, "SOFTWARE")) {
-            Ptltrprintf("[%s] Read Skip because XML Line is %s.\n", caller_, "SOFTWARE");
-            return nullptr;
-        }
-        if (Accepts(line)) return &scanned_disk;
+        const std::string text = watch_ ? line : "";
+        // A longer line comes in pieces.
+        const int number = number_;
+        if (Contains(line, "\n")) ++number_;
+        const ScanLine what = TakeLine(line);
+        if (watch_) watch_(number, text.c_str(), what);
+        if (what == ScanLine::kSoftware) return nullptr;
+        if (what == ScanLine::kAccepted) return &scanned_disk;
     }
     return nullptr;
 }
 
-// Takes one line. Whether it completes a disk to be tested.
-bool DiskScan::Accepts(char* line) {
+ScanLine DiskScan::TakeLine(char* line) {
+    if (Contains(line, "<dev") && Contains(line, "type") && Contains(line, "SOFTWARE")) {
+        Ptltrprintf("[%s] Read Skip because XML Line is %s.\n", caller_, "SOFTWARE");
+        return ScanLine::kSoftware;
+    }
     if (!inside_) {
         const int hit = PhypathCheck(line);
         inside_ = hit != 0;
         if (hit == 2) is_disk_ = true;  // a logical drive has no type attribute
-        return false;
+        return inside_ ? ScanLine::kDevice : ScanLine::kOther;
     }
     if (Contains(line, "</dev>") || (device_line_ends_ && Contains(line, "<dev"))) {
         inside_ = false;
-        return false;
+        return ScanLine::kDeviceEnd;
     }
-    if (!is_disk_) {
-        const int type = GetAttrData(line);
-        is_disk_ = type == 1;
-        if (type == 2) inside_ = false;
-        return false;
+    if (is_disk_) return TakeStatus(line);
+    const int type = GetAttrData(line);
+    is_disk_ = type == 1;
+    if (type == 2) inside_ = false;
+    if (type == 0) return ScanLine::kOther;
+    return is_disk_ ? ScanLine::kIsDisk : ScanLine::kNoDisk;
+}
+
+// Takes a line of a device that is a disk: one of its attributes, or its status, which decides.
+ScanLine DiskScan::TakeStatus(const char* line) {
+    switch (GetAttrDataStatus(line)) {
+        case 1:
+            break;
+        case 2:
+            is_disk_ = false;
+            return ScanLine::kNotOperational;
+        case 3:
+            return ScanLine::kSerialNumber;
+        case 4:
+            return ScanLine::kVendor;
+        case 5:
+            return ScanLine::kModel;
+        default:
+            return ScanLine::kOther;
     }
-    const int status = GetAttrDataStatus(line);
-    if (status == 2) is_disk_ = false;
-    if (status != 1) return false;
     if (IsNonTarget(scanned_disk)) {
         Ptltrprintf("[%s] Non Target Match( xml_vendor=%s, xml_model=%s )\n", caller_,
                     scanned_disk.vendor.c_str(), scanned_disk.model.c_str());
-        return false;
+        return ScanLine::kNonTarget;
     }
     is_disk_ = false;
-    return true;
+    return ScanLine::kAccepted;
 }
 
 int DiskScan::End() {

@@ -4,6 +4,9 @@
 // element or attribute a line, in a fixed order.
 #pragma once
 
+#include <functional>
+#include <utility>
+
 #include "base/file.h"
 #include "base/text.h"
 
@@ -49,6 +52,22 @@ int GetAttrDataStatus(const char* line);
 // cannot be read now, or not to its end.
 enum : int { kScanned = 0, kNoConfiguration = -1, kUnread = -2 };
 
+// What a line of the configuration comes to.
+enum class ScanLine {
+    kOther,
+    kSoftware,  // the scan ends here
+    kDevice,    // a disk device begins
+    kDeviceEnd,
+    kIsDisk,        // the device's type is HDD
+    kNoDisk,        // it is another one
+    kSerialNumber,  // taken, as are the next two
+    kVendor,
+    kModel,
+    kNotOperational,
+    kNonTarget,
+    kAccepted,  // an operational disk, no non-target
+};
+
 // The scan of the configuration, to its end or to its first software device.
 class DiskScan {
  public:
@@ -62,6 +81,10 @@ class DiskScan {
 
     bool opened() const { return file_ != nullptr; }
 
+    // Has `watch` called with each line's number from 1 on, its text, and what it comes to.
+    using Watch = std::function<void(int number, const char* text, ScanLine what)>;
+    void WatchLines(Watch watch) { watch_ = std::move(watch); }
+
     // Returns the next operational disk that is no non-target, valid until the next call; null at
     // the end.
     const Disk* Next();
@@ -70,12 +93,15 @@ class DiskScan {
     int End();
 
  private:
-    bool Accepts(char* line);
+    ScanLine TakeLine(char* line);
+    ScanLine TakeStatus(const char* line);
 
     const char* caller_;
     bool device_line_ends_;
     Stream file_;
     int result_ = kScanned;
+    Watch watch_;
+    int number_ = 1;        // of the line
     bool inside_ = false;   // the lines belong to a disk device
     bool is_disk_ = false;  // the device said that it is a disk; stays set past the device's end
 };

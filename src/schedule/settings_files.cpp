@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "base/file.h"
@@ -18,37 +19,25 @@ namespace {
 constexpr int kMinTimeout = 5;
 constexpr int kMaxTimeout = 50;
 
-enum class Form { kSwitch, kSwitchEitherCase, kTestName, kTimeout, kNumber };
-
-// One setting: the section that names it, in brackets in the file, and where its value goes.
-struct Setting {
-    const char* section;
-    Form form;
-    int* number;
-    TestName* name = nullptr;
-    const char* param_section = nullptr;  // of the test parameter file, for a test name
-    const char* default_name = nullptr;
-};
-
 constexpr Setting kPatrolSettings[] = {
-    {"CPUDIAG_EXE", Form::kSwitch, &f_cpu_exe},
-    {"CPUDIAG_TEST", Form::kTestName, nullptr, &cpu_test_name, "CPUDIAG_PARAM",
+    {"CPUDIAG_EXE", SettingForm::kSwitch, &f_cpu_exe},
+    {"CPUDIAG_TEST", SettingForm::kTestName, nullptr, &cpu_test_name, "CPUDIAG_PARAM",
      "Instruction+Register"},
-    {"CPUDIAG_TIMEOUT", Form::kTimeout, &cpu_timeout_data},
-    {"MEMDIAG_EXE", Form::kSwitch, &f_mem_exe},
-    {"MEMDIAG_TEST", Form::kTestName, nullptr, &mem_test_name, "MEMDIAG_PARAM", "BMOVE"},
-    {"MEMDIAG_TIMEOUT", Form::kTimeout, &mem_timeout_data},
-    {"HDDDIAG_EXE", Form::kSwitch, &f_hdd_exe},
-    {"HDDDIAG_TEST", Form::kTestName, nullptr, &hdd_test_name, "HDDDIAG_PARAM", "sector"},
-    {"HDDDIAG_TIMEOUT", Form::kTimeout, &hdd_timeout_data},
+    {"CPUDIAG_TIMEOUT", SettingForm::kTimeout, &cpu_timeout_data},
+    {"MEMDIAG_EXE", SettingForm::kSwitch, &f_mem_exe},
+    {"MEMDIAG_TEST", SettingForm::kTestName, nullptr, &mem_test_name, "MEMDIAG_PARAM", "BMOVE"},
+    {"MEMDIAG_TIMEOUT", SettingForm::kTimeout, &mem_timeout_data},
+    {"HDDDIAG_EXE", SettingForm::kSwitch, &f_hdd_exe},
+    {"HDDDIAG_TEST", SettingForm::kTestName, nullptr, &hdd_test_name, "HDDDIAG_PARAM", "sector"},
+    {"HDDDIAG_TIMEOUT", SettingForm::kTimeout, &hdd_timeout_data},
 };
 
 constexpr Setting kPadiagSettings[] = {
-    {"cpu", Form::kSwitchEitherCase, &f_padiag_cpu},
-    {"mem", Form::kSwitchEitherCase, &f_padiag_mem},
-    {"hdd", Form::kSwitchEitherCase, &f_padiag_hdd},
-    {"level", Form::kNumber, &padiag_level},
-    {"time", Form::kNumber, &padiag_time},
+    {"cpu", SettingForm::kSwitchEitherCase, &f_padiag_cpu},
+    {"mem", SettingForm::kSwitchEitherCase, &f_padiag_mem},
+    {"hdd", SettingForm::kSwitchEitherCase, &f_padiag_hdd},
+    {"level", SettingForm::kNumber, &padiag_level},
+    {"time", SettingForm::kNumber, &padiag_time},
 };
 
 void StoreTestName(const Setting& setting, const char* name) {
@@ -56,36 +45,21 @@ void StoreTestName(const Setting& setting, const char* name) {
     WritePrivateProfileString(setting.param_section, "tp", name, para_path.c_str());
 }
 
-// `caller` is the routine that the value is traced under.
+// Stores a value. `caller` is the routine that it is traced under.
 void TakeValue(const char* caller, const Setting& setting, const char* line) {
-    switch (setting.form) {
-        case Form::kSwitch:
-            *setting.number = StartsWith(line, "ON") ? 1 : 0;
-            Ptltrprintf("[%s] %s = %d ( 0->OFF, 1->ON).\n", caller, setting.section,
-                        *setting.number);
-            break;
-        case Form::kSwitchEitherCase:
-            *setting.number = StartsWith(line, "on") || StartsWith(line, "ON") ? 1 : 0;
-            Ptltrprintf("[%s] %s = %d ( 0->off, 1->on).\n", caller, setting.section,
-                        *setting.number);
-            break;
-        case Form::kTestName:
-            StoreTestName(setting, line);
-            Ptltrprintf("[%s] %s = %s.\n", caller, setting.section, setting.name->c_str());
-            break;
-        case Form::kTimeout:
-            *setting.number = std::clamp(ParseInt(line, 10), kMinTimeout, kMaxTimeout);
-            Ptltrprintf("[%s] %s = %d.\n", caller, setting.section, *setting.number);
-            break;
-        case Form::kNumber:
-            *setting.number = ParseInt(line, 10);
-            Ptltrprintf("[%s] %s = %d.\n", caller, setting.section, *setting.number);
-            break;
+    if (setting.form == SettingForm::kTestName) {
+        StoreTestName(setting, line);
+        Ptltrprintf("[%s] %s = %s.\n", caller, setting.section, setting.name->c_str());
+        return;
     }
+    *setting.number = SettingNumber(setting.form, line);
+    const char* meaning = "";
+    if (setting.form == SettingForm::kSwitch) meaning = " ( 0->OFF, 1->ON)";
+    if (setting.form == SettingForm::kSwitchEitherCase) meaning = " ( 0->off, 1->on)";
+    Ptltrprintf("[%s] %s = %d%s.\n", caller, setting.section, *setting.number, meaning);
 }
 
-template <size_t N>
-const Setting* FindSection(const Setting (&settings)[N], std::string_view line) {
+const Setting* FindSection(SettingList settings, std::string_view line) {
     for (const Setting& setting : settings) {
         const std::string_view name = setting.section;
         if (StartsWith(line, "[") && StartsWith(line.substr(1), name) &&
@@ -96,17 +70,10 @@ const Setting* FindSection(const Setting (&settings)[N], std::string_view line) 
     return nullptr;
 }
 
-template <size_t N>
-void ReadSettings(const char* caller, const Setting (&settings)[N], FILE* file) {
-    char line[256];
-    const Setting* current = nullptr;
-    while (std::fgets(line, sizeof line, file) != nullptr) {
-        StrNrDelete(line);
-        if (line[0] == '#' || line[0] == '\0') continue;
-        const Setting* section = FindSection(settings, line);
-        if (section == nullptr && current != nullptr) TakeValue(caller, *current, line);
-        current = section;
-    }
+void ReadSettings(const char* caller, SettingList settings, FILE* file) {
+    ScanSettings(settings, file, [&](const SettingLine& line) {
+        if (line.value_of != nullptr) TakeValue(caller, *line.value_of, line.text);
+    });
 }
 
 // Opens a settings file; traces that defaults will be used where that fails.
@@ -122,11 +89,46 @@ Stream OpenSettings(const char* caller, const Path& path) {
 void SetPatrolDefaults() {
     cpu_timeout_data = mem_timeout_data = hdd_timeout_data = kDefaultTimeout;
     for (const Setting& setting : kPatrolSettings) {
-        if (setting.form == Form::kTestName) StoreTestName(setting, setting.default_name);
+        if (setting.form == SettingForm::kTestName) StoreTestName(setting, setting.default_name);
     }
 }
 
 }  // namespace
+
+SettingList PatrolSettings() { return {kPatrolSettings, std::size(kPatrolSettings)}; }
+
+SettingList PadiagSettings() { return {kPadiagSettings, std::size(kPadiagSettings)}; }
+
+void ScanSettings(SettingList settings, FILE* file,
+                  const std::function<void(const SettingLine& line)>& take) {
+    char text[256];
+    int number = 1;
+    const Setting* current = nullptr;
+    while (std::fgets(text, sizeof text, file) != nullptr) {
+        // A longer line comes in pieces.
+        const bool ends = std::strchr(text, '\n') != nullptr;
+        StrNrDelete(text);
+        if (text[0] != '#' && text[0] != '\0') {
+            const Setting* opens = FindSection(settings, text);
+            take({number, text, opens, opens == nullptr ? current : nullptr});
+            current = opens;
+        }
+        if (ends) ++number;
+    }
+}
+
+int SettingNumber(SettingForm form, const char* text) {
+    switch (form) {
+        case SettingForm::kSwitch:
+            return StartsWith(text, "ON") ? 1 : 0;
+        case SettingForm::kSwitchEitherCase:
+            return StartsWith(text, "on") || StartsWith(text, "ON") ? 1 : 0;
+        case SettingForm::kTimeout:
+            return std::clamp(ParseInt(text, 10), kMinTimeout, kMaxTimeout);
+        default:
+            return ParseInt(text, 10);
+    }
+}
 
 void ReadEnvIni() {
     Ptltrprintf("[%s] Start.\n", __func__);
@@ -137,7 +139,7 @@ void ReadEnvIni() {
         Ptltrprintf("[%s] Warning End.\n", __func__);
         return;
     }
-    ReadSettings(__func__, kPatrolSettings, file.get());
+    ReadSettings(__func__, PatrolSettings(), file.get());
     hdd_max_data = GetPrivateProfileInt("HDDDIAG_PARAM", "max", kDefaultHddMax, para_path.c_str());
     Ptltrprintf("[%s] End.\n", __func__);
 }
@@ -152,7 +154,7 @@ void ReadPadiagIni() {
         Ptltrprintf("[%s] Warning End.\n", __func__);
         return;
     }
-    ReadSettings(__func__, kPadiagSettings, file.get());
+    ReadSettings(__func__, PadiagSettings(), file.get());
     Ptltrprintf("[%s] End.\n", __func__);
 }
 

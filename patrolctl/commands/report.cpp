@@ -1,0 +1,205 @@
+// patrolctl report: one page with everything, for people who have no terminal at hand.
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "base/kinds.h"
+#include "commands/commands.h"
+#include "commands/common.h"
+#include "model/running.h"
+#include "model/times.h"
+#include "show/escape.h"
+#include "show/timeline.h"
+#include "sys/replace_file.h"
+
+namespace patrolctl {
+namespace {
+
+// More would make the page slow; the rest is for "patrolctl history".
+constexpr size_t kMaxHistoryRows = 500;
+
+constexpr char kStyle[] = R"(
+:root { color-scheme: light dark; --ink: #1c2733; --paper: #fff; --faint: #66727f; --line: #d9dfe5;
+  --ok: #2e7d4f; --error: #c62828; --late: #c77700; --skipped: #8a6d00; --cancel: #8795a1; }
+@media (prefers-color-scheme: dark) { :root { --ink: #e3e8ed; --paper: #14191f; --faint: #94a1ae;
+  --line: #323c46; --ok: #58b97f; --error: #f0706a; --late: #eda340; --skipped: #d6bb4d; } }
+@media print { :root { --ink: #000; --paper: #fff; --faint: #444; --line: #bbb; --ok: #2e7d4f;
+  --error: #c62828; --late: #c77700; --skipped: #8a6d00; } details { display: block; } }
+* { box-sizing: border-box; }
+body { margin: 0 auto; padding: 1rem; max-width: 62rem; background: var(--paper); color: var(--ink);
+  font: 15px/1.45 system-ui, sans-serif; }
+h1 { font-size: 1.35rem; margin: 0; } h2 { font-size: 1.05rem; margin: 1.8rem 0 .5rem; }
+.state { border-left: .4rem solid var(--skipped); padding: .5rem .8rem; margin: 1rem 0; }
+.state.ok { border-color: var(--ok); } .state.critical { border-color: var(--error); }
+.faint { color: var(--faint); }
+.wide { overflow-x: auto; }
+table { border-collapse: collapse; width: 100%; }
+th, td { text-align: left; padding: .25rem .7rem .25rem 0; border-bottom: 1px solid var(--line);
+  vertical-align: top; white-space: nowrap; }
+th { color: var(--faint); font-weight: normal; } td:last-child { white-space: normal; }
+tr { break-inside: avoid; }
+td.ok { color: var(--ok); } td.error { color: var(--error); font-weight: bold; }
+td.late { color: var(--late); font-weight: bold; } td.skipped { color: var(--skipped); }
+td.cancel { color: var(--cancel); }
+svg { width: 100%; height: auto; display: block; }
+svg text { font: 11px system-ui, sans-serif; fill: var(--ink); } svg .tick { fill: var(--faint); }
+svg .grid { stroke: var(--line); } rect.ok { fill: var(--ok); } rect.error { fill: var(--error); }
+rect.late { fill: var(--late); } rect.skipped { fill: var(--skipped); }
+rect.cancel { fill: var(--cancel); }
+.key span { margin-right: 1rem; white-space: nowrap; } .key i { display: inline-block; width: .7rem;
+  height: .7rem; margin-right: .3rem; }
+pre { white-space: pre-wrap; overflow-wrap: anywhere; border: 1px solid var(--line); padding: .6rem;
+  font-size: 12px; }
+@media (max-width: 44rem) { tr { display: block; padding: .3rem 0; border-bottom: 1px solid var(--line); }
+  td, td:last-child { display: inline-block; border: 0; padding: 0 .7rem 0 0; white-space: normal; }
+  td:first-child { font-weight: bold; } td:empty, th { display: none; }
+  svg text { font-size: 16px; } }
+)";
+
+const char* ClassOf(const Result& result) {
+    if (result.Skipped()) return "skipped";
+    static constexpr const char* kClasses[] = {"ok", "error", "late", "late", "cancel"};
+    return kClasses[result.code];
+}
+
+std::string Element(const char* name, const std::string& text, const std::string& style = "") {
+    const std::string attribute = style.empty() ? "" : " class=\"" + style + "\"";
+    return std::string("<") + name + attribute + ">" + ForHtml(text) + "</" + name + ">";
+}
+
+std::string Head(const std::vector<const char*>& heads) {
+    std::string html = "<div class=\"wide\"><table>\n<tr>";
+    for (const char* head : heads) html += Element("th", head);
+    return html + "</tr>\n";
+}
+
+constexpr char kTableEnd[] = "</table></div>\n";
+
+std::string ResultCell(const Result* result) {
+    if (result == nullptr) return Element("td", "none", "faint");
+    return Element("td", ResultText(*result), ClassOf(*result));
+}
+
+std::string ComponentsHtml(const State& state) {
+    if (state.components.empty()) return "<p>There is no schedule.</p>\n";
+    std::string html = Head({"Component", "Serial number", "Size", "Tests", "Last result", "At",
+                             "Took", "Position", "Text"});
+    for (const Component& component : state.components) {
+        const Result* last = component.last;
+        html += "<tr>" + Element("td", component.device) + Element("td", component.serial) +
+                Element("td", component.blocks ? SizeText(*component.blocks) : "") +
+                Element("td", component.enabled ? "on" : "off") + ResultCell(last) +
+                Element("td", last == nullptr ? "" : PlainTime(last->time)) +
+                Element("td", last == nullptr ? "" : std::to_string(last->seconds) + " s") +
+                Element("td", PositionText(component)) +
+                Element("td", last == nullptr ? "" : last->text) + "</tr>\n";
+    }
+    return html + kTableEnd;
+}
+
+std::string TimelineHtml(const State& state) {
+    static constexpr const char* kKey[][2] = {{"ok", "OK"},
+                                              {"error", "ERROR"},
+                                              {"late", "TIMEOUT or ABORT"},
+                                              {"skipped", "not tested"},
+                                              {"cancel", "CANCEL"}};
+    const std::string svg = TimelineSvg(state);
+    if (svg.empty()) return "<p>There are no results yet.</p>\n";
+    std::string html = svg + "<p class=\"key faint\">";
+    for (const auto& [style, text] : kKey) {
+        html += std::string("<span><i style=\"background: var(--") + style + ")\"></i>" + text +
+                "</span>";
+    }
+    return html + "</p>\n";
+}
+
+std::string FaultsHtml(const State& state) {
+    if (state.faults.list.empty()) return "<p>No fault is open.</p>\n";
+    std::string html;
+    for (const Fault& fault : state.faults.list) {
+        html += "<p><strong>" + ForHtml(fault.id) + "</strong> " +
+                ForHtml(fault.fru + ", " + std::to_string(fault.count) + " times, last " +
+                        (fault.last == 0 ? "at an unknown time" : PlainTime(fault.last))) +
+                "<br>" + ForHtml(fault.summary) + "</p>\n";
+        if (!fault.detail.empty()) html += Element("pre", fault.detail) + "\n";
+    }
+    return html;
+}
+
+std::string HistoryHtml(const State& state) {
+    const std::vector<Result>& list = state.results.list;
+    const size_t shown = std::min(list.size(), kMaxHistoryRows);
+    if (shown == 0) return "<p>There are no results yet.</p>\n";
+    std::string html;
+    if (shown < list.size()) {
+        html = "<p class=\"faint\">The newest " + std::to_string(shown) + " of " +
+               std::to_string(list.size()) + " results.</p>\n";
+    }
+    html += Head({"Time", "Result", "Test", "Device", "Took", "On", "Text"});
+    for (size_t i = list.size(); i-- > list.size() - shown;) {
+        const Result& result = list[i];
+        html += "<tr>" + Element("td", PlainTime(result.time)) + ResultCell(&result) +
+                Element("td", result.program) + Element("td", result.device) +
+                Element("td", std::to_string(result.seconds) + " s") +
+                Element("td", result.request ? "request" : "patrol") + Element("td", result.text) +
+                "</tr>\n";
+    }
+    return html + kTableEnd;
+}
+
+std::string ProblemsHtml(const State& state) {
+    if (state.problems.empty()) return "";
+    std::string html = "<h2>Could not be read</h2>\n<ul>\n";
+    for (const std::string& problem : state.problems) html += Element("li", problem) + "\n";
+    return html + "</ul>\n";
+}
+
+std::string HostName() {
+    char name[256] = "";
+    gethostname(name, sizeof name - 1);
+    return name;
+}
+
+std::string Page(const State& state, const std::optional<Hold>& hold) {
+    const Verdict verdict = Judge(state, kDefaultMaxAge);
+    const std::string title = "Patrol diagnosis of " + HostName();
+    std::string html =
+        "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+        "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n" +
+        Element("title", title) + "\n<style>" + kStyle + "</style>\n</head>\n<body>\n" +
+        Element("h1", title) + "\n" + Element("p", "As of " + IsoTime(state.now), "faint") +
+        "\n<div class=\"state " + LevelWord(verdict.level) + "\">" +
+        ForHtml(Capital(verdict.sentence) + ".");
+    if (hold) html += "<br>" + ForHtml("Passes are kept away: " + hold->reason);
+    for (size_t i = 1; i < verdict.findings.size(); ++i) {
+        html += "<br>" + ForHtml(Capital(verdict.findings[i].text) + ".");
+    }
+    return html + "</div>\n<h2>Components</h2>\n" + ComponentsHtml(state) +
+           "<h2>Results over time</h2>\n" + TimelineHtml(state) + "<h2>Open faults</h2>\n" +
+           FaultsHtml(state) + "<h2>History</h2>\n" + HistoryHtml(state) + ProblemsHtml(state) +
+           "</body>\n</html>\n";
+}
+
+}  // namespace
+
+int RunReport(const Options& options) {
+    if (!PlacesKnown(options.places)) return kExitUnreadable;
+    State state;
+    ReadState(options.places, &state);
+    const std::string page = Page(state, FindHold(options.places));
+    if (options.output == "-") {
+        Print(page);
+    } else {
+        patrol::FileReplacement file(options.output.c_str());
+        if (file.stream() == nullptr || !file.Write(page) || !file.Commit()) {
+            PrintProblems({options.output + " cannot be written: " + std::strerror(errno)});
+            return kExitFailed;
+        }
+    }
+    PrintProblems(state.problems);
+    return StatusOf(state.problems);
+}
+
+}  // namespace patrolctl

@@ -1,0 +1,280 @@
+#include <cstring>
+#include <optional>
+
+#include "base/kinds.h"
+#include "base/number.h"
+#include "base/paths.h"
+#include "base/settings.h"
+#include "doctor/checks.h"
+#include "model/files.h"
+#include "schedule/device_config.h"
+#include "state/schedule_file.h"
+#include "sys/profile.h"
+
+namespace patrolctl {
+namespace {
+
+using patrol::ScanLine;
+
+struct ListedDisk {
+    std::string device;
+    std::string serial;
+};
+
+bool operator==(const ListedDisk& a, const ListedDisk& b) {
+    return a.device == b.device && a.serial == b.serial;
+}
+
+using Disks = std::vector<ListedDisk>;
+
+// Follows a scan of the device configuration and says what becomes of each device.
+class ScanWatcher {
+ public:
+    explicit ScanWatcher(Findings* findings) : findings_(findings) {}
+
+    void Take(int number, const char* text, ScanLine what) {
+        line_ = number;
+        switch (what) {
+            case ScanLine::kDevice:
+                Begin();
+                break;
+            case ScanLine::kDeviceEnd:
+                End();
+                break;
+            case ScanLine::kIsDisk:
+                is_disk_ = true;
+                break;
+            case ScanLine::kNoDisk:
+                Settle("is not tested: its type is not HDD");
+                break;
+            case ScanLine::kSerialNumber:
+                has_serial_ = true;
+                break;
+            case ScanLine::kVendor:
+                has_vendor_ = true;
+                break;
+            case ScanLine::kModel:
+                has_model_ = true;
+                break;
+            case ScanLine::kNotOperational:
+                Settle("is not tested: its status is not ok");
+                break;
+            case ScanLine::kNonTarget:
+                SettleNonTarget();
+                break;
+            case ScanLine::kAccepted:
+                Accept();
+                break;
+            case ScanLine::kSoftware:
+                software_line_ = number;
+                break;
+            case ScanLine::kOther:
+                TakeOther(number, text);
+                break;
+        }
+    }
+
+    // Looks at what stands behind the line that ended the scan.
+    void TakeRest(std::string_view text) {
+        if (software_line_ == 0) return;
+        ForEachLine(text, [this](std::string_view line, size_t number) {
+            const bool disk = line.find("<dev") != std::string_view::npos &&
+                              line.find("/dev/sd") != std::string_view::npos;
+            if (!disk || static_cast<int>(number) <= software_line_) return;
+            findings_->Warn(static_cast<int>(number),
+                            "this device is not tested: it stands behind the first software entry");
+        });
+    }
+
+    const Disks& accepted() const { return accepted_; }
+
+ private:
+    static std::string Name() { return std::string(patrol::scanned_disk.device.view()); }
+
+    void Begin() {
+        inside_ = true;
+        settled_ = is_disk_ = has_serial_ = has_vendor_ = has_model_ = false;
+        begin_ = line_;
+        if (Name() == patrol::kNoDevice) {
+            findings_->Warn(line_, "the device's path has no quote at its end: it has no name");
+        }
+    }
+
+    void End() {
+        inside_ = false;
+        if (settled_) return;
+        findings_->Warn(begin_,
+                        Name() + (is_disk_ ? " is not tested: no status stands behind its type"
+                                           : " is not tested: it has no type"));
+    }
+
+    void Settle(const std::string& what) {
+        settled_ = true;
+        findings_->Warn(line_, Name() + " " + what);
+    }
+
+    void SettleNonTarget() {
+        settled_ = true;
+        if (patrol::scanned_disk.vendor.empty() && patrol::scanned_disk.model.empty()) {
+            findings_->Warn(line_, Name() +
+                                       " is not tested: its vendor and model are empty, which "
+                                       "matches every entry of the disks that never are");
+        } else {
+            findings_->Note(line_, Name() +
+                                       " is not tested: it is on the list of disks that never "
+                                       "are");
+        }
+    }
+
+    void Accept() {
+        settled_ = true;
+        const patrol::Disk& disk = patrol::scanned_disk;
+        accepted_.push_back({Name(), std::string(disk.serial_number.view())});
+        findings_->Note(line_, Name() + " may be tested");
+        const auto borrowed = [&](bool has, const char* what, const auto& value) {
+            if (has) return;
+            findings_->Warn(line_, Name() + " has no " + what + " before its status line: \"" +
+                                       std::string(value.view()) + "\" of a disk before it counts");
+        };
+        borrowed(has_serial_, "serial number", disk.serial_number);
+        borrowed(has_vendor_, "vendor", disk.vendor);
+        borrowed(has_model_, "model", disk.model);
+    }
+
+    // A device that the controller does not see at all.
+    void TakeOther(int number, const char* text) {
+        if (inside_ || std::strstr(text, "<dev") == nullptr) return;
+        const char* path = std::strstr(text, "/dev/");
+        if (path == nullptr) return;
+        const std::string name(path, std::strcspn(path, "\"\r\n"));
+        findings_->Warn(number, BeginsWith(name, "/dev/sd")
+                                    ? name + " is not tested: its line has no phypath"
+                                    : name +
+                                          " is not tested: its name does not begin with "
+                                          "/dev/sd");
+    }
+
+    Findings* findings_;
+    int line_ = 0;
+    int begin_ = 0;  // the line of the device
+    bool inside_ = false;
+    bool settled_ = false;  // what becomes of the device has been said
+    bool is_disk_ = false;
+    bool has_serial_ = false;
+    bool has_vendor_ = false;
+    bool has_model_ = false;
+    int software_line_ = 0;
+    Disks accepted_;
+};
+
+// Scans the configuration as the builder of one schedule does. None when it cannot be opened.
+std::optional<Disks> Scan(bool device_line_ends, Findings* findings) {
+    constexpr size_t kMaxConfiguration = 64 << 20;
+    patrol::scanned_disk = patrol::Disk();
+    patrol::DiskScan scan(__func__, device_line_ends);
+    if (!scan.opened()) return std::nullopt;
+    ScanWatcher watcher(findings);
+    scan.WatchLines(
+        [&](int number, const char* text, ScanLine what) { watcher.Take(number, text, what); });
+    while (scan.Next() != nullptr) {
+    }
+    watcher.TakeRest(ReadText(patrol::xml_path.c_str(), kMaxConfiguration).text);
+    return watcher.accepted();
+}
+
+Disks ScheduledDisks(const patrol::ScheduleFile& schedule) {
+    Disks disks;
+    for (int i = 0; i < patrol::BoundedCount(schedule.DiskCount()); ++i) {
+        disks.push_back({std::string(schedule.Device<512>(i).view()),
+                         std::string(schedule.SerialNumber<512>(i).view())});
+    }
+    return disks;
+}
+
+bool IsEnabled(const patrol::ScheduleFile& schedule, const char* section, int kind) {
+    return patrol::ReadFlag(schedule.profile(), section, patrol::KeysOf(kind).enabled) !=
+           patrol::Flag::kOff;
+}
+
+// Whether the schedule enables what the settings do.
+bool FitsSettings(const patrol::ScheduleFile& schedule, const Enabled& enabled) {
+    const auto single = [&](int kind) {
+        return IsEnabled(schedule, patrol::KeysOf(kind).section, kind);
+    };
+    if (single(patrol::kKindCpu) != enabled.cpu) return false;
+    if (single(patrol::kKindMemory) != enabled.memory) return false;
+    for (int i = 0; i < patrol::BoundedCount(schedule.DiskCount()); ++i) {
+        const bool on = IsEnabled(schedule, patrol::DiskSection(i).c_str(), patrol::kKindHdd);
+        if (on != enabled.disks) return false;
+    }
+    return true;
+}
+
+void CheckSchedule(const Disks& disks, const Enabled& enabled, Findings* findings) {
+    findings->About(patrol::sche_path.c_str());
+    if (!patrol::FileExists(patrol::sche_path.c_str())) {
+        findings->Warn(0, "there is no schedule: run \"patrol.exe reload\"");
+        return;
+    }
+    const patrol::ScheduleFile schedule(patrol::sche_path.c_str());
+    char name[64];
+    if (!schedule.loaded() || schedule.profile().SectionNames(name, sizeof name) == 0) {
+        findings->Fail(0, "the schedule is damaged: run \"patrol.exe confchg\"");
+        return;
+    }
+    if (!(ScheduledDisks(schedule) == disks)) {
+        findings->Warn(0,
+                       "the schedule does not fit the device configuration any more: run "
+                       "\"patrol.exe confchg\"");
+    }
+    if (!FitsSettings(schedule, enabled)) {
+        findings->Warn(0,
+                       "the schedule does not fit the settings any more: run "
+                       "\"patrol.exe reload\"");
+    }
+}
+
+void CheckNonTargets(Findings* findings) {
+    findings->About(patrol::nontarget_path.c_str());
+    if (!patrol::FileExists(patrol::nontarget_path.c_str())) {
+        findings->Note(0, "is missing: only disks without vendor and model are never tested");
+        return;
+    }
+    const patrol::ProfileReader list(patrol::nontarget_path.c_str());
+    if (!list.loaded()) {
+        findings->Warn(0, "cannot be read");
+        return;
+    }
+    const int count = list.Int("NON_TARGETLIST", "number", 1);
+    if (count < 0) findings->Warn(0, "number=" + std::to_string(count) + " counts as none");
+    for (int i = 0; i < patrol::BoundedCount(count) + 1; ++i) {
+        const std::string section = "LIST" + std::to_string(i);
+        const bool there = !list.Value<8>(section.c_str(), "vendor", "").empty();
+        if (i < count && !there) findings->Warn(0, "[" + section + "] has no vendor");
+        if (i >= count && there) {
+            findings->Warn(0, "[" + section + "] is not read: number=" + std::to_string(count));
+        }
+    }
+}
+
+}  // namespace
+
+void CheckDisks(const Places&, const Enabled& enabled, Findings* findings) {
+    CheckNonTargets(findings);
+    findings->About(patrol::xml_path.c_str());
+    const std::optional<Disks> disks = Scan(false, findings);
+    if (!disks) {
+        findings->Fail(0, "is missing: no disk is tested, and no schedule can be made anew");
+        return;
+    }
+    Findings ignored;
+    const std::optional<Disks> requested = Scan(true, &ignored);
+    if (requested && !(*requested == *disks)) {
+        findings->Warn(0,
+                       "on-request runs see other disks than passes do: a device has no end "
+                       "line \"</dev>\"");
+    }
+    CheckSchedule(*disks, enabled, findings);
+}
+
+}  // namespace patrolctl

@@ -1,0 +1,265 @@
+#include "model/state.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <unordered_map>
+
+#include "base/file.h"
+#include "base/kinds.h"
+#include "base/number.h"
+#include "base/paths.h"
+#include "model/files.h"
+#include "model/passes.h"
+#include "state/disk_progress.h"
+#include "state/schedule_file.h"
+
+namespace patrolctl {
+namespace {
+
+using patrol::Flag;
+using patrol::ScheduleFile;
+
+// A text of the schedule; empty where there is none.
+std::string Known(std::string_view text) {
+    return text == patrol::kNoDevice ? "" : std::string(text);
+}
+
+void TakeFlags(const ScheduleFile& schedule, const patrol::ScheduleKeys& keys, const char* section,
+               Component* component) {
+    const auto flag = [&](const char* key) {
+        return patrol::ReadFlag(schedule.profile(), section, key);
+    };
+    component->enabled = flag(keys.enabled) != Flag::kOff;
+    component->due = flag(keys.due) == Flag::kOn;
+}
+
+Component ReadSingle(const ScheduleFile& schedule, int kind) {
+    const patrol::ScheduleKeys& keys = patrol::KeysOf(kind);
+    Component component;
+    component.kind = kind;
+    component.device = patrol::FindKind(kind)->name;
+    TakeFlags(schedule, keys, keys.section, &component);
+    return component;
+}
+
+// The number that the whole of a text is; none for another text.
+std::optional<uint64_t> WholeNumber(const char* text) {
+    char* end = nullptr;
+    errno = 0;
+    const uint64_t number = std::strtoull(text, &end, 0);
+    if (end == text || *end != '\0' || errno != 0) return std::nullopt;
+    return number;
+}
+
+// The size of a disk as the system has it, in blocks.
+std::optional<uint64_t> SystemBlocks(const Places& places, const std::string& device) {
+    const std::string name = device.substr(device.rfind('/') + 1);
+    if (name.empty() || name[0] == '.') return std::nullopt;
+    std::string size = ReadText(places.root + "/sys/class/block/" + name + "/size", 64).text;
+    while (!size.empty() && size.back() == '\n') size.pop_back();
+    return WholeNumber(size.c_str());
+}
+
+class ScheduleReader {
+ public:
+    ScheduleReader(const Places& places, State* state)
+        : places_(places),
+          state_(state),
+          path_(patrol::sche_path.view()),
+          schedule_(path_.c_str()),
+          progress_(patrol::lba_path.c_str()) {}
+
+    void Read() {
+        if (!Usable()) return;
+        for (const int kind : {patrol::kKindCpu, patrol::kKindMemory}) {
+            state_->components.push_back(ReadSingle(schedule_, kind));
+        }
+        const int count = schedule_.DiskCount();
+        if (count < 0 || count > patrol::kMaxCount) {
+            Complain("hdd_all_num is " + std::to_string(count) + ", which no machine has");
+        } else if (schedule_.TestNumber("hdd_all_num", -1) < 0) {
+            Complain("there is no hdd_all_num in [TEST_SCHEDULE]");
+        }
+        for (int i = 0; i < patrol::BoundedCount(count); ++i) ReadDisk(i);
+        if (nameless_ > 0) {
+            Complain(std::to_string(nameless_) + " of the disks that it counts have no section");
+        }
+        SetTurns(patrol::ReadSelection(schedule_), &state_->components);
+    }
+
+ private:
+    void Complain(const std::string& what) { state_->problems.push_back(path_ + ": " + what); }
+
+    // Whether there is a schedule; says what is wrong with a damaged one.
+    bool Usable() {
+        struct stat status = {};
+        if (stat(path_.c_str(), &status) != 0) {
+            if (errno != ENOENT) Complain(std::string("cannot be read: ") + std::strerror(errno));
+            return false;
+        }
+        state_->has_schedule = true;
+        state_->schedule_time = status.st_mtime;
+        if (!S_ISREG(status.st_mode)) {
+            Complain(S_ISDIR(status.st_mode) ? "is a directory" : "is no regular file");
+        } else if (!schedule_.loaded()) {
+            Complain("cannot be read");
+        } else if (char name[64]; schedule_.profile().SectionNames(name, sizeof name) == 0) {
+            Complain("has no sections");
+        } else {
+            return true;
+        }
+        return false;
+    }
+
+    void ReadDisk(int number) {
+        const patrol::Text<32> section = patrol::DiskSection(number);
+        Component disk;
+        disk.kind = patrol::kKindHdd;
+        disk.device = Known(schedule_.Device<512>(number).view());
+        disk.serial = Known(schedule_.SerialNumber<512>(number).view());
+        TakeFlags(schedule_, patrol::KeysOf(patrol::kKindHdd), section.c_str(), &disk);
+        if (disk.device.empty()) ++nameless_;
+        const auto address = schedule_.Address<64>(number);
+        const std::optional<uint64_t> start = WholeNumber(address.c_str());
+        if (!start) {
+            Complain("the address of " + disk.device + " is no number: " + address.c_str());
+        }
+        disk.address = start.value_or(0);
+        TakeSize(&disk);
+        state_->components.push_back(std::move(disk));
+    }
+
+    void TakeSize(Component* disk) const {
+        const uint64_t known = progress_.Maximum(disk->device.c_str());
+        disk->blocks = SystemBlocks(places_, disk->device);
+        if (!disk->blocks && known > 0) disk->blocks = known;
+        const uint64_t whole = known > 0 ? known : disk->blocks.value_or(0);
+        if (whole == 0 || disk->address > whole) return;
+        disk->ratio = static_cast<double>(disk->address) / static_cast<double>(whole);
+    }
+
+    const Places& places_;
+    State* state_;
+    std::string path_;
+    ScheduleFile schedule_;
+    patrol::DiskProgress progress_;
+    int nameless_ = 0;
+};
+
+// Enters last results and open faults into the components.
+class Linker {
+ public:
+    explicit Linker(State* state) : state_(state) {
+        for (Component& component : state->components) {
+            by_name_.emplace(Key(component.kind, component.device), &component);
+            if (!component.serial.empty()) by_serial_.emplace(component.serial, &component);
+        }
+    }
+
+    void Link() const {
+        for (const Result& result : state_->results.list) {
+            Component* component = Find(by_name_, Key(result.kind, result.device));
+            if (component != nullptr) component->last = &result;
+        }
+        for (Fault& fault : state_->faults.list) {
+            Component* component = ComponentOf(fault);
+            fault.known = component != nullptr;
+            if (fault.known) component->faults.push_back(&fault);
+        }
+    }
+
+ private:
+    using Index = std::unordered_map<std::string, Component*>;
+
+    static std::string Key(int kind, const std::string& device) {
+        return std::to_string(kind) + device;
+    }
+    static Component* Find(const Index& index, const std::string& key) {
+        const auto found = index.find(key);
+        return found != index.end() ? found->second : nullptr;
+    }
+    // A disk is known by its serial number, whatever name it has now.
+    Component* ComponentOf(const Fault& fault) const {
+        Component* known = Find(by_serial_, fault.serial);
+        if (known != nullptr) return known;
+        for (const patrol::Kind& kind : patrol::kKinds) {
+            if (fault.kind != kind.name) continue;
+            const bool disk = kind.code == patrol::kKindHdd;
+            return Find(by_name_, Key(kind.code, disk ? fault.device : kind.name));
+        }
+        return nullptr;
+    }
+
+    State* state_;
+    Index by_name_;
+    Index by_serial_;
+};
+
+// The last line of a trace that tells how a pass has ended, and the line before it.
+PassEnd ReadPassEnd(const std::string& path) {
+    constexpr size_t kEnough = 1 << 18;
+    constexpr std::string_view kEnd = ":[cntl_main] Patrol Diagnosis ";
+    constexpr std::string_view kKeptAwayEnd = ") Not OK End.";
+    const patrol::Stream file = patrol::OpenForReading(path.c_str());
+    if (file == nullptr) return PassEnd::kUnknown;
+    struct stat status = {};
+    fstat(fileno(file.get()), &status);
+    const std::string text = ReadTail(fileno(file.get()), status.st_size, kEnough);
+    PassEnd end = PassEnd::kUnknown;
+    std::string_view before;
+    ForEachLine(text, [&](std::string_view line, size_t) {
+        const size_t at = line.find(kEnd);
+        if (at != std::string_view::npos) {
+            const std::string_view word = line.substr(at + kEnd.size());
+            if (word == "Ended.") end = PassEnd::kDone;
+            if (word == "Error Ended.") {
+                end = EndsWith(before, kKeptAwayEnd) ? PassEnd::kKeptAway : PassEnd::kFailed;
+            }
+        }
+        before = line;
+    });
+    return end;
+}
+
+PassEnd ReadLastPass(const Places& places) {
+    for (const char* name : {"/pat_trc_log", "/pat_trc_log.0"}) {
+        const PassEnd end = ReadPassEnd(places.log + name);
+        if (end != PassEnd::kUnknown) return end;
+    }
+    return PassEnd::kUnknown;
+}
+
+// Says which of the directories cannot be looked into.
+void CheckDirectories(State* state) {
+    for (const std::string* directory : {&state->places.data, &state->places.log}) {
+        if (access(directory->c_str(), R_OK | X_OK) == 0) continue;
+        state->problems.push_back(*directory + ": cannot be read: " + std::strerror(errno));
+    }
+}
+
+}  // namespace
+
+void ReadSchedule(const Places& places, State* state) {
+    state->places = places;
+    state->now = std::time(nullptr);
+    ScheduleReader(places, state).Read();
+}
+
+void ReadState(const Places& places, State* state) {
+    ReadSchedule(places, state);
+    CheckDirectories(state);
+    state->results = ReadResults(places);
+    state->faults = ReadFaults(places);
+    state->last_pass = ReadLastPass(places);
+    for (const auto* faults : {&state->results.faults, &state->faults.faults}) {
+        state->problems.insert(state->problems.end(), faults->begin(), faults->end());
+    }
+    Linker(state).Link();
+}
+
+}  // namespace patrolctl
