@@ -13,8 +13,7 @@ namespace patrol {
 inline constexpr char kRecordMagic[] = "ONLPTL";
 inline constexpr size_t kPrefixSize = 18;  // "ONLPTL,0x%08x,"
 
-// A body above this is refused: no record is near it, and a damaged length is not to take the memory
-// away from the rest.
+// A body above this is refused: no record is near it.
 inline constexpr int kMaxBody = 1 << 30;
 
 // Returns the number of bytes that a prefix announces, whatever that is; none when the 18 bytes are
