@@ -13,6 +13,7 @@ constexpr char kPadiagSettings[] = "data/padiag.ini";
 constexpr char kParameters[] = "data/pat_new_para.ini";
 constexpr char kDevices[] = "data/devconf_new.xml";
 constexpr char kNonTargets[] = "data/pat_nontarget.ini";
+constexpr char kFirst[] = "/dev/sda HDD S/N=SA ok end";
 constexpr char kZero[] = "0x0000000000000000";
 
 class ScheduleTest : public AgentTest {
@@ -155,33 +156,6 @@ OFF|OFF|OFF|OFF|/dev/sda,/dev/sdb,/dev/sdc|3|-1|000|0)";
     }
 }
 
-// One line for each word: "/dev/..." a device line, "HDD" or "TAPE" a type, "S/N=..." and the like
-// an attribute, "end" an end line, "first" a disk, anything else a status. A word with "<" stands
-// as it is.
-std::string Xml(const std::string& words) {
-    const std::string first = "/dev/sda HDD S/N=SA ok end";
-    std::string text;
-    for (const std::string& word : Split(Replaced(words, "first", first), ' ')) {
-        const size_t equals = word.find('=');
-        const auto attribute = [&text](const std::string& name, const std::string& value) {
-            text += "<attr name=\"" + name + "\">" + value + "</attr>";
-        };
-        if (word.find('<') != std::string::npos) {
-            text += word;
-        } else if (word[0] == '/') {
-            text += "<dev phypath=\"p " + word + "\">";
-        } else if (equals != std::string::npos) {
-            attribute(word.substr(0, equals), word.substr(equals + 1));
-        } else if (word == "end") {
-            text += "</dev>";
-        } else {
-            attribute(word == "HDD" || word == "TAPE" ? "type" : "status", word);
-        }
-        text += "\r\n";
-    }
-    return text;
-}
-
 TEST_F(ScheduleTest, ScanOfTheDeviceConfiguration) {
     // The words, the names and serial numbers of the disks, and the names where the scan for the
     // padiag file differs.
@@ -202,7 +176,8 @@ first /dev/sdb HDD S/N= ok|sda sdb |SA  |
     for (const Strings& row : Rows(table)) {
         SCOPED_TRACE(row[0]);
         // A line is taken in pieces of 4094: the second one is a line of its own.
-        agent_.Write(kDevices, Xml(Replaced(row[0], "@", std::string(4090, 'p'))));
+        agent_.Write(kDevices,
+                     Xml(Replaced(Replaced(row[0], "first", kFirst), "@", std::string(4090, 'p'))));
         Rebuild();
         EXPECT_EQ(OfDisks("device_name"), row[1]);
         EXPECT_EQ(OfDisks("serial_number"), row[2]);

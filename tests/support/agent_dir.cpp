@@ -16,44 +16,22 @@ namespace patrol_test {
 namespace fs = std::filesystem;
 namespace {
 
+constexpr const char* kDirectories[] = {"log", "data", "bin", "temp", "config"};
 constexpr char kShared[] = "/dev/shm";
 
-// The lines of one disk, from its device line to the end line.
-std::string DiskXml(const Disk& disk) {
-    std::string text = "<dev type=\"disk\" phypath=\"" + disk.path + " " + disk.device + "\">\n";
-    const std::pair<const char*, const std::string*> attributes[] = {
-        {"type", &disk.type},   {"S/N", &disk.serial},    {"vendor", &disk.vendor},
-        {"model", &disk.model}, {"status", &disk.status},
-    };
-    for (const auto& [name, value] : attributes) {
-        if (value->empty()) continue;
-        text += std::string("<attr name=\"") + name + "\">" + *value + "</attr>\n";
-    }
-    return text + "</dev>\n";
-}
-
-// Calls `visit` with each line of a profile text and whether it is the wanted key's; joins what
-// it returns.
-template <typename Visit>
-std::string MapProfile(const Strings& lines, const std::string& section, const std::string& key,
-                       Visit visit) {
-    std::string text;
-    bool inside = false;
-    for (const std::string& line : lines) {
-        if (line.compare(0, 1, "[") == 0) inside = line == "[" + section + "]";
-        text += visit(line, inside && line.compare(0, key.size() + 1, key + "=") == 0);
-    }
-    return text;
+// Where the value of a key stands in a profile text; npos where there is none.
+size_t ValueAt(const std::string& text, const std::string& section, const std::string& key) {
+    const size_t header = ("\n" + text).find("\n[" + section + "]\n");
+    const size_t at = header == std::string::npos ? header : text.find("\n" + key + "=", header);
+    const bool inside = at < text.find("\n[", std::min(header, text.size()));
+    return inside ? at + key.size() + 2 : std::string::npos;
 }
 
 // Puts `by` in place of the head of each line that has one.
-Strings ReplaceHeads(Strings lines, const std::regex& head, const char* by) {
+Strings ReplaceHeads(Strings lines, const std::string& head, const char* by) {
     for (std::string& line : lines) {
         const std::string start = line.substr(0, 300);  // more than any head has
-        line.replace(0, start.size(),
-                     std::regex_replace(start, head, by,
-                                        std::regex_constants::match_continuous |
-                                            std::regex_constants::format_first_only));
+        line.replace(0, start.size(), Masked(start, "^" + head, by));
     }
     return lines;
 }
@@ -61,9 +39,34 @@ Strings ReplaceHeads(Strings lines, const std::regex& head, const char* by) {
 }  // namespace
 
 std::string DeviceXml(const std::vector<Disk>& disks) {
-    std::string text = "<devconf>\n";
-    for (const Disk& disk : disks) text += DiskXml(disk);
-    return text + "</devconf>\n";
+    std::string words;
+    for (const Disk& disk : disks) {
+        words += " " + disk.device + " HDD S/N=" + disk.serial + " vendor=MAKER model=MODEL ok end";
+    }
+    return Xml("<devconf>" + words + " </devconf>");
+}
+
+std::string Xml(const std::string& words) {
+    std::string text;
+    for (const std::string& word : Split(words, ' ')) {
+        const size_t equals = word.find('=');
+        const auto attribute = [&text](const std::string& name, const std::string& value) {
+            text += "<attr name=\"" + name + "\">" + value + "</attr>";
+        };
+        if (word.find('<') != std::string::npos) {
+            text += word;
+        } else if (word[0] == '/') {
+            text += "<dev phypath=\"/p " + word + "\">";
+        } else if (equals != std::string::npos) {
+            attribute(word.substr(0, equals), word.substr(equals + 1));
+        } else if (word == "end") {
+            text += "</dev>";
+        } else {
+            attribute(word == "HDD" || word == "TAPE" ? "type" : "status", word);
+        }
+        text += "\r\n";
+    }
+    return text;
 }
 
 std::vector<Disk> NumberedDisks(int count) {
@@ -139,7 +142,7 @@ AgentDir::AgentDir() {
         return;
     }
     root_ = name;
-    for (const char* dir : {"log", "data", "bin", "temp", "config"}) MakeDir(dir);
+    for (const char* dir : kDirectories) MakeDir(dir);
     Write("data/pat_msge.txt", ReadFile(SAMPLES "/data/pat_msge.txt"));
     Script("get", "echo 0");
 }
@@ -147,7 +150,7 @@ AgentDir::AgentDir() {
 AgentDir::~AgentDir() {
     if (root_.empty()) return;
     std::error_code ignored;
-    for (const char* dir : {"log", "data", "bin", "temp", "config"}) {
+    for (const char* dir : kDirectories) {
         fs::permissions(Path(dir), fs::perms::owner_all, ignored);
     }
     fs::remove_all(root_, ignored);
@@ -186,22 +189,17 @@ std::string AgentDir::Script(const std::string& name, const std::string& body) c
 
 std::string AgentDir::Key(const std::string& section, const std::string& key,
                           const std::string& file) const {
-    std::string value = "(none)";
-    MapProfile(Lines(file), section, key, [&](const std::string& line, bool hit) {
-        if (hit) value = line.substr(key.size() + 1);
-        return std::string();
-    });
-    return value;
+    const std::string text = Read(file);
+    const size_t at = ValueAt(text, section, key);
+    return at == std::string::npos ? "(none)" : text.substr(at, text.find('\n', at) - at);
 }
 
 void AgentDir::SetKey(const std::string& section, const std::string& key, const std::string& value,
                       const std::string& file) const {
-    bool found = false;
-    Write(file, MapProfile(Lines(file), section, key, [&](const std::string& line, bool hit) {
-              found = found || hit;
-              return (hit ? key + "=" + value : line) + "\n";
-          }));
-    EXPECT_TRUE(found) << "no " << key << " in [" << section << "] of " << file;
+    std::string text = Read(file);
+    const size_t at = ValueAt(text, section, key);
+    ASSERT_NE(at, std::string::npos) << "no " << key << " in [" << section << "] of " << file;
+    Write(file, text.replace(at, text.find('\n', at) - at, value));
 }
 
 Strings AgentDir::Trace(const std::string& file) const {
@@ -219,33 +217,26 @@ bool AgentDir::Traced(const std::string& line, const std::string& file) const {
 }
 
 Strings AgentDir::History(const std::string& file) const {
-    static const std::regex stamp(R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d )");
-    return ReplaceHeads(Lines(file), stamp, "");
+    return ReplaceHeads(Lines(file), R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d )", "");
 }
 
 Strings AgentDir::Log(const std::string& file) const {
     // host, time stamp, program, number, second name: none of these holds a comma.
-    static const std::regex head(
-        R"([^,]*,\d\d/\d\d/\d\d \d\d:\d\d:\d\d \d{3}\.\d{3},[^,]{20},([^,]*),[^,]{16},)");
-    return ReplaceHeads(Lines(file), head, "$1 ");
+    return ReplaceHeads(
+        Lines(file),
+        R"([^,]*,\d\d/\d\d/\d\d \d\d:\d\d:\d\d \d{3}\.\d{3},[^,]{20},([^,]*),[^,]{16},)", "$1 ");
 }
 
 Env AgentDir::Environment() const {
-    Env env = {
-        {"KVX_log", Path("log")},
-        {"KVX_data", Path("data")},
-        {"KVX_bin", Path("bin")},
-        {"KVX_temp", Path("temp")},
-        {"KVX_config", Path("config")},
-        {"KVX_PIPE", Path("event_pipe")},
-        {"LD_PRELOAD", SYSTEM_LOG_LIBRARY},
-        {"SYSTEM_LOG", Path("system_log")},
-        // The test programs shall not tell of what befalls the machine that the tests run on.
-        {"TESTPROG_ROOT", Path("system")},
-        {"PATH", "/usr/bin:/bin"},
-        {"LC_ALL", "C"},
-        {"TZ", "UTC0"},
-    };
+    Env env = {{"KVX_PIPE", Path("event_pipe")},
+               {"LD_PRELOAD", SYSTEM_LOG_LIBRARY},
+               {"SYSTEM_LOG", Path("system_log")},
+               // The test programs shall not tell of what befalls the machine that the tests run on.
+               {"TESTPROG_ROOT", Path("system")},
+               {"PATH", "/usr/bin:/bin"},
+               {"LC_ALL", "C"},
+               {"TZ", "UTC0"}};
+    for (const std::string dir : kDirectories) env["KVX_" + dir] = Path(dir);
     // A sanitizer's report must not look like one of the program's own exit statuses.
     for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
         const char* value = getenv(name);

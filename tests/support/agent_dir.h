@@ -17,19 +17,18 @@ inline constexpr char kPadiagSchedule[] = "data/pat_sche2.txt";
 inline constexpr char kTrace[] = "log/pat_trc_log";
 inline constexpr char kHistory[] = "log/patstat0.txt";
 
-// One disk of the device configuration. An empty field leaves its attribute line out.
+// One disk of the device configuration.
 struct Disk {
-    std::string device = "/dev/sda";
-    std::string serial = "SN-A";
-    std::string vendor = "MAKER";
-    std::string model = "MODEL";
-    std::string status = "ok";
-    std::string type = "HDD";
-    std::string path = "/devices/scsi0";  // stands before the device name, with a blank between
+    std::string device, serial;
 };
 
 // A whole device configuration.
 std::string DeviceXml(const std::vector<Disk>& disks);
+
+// Lines of one: for each word "/dev/..." a device line, for "HDD" or "TAPE" a type, for "S/N=..."
+// and the like an attribute, for "end" an end line, for anything else a status. A word with "<"
+// stands as it is.
+std::string Xml(const std::string& words);
 
 // Disks /dev/sda, /dev/sdb, ... with the serial numbers SN-0000, SN-0001, ...
 std::vector<Disk> NumberedDisks(int count);

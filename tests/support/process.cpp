@@ -20,35 +20,24 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
     return pointers;
 }
 
-void OpenAs(int wanted, const char* path, int flags) {
-    const int fd = open(path, flags, 0600);
-    if (fd < 0) _exit(126);
-    if (fd == wanted) return;
-    dup2(fd, wanted);
-    close(fd);
-}
-
 }  // namespace
 
-Process::Process(const std::string& program, const std::vector<std::string>& words, const Env& env,
+Process::Process(const std::string& program, std::vector<std::string> words, const Env& env,
                  const std::string& output, const Launch& launch)
     : output_(output), deadline_(launch.deadline) {
-    std::vector<std::string> arguments = words;
     std::vector<std::string> variables;
     for (const auto& [name, value] : env) {
         if (value) variables.push_back(name + "=" + *value);
     }
-    const std::vector<char*> argv = Pointers(arguments);
-    const std::vector<char*> envp = Pointers(variables);
-    const std::string out = output + ".out";
-    const std::string err = output + ".err";
+    const std::vector<char*> argv = Pointers(words), envp = Pointers(variables);
     pid_ = fork();
     if (pid_ == 0) {
         setpgid(0, 0);
-        close_range(3, ~0U, 0);  // what a runner of the tests has left open
-        OpenAs(STDIN_FILENO, "/dev/null", O_RDONLY);
-        OpenAs(STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND);
-        OpenAs(STDERR_FILENO, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND);
+        close_range(0, ~0U, 0);  // also what a runner of the tests has left open
+        open("/dev/null", O_RDONLY);
+        for (const char* end : {".out", ".err"}) {
+            open((output + end).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
+        }
         if (launch.in_child) launch.in_child();
         execve(program.c_str(), argv.data(), envp.data());
         _exit(127);
@@ -73,22 +62,18 @@ void Process::Signal(int number) const {
 }
 
 Result Process::Wait() {
-    if (pid_ > 0 && !ended_) {
-        ended_ =
-            Eventually([this] { return waitpid(pid_, &wait_status_, WNOHANG) == pid_; }, deadline_);
-        if (!ended_) {
-            ADD_FAILURE() << "still running after " << deadline_.count() << " s";
-            Kill();
-        }
+    if (pid_ <= 0) return {};
+    const auto ends = [this] { return waitpid(pid_, &wait_status_, WNOHANG) == pid_; };
+    ended_ = ended_ || Eventually(ends, deadline_);
+    if (!ended_) {
+        ADD_FAILURE() << "still running after " << deadline_.count() << " s";
+        Kill();
     }
-    Result result;
-    if (pid_ <= 0) return result;
-    result.status = WIFEXITED(wait_status_) ? WEXITSTATUS(wait_status_) : -WTERMSIG(wait_status_);
-    result.out = ReadFile(output_ + ".out");
-    result.err = ReadFile(output_ + ".err");
-    if (result.err.find("Sanitizer") != std::string::npos ||
-        result.err.find("runtime error:") != std::string::npos) {
-        ADD_FAILURE() << result.err;
+    const int status =
+        WIFEXITED(wait_status_) ? WEXITSTATUS(wait_status_) : -WTERMSIG(wait_status_);
+    Result result = {status, ReadFile(output_ + ".out"), ReadFile(output_ + ".err")};
+    for (const char* report : {"Sanitizer", "runtime error:"}) {
+        EXPECT_EQ(result.err.find(report), std::string::npos) << result.err;
     }
     return result;
 }

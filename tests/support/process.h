@@ -36,7 +36,7 @@ class Process {
  public:
     // Starts `program` with `words` (words[0] is the name it sees) and exactly `env`; its output
     // is collected in the files `output` + ".out" and `output` + ".err".
-    Process(const std::string& program, const std::vector<std::string>& words, const Env& env,
+    Process(const std::string& program, std::vector<std::string> words, const Env& env,
             const std::string& output, const Launch& launch);
     ~Process();  // kills a child that was never waited for
     Process(const Process&) = delete;
