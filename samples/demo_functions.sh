@@ -60,14 +60,16 @@ lay_out_agent() {
         truncate -s "$size" "$agent/images/$disk"
         HDDTEST_IMAGES+=${HDDTEST_IMAGES:+:}/dev/$disk=$agent/images/$disk
     done <<'DISKS'
-sda 1G
-sdb 1G
+sda 3T
+sdb 1T
 sdc 16M
 sdd 16M
 sde 80M
-sdf 1G
+sdf 1T
 DISKS
     export HDDTEST_IMAGES
+    # A disk test reads for ten seconds in a pass; here one is enough.
+    sed -i 's/^sector$/sector -budget 1/' "$KVX_data/pat_env0.ini"
     history=$KVX_log/patstat0.txt
     schedule=$KVX_data/pat_new_sche.txt
     say "An agent's directory is laid out in $place, with image files as its disks."
@@ -150,12 +152,21 @@ expect_history() {
     [ "$(wc -l <<<"$squeezed")" -eq $# ] || fail "the history has other new lines than the $# expected"
 }
 
-# Checks at which block the next test of a disk is to begin.
-expect_address() {
+# Where the next test of a disk is to begin.
+address_of() {
     local found
     found=$(awk -F= -v device="$1" '/^\[/ { address = "" } $1 == "address" { address = $2 }
         $1 == "device_name" && $2 == device { print address }' "$schedule")
-    [ "$found" = "$2" ] || fail "the next block of $1 is ${found:-not there}, not $2"
+    [ -n "$found" ] || fail "the schedule has no address of $1"
+    echo $((found))
+}
+
+# Checks that it is beyond that block, or at the beginning again.
+expect_beyond() {
+    [ "$(address_of "$1")" -gt "$2" ] || fail "the test of $1 has not come beyond $2"
+}
+expect_begin() {
+    [ "$(address_of "$1")" -eq 0 ] || fail "the test of $1 has not come to the end"
 }
 
 # Sets a key of the patrol test parameters.
@@ -204,9 +215,6 @@ padiag_run() {
     say "pastart:"
     run_controller pastart
 }
-
-# Makes the image of a disk larger; it takes no more room.
-enlarge_disk() { truncate -s "$2" "$agent/images/$1"; }
 
 # The block that the next level 3 test of a disk is to begin at, as the test program keeps it.
 disk_progress() {
