@@ -5,10 +5,10 @@
 //   size_t count() const                    words; a multiple of kLine
 //   uint64_t Read(size_t i)
 //   void Write(size_t i, uint64_t value)
-//   void Move<Element>(size_t i, size_t from)  the i-th Element becomes that at `from`
 //   void MoveBlock(size_t to, size_t from, size_t count)
-//   void Settle(size_t first, size_t count)   written words have left the caches
-//   void Evict(size_t first, size_t count)    so have words that were moved
+//   void Settle(size_t first, size_t count)  what was written or moved by block leaves the caches
+//   void Move<Element>(size_t i, size_t from)  the i-th Element becomes that at `from`
+//   void Evict(size_t first, size_t count)  so does anything
 //   uint64_t Address(size_t i) const
 //   bool Stop()                             asked after every slice; true ends the test early
 //   void Spoil(size_t i)                    for a look at a failure: called where memory is about
@@ -194,7 +194,7 @@ class Sweeps {
             for (size_t i = first; i < first + count; i += kBlock) {
                 memory_.MoveBlock(to.first + i, from + i, std::min(kBlock, first + count - i));
             }
-            memory_.Evict(to.first + first, count);
+            memory_.Settle(to.first + first, count);
             return Finding();
         });
     }

@@ -114,6 +114,7 @@ TEST_F(TestProgramTest, ASeedRepeatsARunAndErrorsTellWhatASecondLookGave) {
 }
 
 TEST_F(TestProgramTest, OnlyMemoryThatCanBeLockedIsTested) {
+    if (kSanitized) GTEST_SKIP() << "sanitizers make locking do nothing";
     const auto with_limit = [](rlim_t bytes) {
         Launch launch;
         launch.in_child = [bytes] {

@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <tuple>
 
 #include "bench/memory_faults.h"
 #include "mem/area.h"
@@ -16,13 +15,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr size_t kWords = 4096;
+constexpr size_t kWords = 2048;
 constexpr uint64_t kMask = 0x123456789abcdef1;
 
-// What the first step that finds anything finds.
+// What the first step that finds anything finds, at the lowest level.
 template <typename Memory>
-Finding RunTest(Memory& memory, const std::string& test, size_t level) {
-    const Depth& depth = kDepths.at(level);
+Finding RunTest(Memory& memory, const std::string& test) {
+    const Depth& depth = kDepths.front();
     const std::vector<uint64_t> patterns(kPatterns.begin(), kPatterns.begin() + depth.patterns);
     for (const auto& step : StepsOf<Memory>(test, patterns, depth, kMask)) {
         if (Finding finding = step(memory)) return finding;
@@ -33,18 +32,9 @@ Finding RunTest(Memory& memory, const std::string& test, size_t level) {
 TEST(MemoryTest, TestsFindMostOfTheModelledFaults) {
     const std::vector<MemoryFault> faults = MemoryFaults(kWords, 10);
     ASSERT_EQ(faults.size(), 120U);
-    const std::tuple<const char*, size_t, int> cases[] = {{"BMOVE", 0, 110},
-                                                          {"BMOVE", 3, 115},
-                                                          {"IMOVE", 0, 110},
-                                                          {"WHOLE", 0, 110},
-                                                          {"WHOLE", 3, 115}};
-    for (const auto& [test, level, least] : cases) {
-        EXPECT_GE(CountFound(faults, kWords,
-                             [test = test, level = level](FaultyMemory& memory) {
-                                 return RunTest(memory, test, level).has_value();
-                             }),
-                  least)
-            << test << " " << level;
+    for (const char* test : {"BMOVE", "IMOVE", "WHOLE"}) {
+        const auto finds = [test](FaultyMemory& memory) { return bool(RunTest(memory, test)); };
+        EXPECT_GE(CountFound(faults, kWords, finds), 110) << test;
     }
 }
 
@@ -62,21 +52,21 @@ class FlippingMemory : public RealMemory {
 };
 
 TEST(MemoryTest, RealMemoryIsReadBackAndAFlippedBitIsToldWithItsPlace) {
-    for (const size_t size : {size_t{68} << 10, size_t{1200} << 10}) {
+    for (const size_t size : {size_t{68} << 10, size_t{640} << 10}) {
         Area area(size, -1, [] { return false; });
         ASSERT_EQ(area.size(), size) << area.complaint();
         for (const char* test : {"BMOVE", "IMOVE", "WHOLE"}) {
             SCOPED_TRACE(test);
             int looks = -1;
             FlippingMemory sound(area, 0, &looks);
-            EXPECT_FALSE(RunTest(sound, test, 0));
+            EXPECT_FALSE(RunTest(sound, test));
             int found = 0;
             const int all = -looks;
-            for (int at = 0; at < all; at += 1 + all / 40) {
+            for (int at = 0; at < all; at += 1 + all / 12) {
                 const size_t word = static_cast<size_t>(at) * 131 % sound.count();
                 looks = at;
                 FlippingMemory memory(area, word, &looks);
-                const Finding finding = RunTest(memory, test, 0);
+                const Finding finding = RunTest(memory, test);
                 if (!finding) continue;
                 ++found;
                 EXPECT_EQ(finding->offset % (sound.count() / 2 * 8),
@@ -84,7 +74,7 @@ TEST(MemoryTest, RealMemoryIsReadBackAndAFlippedBitIsToldWithItsPlace) {
                 EXPECT_EQ(finding->expected ^ finding->got, 0x40U);
                 EXPECT_EQ(finding->again, finding->got);
             }
-            EXPECT_GT(found, 10);
+            EXPECT_GT(found, 3);
         }
     }
 }
