@@ -32,7 +32,7 @@ void DebugNumber(const char* name, uint32_t number) {
 
 template <size_t N>
 void DebugText(const char* name, const Text<N>& text) {
-    ptl_printf(kDebugDetail, nullptr, "D1501", name, text);
+    ptl_printf(kDebugDetail, nullptr, "D1501", name, WithoutControls(text.view()));
 }
 
 // Returns the type word for a transmit type; 0 when there is no such type.
@@ -99,7 +99,7 @@ int check_testdata_log(const char* body, const RecordContext& context) {
         return -1;
     }
     DebugNumber("message output", level);
-    Text<6> id = Field<5>(body + kLogIdAt);
+    Text<6> id(WithoutControls(Field<5>(body + kLogIdAt).view()));
     uint32_t effective_level = level;
     if (id.view() == "00000") {
         id.Assign("L1000");
@@ -110,11 +110,12 @@ int check_testdata_log(const char* body, const RecordContext& context) {
     std::string_view rest = body;
     rest.remove_prefix(std::min(rest.size(), kLogStampAt));
     const size_t comma = std::min(rest.find(','), rest.size());
-    Text<kLogStampSize + 1> stamp(rest.substr(0, std::min(comma, rest.find('\n'))));
+    Text<kLogStampSize + 1> stamp(
+        WithoutControls(rest.substr(0, std::min(comma, rest.find('\n')))));
     stamp.TrimEnd(" ");
-    std::string text(rest.substr(std::min(comma + 1, rest.size())));
-    text.erase(std::min(text.find('\n'), text.size()));
-    text.erase(text.find_last_not_of(" ,\r\n") + 1);
+    rest.remove_prefix(std::min(comma + 1, rest.size()));
+    std::string text = WithoutControls(rest.substr(0, rest.find('\n')));
+    text.erase(text.find_last_not_of(" ,") + 1);
     text.erase(std::min(text.size(), kMaxLogText));
 
     const RecordHeader header = {stamp.c_str(), context.device.c_str(), id.c_str(),
