@@ -34,7 +34,7 @@ constexpr int32_t kTraceLines = 5;
 // Returns the value of a variable without which there is nothing to do. `flags` say where its
 // absence is reported.
 const char* RequiredVariable(const char* name, unsigned flags) {
-    const char* value = std::getenv(name);
+    const char* value = DirectoryVariable(name);
     if (value != nullptr) return value;
     // The catalogue's place depends on these variables, so its first slot is filled by hand.
     global_msg_list[0] = {"W2895", "Environment variable<<%s>> not found"};

@@ -60,6 +60,10 @@ M|<"DIMM_summary"^phypath="@@">|@vvvvvvvvvvvvvvvvvvvvv)";
     }
     agent_.Remove("data/devconf_cur.xml");
     EXPECT_STREQ(get_phypath(kPathOfCpu, nullptr), "no data");
+    setenv("KVX_data", "", 1);
+    Text<40> number;
+    EXPECT_EQ(find_partition_num(&number), -1);
+    EXPECT_NE(TakeLog().find("warning getenv ret=NULL"), kNone) << "empty is as good as unset";
 }
 
 TEST_F(StateTest, ProgressIsExactAndTouchesItsEndsOnlyWhereItIsThere) {
