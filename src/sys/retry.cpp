@@ -157,8 +157,8 @@ pid_t rfork(int tries) {
 
 int rexecv(const char* path, char* const* arguments, int tries) {
     return Retry(
-        {"rexecv", Interrupted, ProcessPause}, tries, -1, [&] { return execv(path, arguments); },
-        Negative<int>);
+        {"rexecv", Interrupted, ProcessPause}, tries, -1,
+        [&] { return ExecuteProgram(path, arguments); }, Negative<int>);
 }
 
 pid_t rwait(pid_t child, int* status, int tries) {
