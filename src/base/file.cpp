@@ -59,6 +59,18 @@ bool IsPassing(int error) {
 
 bool FileExists(const char* path) { return access(path, F_OK) == 0 || IsPassing(errno); }
 
+void ProtectNewFiles() { umask(StartFileMask() | S_IWGRP | S_IWOTH); }
+
+mode_t StartFileMask() {
+    static const mode_t mask = [] {
+        // There is no way to ask for it alone.
+        const mode_t found = umask(S_IWGRP | S_IWOTH);
+        umask(found);
+        return found;
+    }();
+    return mask;
+}
+
 void Descriptor::Reset(int fd) {
     if (fd_ >= 0) close(fd_);
     fd_ = fd;

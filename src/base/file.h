@@ -36,6 +36,12 @@ bool IsPassing(int error);
 // be looked at now is not to be made anew.
 bool FileExists(const char* path);
 
+// Has the files that this process makes from now on writable for their owner alone.
+void ProtectNewFiles();
+
+// The file mask that this process was started with.
+mode_t StartFileMask();
+
 // A descriptor that is closed when its holder goes. -1 is none.
 class Descriptor {
  public:

@@ -1,5 +1,7 @@
 #include "base/paths.h"
 
+#include <cstdlib>
+
 namespace patrol {
 
 const char* trc_name = nullptr;
@@ -38,6 +40,11 @@ FileEntry* FindFile(uint32_t identifier) {
         if (entry->identifier == identifier) return entry;
     }
     return nullptr;
+}
+
+const char* DirectoryVariable(const char* name) {
+    const char* value = std::getenv(name);
+    return value != nullptr && value[0] != '\0' ? value : nullptr;
 }
 
 int BuildPaths(const char* data_directory) {

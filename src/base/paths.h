@@ -11,7 +11,7 @@ namespace patrol {
 using Path = Text<512>;
 using LongPath = Text<1024>;
 
-// Values of "KVX_log" and "KVX_data"; null until the run environment is set up.
+// Values of "KVX_log" and "KVX_data", never empty; null until the run environment is set up.
 extern const char* trc_name;
 extern const char* path_name;
 
@@ -58,6 +58,10 @@ extern FileEntry f_cntl[];
 
 // Returns the entry with exactly this identifier; null when there is none.
 FileEntry* FindFile(uint32_t identifier);
+
+// Returns the value of the variable `name`, which names a directory; null when it is unset or
+// empty: no file of this program is meant for "/".
+const char* DirectoryVariable(const char* name);
 
 // Fills every path from `data_directory` ("directory/name", cut to its size) and hands the paths to
 // f_cntl. Returns the length that the last path would have uncut.

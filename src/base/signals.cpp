@@ -119,13 +119,12 @@ SignalWatch::SignalWatch() {
 
 bool SignalWatch::Noted() const { return noted != begun_; }
 
-int WaitReadable(int fd, const SignalWatch& watch) {
+int WaitReadable(int fd) {
     // A poll that finds data does not look for signals.
     LetPendingIn();
     pollfd polled = {fd, POLLIN, 0};
     // Data that is there is no reason to do now what was put off.
-    if (Ready(&polled)) return 0;
-    return watch.Noted() ? Interrupted() : WaitFor(&polled, noted);
+    return Ready(&polled) ? 0 : WaitFor(&polled, noted);
 }
 
 int WaitWritable(int fd) {

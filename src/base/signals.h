@@ -54,9 +54,10 @@ class SignalWatch {
 };
 
 // Waits until `fd` can be read or its other end is closed. Returns 0, or -1 with errno set: EINTR
-// when there was nothing to read and `watch` has a signal noted. Signals are let in even where
-// there is something to read, so that a stream that never pauses keeps none out.
-int WaitReadable(int fd, const SignalWatch& watch);
+// when a signal was noted while there was nothing to read. Signals are let in even where there is
+// something to read, so that a stream that never pauses keeps none out; those, and earlier ones, end
+// nothing.
+int WaitReadable(int fd);
 
 // Waits until `fd` can be written to or its reader is gone. Returns 0, or -1 with errno set: EINTR
 // when a signal was noted, or came earlier, while there was something to wait for.

@@ -10,4 +10,13 @@ int snprintfx(char* buffer, size_t size, const char* format, ...) {
     return length;
 }
 
+std::string WithoutControls(std::string_view text) {
+    std::string kept;
+    for (const char c : text) {
+        const auto code = static_cast<unsigned char>(c);
+        if (c == '\t' || (code >= ' ' && code != 0x7f)) kept += c;
+    }
+    return kept;
+}
+
 }  // namespace patrol

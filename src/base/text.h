@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 namespace patrol {
@@ -17,6 +18,11 @@ namespace patrol {
 inline bool StartsWith(std::string_view text, std::string_view start) {
     return text.substr(0, start.size()) == start;
 }
+
+// Returns `text` without its control characters (below 32, and 127), so that it stays on one line
+// and does nothing to a terminal. Tabs stay, and so do bytes from 128 on, which are letters of
+// other alphabets.
+std::string WithoutControls(std::string_view text);
 
 // NUL-terminated text in N bytes, so at most N - 1 characters. Assigning, appending and formatting
 // cut at that size without a word. What is assigned ends at its first NUL.

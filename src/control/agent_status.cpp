@@ -32,7 +32,7 @@ ShellCommand StartShell(const char* command) {
     start.run = [command] {
         std::string words[] = {"sh", "-c", command};
         char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
-        execv("/bin/sh", arguments);
+        ExecuteProgram("/bin/sh", arguments);
     };
     shell.pid = StartChild(start);
     return shell;

@@ -55,7 +55,7 @@ int MaskFailed(const char* call, int error, const char* operation) {
         Ptltrprintf("[%s] [%s:%d] %s\n", caller, "execv(argv)", i, arguments[i]);
     }
     Ptltrprintf("[%s] [%s:%d] %s\n", caller, "execv(path)", 1, block.path.c_str());
-    execv(block.path.c_str(), arguments);
+    ExecuteProgram(block.path.c_str(), arguments);
     const int error = errno;
     Ptltrprintf("[%s] System Call Error (%s) , errno:%d\n", caller, "execv", error);
     Ptltrprintf("[%s] cause     : %s\n", caller, std::strerror(error));

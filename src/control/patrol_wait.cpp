@@ -47,10 +47,12 @@ int StopWithError(const RunningTest& test) {
 void tp_timeout(int) { NoteSignal(); }
 
 // Waits for a child to end, any child, for at most `seconds`. False when none did.
-bool WaitForEnd(int seconds, const SignalWatch& watch) {
+bool WaitForEnd(int seconds) {
     SignalScope scope;
     scope.LetIn(SIGALRM);
     InstallHandler(SIGALRM, tp_timeout);
+    // What came while there was something to read ends nothing.
+    const SignalWatch watch;
     SignalScope::SetAlarm(seconds);
     int status = 0;
     return WaitForChild(-1, &status, 0, watch) > 0;
@@ -77,7 +79,7 @@ Next TakeStatus(RunningTest* test, const TestWait& wait, RecordReader* record,
         return Next::kFailure;
     }
     Ptltrprintf("[%s] diagnosis end. end code=%d\n", kName, end_code);
-    if (!WaitForEnd(wait.timeout, record->watch())) {
+    if (!WaitForEnd(wait.timeout)) {
         // The result stands: the test program has reported it.
         ptl_test_terminate(test->pid);
         Ptltrprintf("[%s] diagnosis destroy.\n", kName);

@@ -36,7 +36,7 @@ constexpr int32_t kTraceLines = 5;
 // Returns the value of a variable without which there is nothing to do. `flags` say where its
 // absence is reported.
 const char* RequiredVariable(const char* name, unsigned flags) {
-    const char* value = std::getenv(name);
+    const char* value = DirectoryVariable(name);
     if (value != nullptr) return value;
     TellTerminal(std::string("patrol.exe: the environment variable ") + name + " is not set");
     // The catalogue's place depends on these variables, so its first slot is filled by hand.

@@ -19,8 +19,8 @@ void SilenceOutput();
 int setup_hostname();
 
 // Takes the log and data directories from "KVX_log" and "KVX_data", sets the trace up and builds
-// all paths. Returns the length of the last path uncut. A missing variable (W2895) or a trace that
-// cannot be set up ends the program with status 1.
+// all paths. Returns the length of the last path uncut. A missing or empty variable (W2895) or a
+// trace that cannot be set up ends the program with status 1.
 int set_filepath();
 
 // Installs the handlers for SIGINT, SIGHUP and SIGTERM (unless this program was started with

@@ -1,6 +1,7 @@
 // patrol.exe: decides which components are due for a background diagnosis, starts the test
 // programs, and turns what they report into the schedule, histories, logs and part reports.
 
+#include "base/file.h"
 #include "base/run_mode.h"
 #include "base/signals.h"
 #include "control/padiag_run.h"
@@ -31,7 +32,8 @@ int RunDriver() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Whatever is opened or fails from here on relies on these three.
+    // Whatever is opened, made or fails from here on relies on these four.
+    patrol::ProtectNewFiles();
     patrol::EnsureStandardDescriptors();
     patrol::CatchOutOfMemory();
     patrol::PrepareSignals();

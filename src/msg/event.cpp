@@ -1,6 +1,7 @@
 #include "msg/event.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -38,7 +39,8 @@ int SendEvent(std::string_view text) {
     // Opened without blocking, so that a pipe nobody reads is a failure; and so written to, because
     // a signal ends the wait for room, but would not end a write.
     const Descriptor pipe(open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-    if (!pipe.ok()) return -1;
+    struct stat status = {};
+    if (!pipe.ok() || fstat(pipe.get(), &status) != 0 || !S_ISFIFO(status.st_mode)) return -1;
 
     std::string message;
     const char* server = std::getenv("KVX_SVTYPE");

@@ -14,6 +14,7 @@
 
 #include "base/file.h"
 #include "base/local_time.h"
+#include "base/paths.h"
 #include "base/text.h"
 
 namespace patrol {
@@ -170,7 +171,7 @@ int Ptltrprintf(const char* format, ...) {
 
 int inttrace(int command) {
     if (traceflag || command >= 2) return command;
-    const char* directory = std::getenv("KVX_log");
+    const char* directory = DirectoryVariable("KVX_log");
     if (directory == nullptr) return 0;
     Text<4097> path;
     path.Format("%s/ana_io.trc", directory);

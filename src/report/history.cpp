@@ -210,8 +210,8 @@ const char* get_error_msg(const char* text) {
     const char* found = std::strstr(text, kMark);
     if (found == nullptr) return nullptr;
     found += std::strlen(kMark);
-    const size_t length = std::min(std::strcspn(found, "\r\n"), kMaxMessage);
-    message.Assign({found, length});
+    const std::string_view line(found, std::strcspn(found, "\r\n"));
+    message.Assign(WithoutControls(line).substr(0, kMaxMessage));
     return message.c_str();
 }
 

@@ -141,11 +141,18 @@ int patrol_parts_proc(const FaultRecord& record, int run_mode, const char* devic
 }
 
 int write_parts_data(const char* text, size_t length, const char* path) {
-    if (delfile(path) != 0) {
-        outtrace("write_parts_data ERROR end");
-        return 1;
+    // Others may write to the directory. What they put there in the moment between is not written
+    // through, followed or waited for, but removed as well.
+    constexpr int kNewAlone = O_EXCL | O_NOFOLLOW | O_NONBLOCK;
+    Descriptor file;
+    for (int i = 0; i < kAttempts && !file.ok(); ++i) {
+        if (delfile(path) != 0) {
+            outtrace("write_parts_data ERROR end");
+            return 1;
+        }
+        file.Reset(recreat(path, 0644, kAttempts, kNewAlone));
+        if (!file.ok() && errno != EEXIST) break;
     }
-    const Descriptor file(recreat(path, 0644, kAttempts));
     if (!file.ok()) return WriteFailed(kErrorFileOpen, path);
     size_t done = 0;
     while (done < length) {

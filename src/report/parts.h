@@ -23,7 +23,8 @@ void ReportFault(const char* caller, const RunningTest& test, int run_mode, cons
 // Returns 0, or 1 when any step failed; a report that the command did not take stays.
 int patrol_parts_proc(const FaultRecord& record, int run_mode, const char* device);
 
-// Replaces the file at `path` by `text`, mode 0644. Returns 0, or 1 (reported).
+// Replaces what stands at `path` by a new file with `text`, mode 0644; a link is removed, not
+// followed. Returns 0, or 1 (reported).
 int write_parts_data(const char* text, size_t length, const char* path);
 
 // Removes a file, trying three times. Returns 0 when it is gone, also when it never was; 1

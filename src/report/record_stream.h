@@ -45,8 +45,6 @@ class RecordReader {
     const char* body() const { return body_.get(); }
     size_t size() const { return size_; }
 
-    // What the wait for the records goes by.
-    const SignalWatch& watch() const { return pipe_.watch(); }
 
  private:
     bool Grow(size_t size);

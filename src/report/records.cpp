@@ -32,7 +32,7 @@ void DebugNumber(const char* name, uint32_t number) {
 
 template <size_t N>
 void DebugText(const char* name, const Text<N>& text) {
-    ptl_printf(kDebugDetail, nullptr, "D1501", name, text);
+    ptl_printf(kDebugDetail, nullptr, "D1501", name, WithoutControls(text.view()));
 }
 
 // Returns the type word for a transmit type; 0 when there is no such type.
@@ -76,7 +76,7 @@ LogRecord ParseLog(const char* body) {
     LogRecord log;
     log.level_field = Field<4>(body);
     log.level = ParseUnsigned(log.level_field.c_str(), 0);
-    log.id = Field<5>(body + kLogIdAt);
+    log.id.Assign(WithoutControls(Field<5>(body + kLogIdAt).view()));
     uint32_t effective_level = log.level;
     if (log.id.view() == "00000") {
         log.id.Assign("L1000");
@@ -87,11 +87,11 @@ LogRecord ParseLog(const char* body) {
     std::string_view rest = body;
     rest.remove_prefix(std::min(rest.size(), kLogStampAt));
     const size_t comma = std::min(rest.find(','), rest.size());
-    log.stamp.Assign(rest.substr(0, std::min(comma, rest.find('\n'))));
+    log.stamp.Assign(WithoutControls(rest.substr(0, std::min(comma, rest.find('\n')))));
     log.stamp.TrimEnd(" ");
-    log.text = rest.substr(std::min(comma + 1, rest.size()));
-    log.text.erase(std::min(log.text.find('\n'), log.text.size()));
-    log.text.erase(log.text.find_last_not_of(" ,\r\n") + 1);
+    rest.remove_prefix(std::min(comma + 1, rest.size()));
+    log.text = WithoutControls(rest.substr(0, rest.find('\n')));
+    log.text.erase(log.text.find_last_not_of(" ,") + 1);
     log.text.erase(std::min(log.text.size(), kMaxLogText));
     return log;
 }

@@ -93,7 +93,8 @@ int CreateSchedule() {
     MemoryScheduleMk(schedule.stream());
     const int disks = HddScheduleMk(schedule.stream());
     // The addresses of the disks that are not in the file now are worth keeping.
-    if (disks == kNoConfiguration) KeepProfileAs(path, SideName(path, ".old"));
+    if (disks == kNoConfiguration && ScheduleFile(path).DiskCount() > 0)
+        KeepProfileAs(path, SideName(path, ".old"));
     if (!EndFile(__func__, path, disks, &schedule)) return -1;
     ptl_change_hist(RunMode(), dev_gather_str.c_str());
     ptl_change_hist2(RunMode());

@@ -182,7 +182,7 @@ void HddCompareData() {
         schedule.Write(section.c_str(), kAddressKey, known->address.c_str());
         Ptltrprintf("[%s] HDD(%d) match!!\n", __func__, static_cast<int>(known - hdd_type_tbl));
     }
-    schedule.Save();
+    schedule.SaveOrReport(__func__);
     FreeOldDisks();
     Ptltrprintf("[%s] End.\n", __func__);
 }

@@ -10,6 +10,38 @@
 #include "sys/profile_writer.h"
 
 namespace patrol {
+namespace {
+
+constexpr uint64_t kWhole = 100;
+
+// Returns part * 100 / whole, truncated, without a product that could wrap; at least 1 for a part
+// of something. A whole of 0 makes any part hardly begun.
+uint64_t Percent(uint64_t part, uint64_t whole) {
+    if (part == 0) return 0;
+    if (whole == 0) return 1;
+    uint64_t percent = std::min(part / whole, UINT64_MAX / kWhole - 1) * kWhole;
+    const uint64_t rest = part % whole;
+    uint64_t sum = 0;  // of the rest taken a hundred times, below the whole
+    for (uint64_t i = 0; i < kWhole; ++i) {
+        const bool full = rest >= whole - sum;
+        if (full) ++percent;
+        sum = full ? rest - (whole - sum) : sum + rest;
+    }
+    return std::max<uint64_t>(percent, 1);
+}
+
+// Returns a percentage of `next` as far as only the end itself counts as 100.
+int32_t Reached(uint64_t percent, bool at_end) {
+    return static_cast<int32_t>(at_end ? kWhole : std::min(percent, kWhole - 1));
+}
+
+// Returns `number` as single precision has it.
+uint64_t InSinglePrecision(uint64_t number) {
+    const float rounded = static_cast<float>(number);
+    return rounded < 0x1p64F ? static_cast<uint64_t>(rounded) : UINT64_MAX;
+}
+
+}  // namespace
 
 Text<65> DiskProgress::Value(const char* section, const char* device) const {
     return profile_.Value<64>(section, device, kFirstAddress);
@@ -20,22 +52,16 @@ uint64_t DiskProgress::Number(const char* section, const char* device) const {
 }
 
 int32_t ProgressPercent(uint64_t next, uint64_t maximum) {
-    if (next == 0) return 0;
-    if (maximum == 0) return 1;
-    if (next == maximum) return 100;
-    const float ratio = static_cast<float>(next) / static_cast<float>(maximum) * 100.0F;
-    return static_cast<int32_t>(std::clamp(ratio, 1.0F, 99.0F));
+    return Reached(Percent(next, maximum), next != 0 && next == maximum);
 }
 
 int32_t EndPercent(uint64_t next, uint64_t maximum) {
-    return maximum == 0 ? 0 : ProgressPercent(next, maximum);
+    if (next == 0 || maximum == 0) return 0;
+    return Reached(Percent(InSinglePrecision(next), InSinglePrecision(maximum)), next == maximum);
 }
 
 int32_t StartPercent(uint64_t start, uint64_t maximum) {
-    if (start == 0) return 0;
-    if (maximum == 0) return 1;
-    const double percent = static_cast<double>(start) / static_cast<double>(maximum) * 100;
-    return static_cast<int32_t>(std::clamp(percent, 1.0, 2147483647.0));
+    return static_cast<int32_t>(std::min<uint64_t>(Percent(start, maximum), INT32_MAX));
 }
 
 void SaveProgressCopy(const char* path, const char* copy_path) {

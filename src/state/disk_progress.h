@@ -36,14 +36,15 @@ class DiskProgress {
     ProfileReader profile_;
 };
 
-// Returns the percent of `maximum` that `next` is: 0 for a next address of 0, else at least 1, and
-// 100 only where both are equal. A maximum of 0 counts as hardly begun.
+// Returns the whole percents of `maximum` that `next` is, exact: 0 for a next address of 0, else at
+// least 1, and 100 only where both are equal. A maximum of 0 counts as hardly begun.
 int32_t ProgressPercent(uint64_t next, uint64_t maximum);
 
-// The same for the end of a test, where it is 0 for a maximum of 0, too.
+// The same for the event at the end of a test. It is 0 for a maximum of 0, too, and beyond 2^24
+// both are taken as single precision has them; the event's readers know it so.
 int32_t EndPercent(uint64_t next, uint64_t maximum);
 
-// The same for the start of one, which may be more than 100: 1 at least.
+// The same for the start of a test, which has no upper bound: a start behind the maximum shows.
 int32_t StartPercent(uint64_t start, uint64_t maximum);
 
 // Makes `copy_path` a second name of the file at `path`: a schedule takes the start addresses from

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "base/file.h"
+#include "base/paths.h"
 #include "base/running_test.h"
 #include "msg/ptl_printf.h"
 
@@ -22,7 +23,7 @@ constexpr unsigned kTraceText = kRelayed | kToTrace | kToDebug;
 
 // The path of the configuration; null without a data directory. The main board's lies apart.
 std::optional<std::string> ConfigurationPath(bool main_board) {
-    const char* directory = std::getenv("KVX_data");
+    const char* directory = DirectoryVariable("KVX_data");
     if (directory == nullptr) return std::nullopt;
     return std::string(directory) + (main_board ? "/MB" : "") + "/devconf_cur.xml";
 }

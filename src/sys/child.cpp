@@ -1,6 +1,7 @@
 #include "sys/child.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "base/file.h"
 #include "msg/log_files.h"
 #include "msg/trace.h"
 #include "sys/deferred_writes.h"
@@ -70,6 +72,15 @@ pid_t StartChild(const ChildStart& start) {
     if (pid == 0) RunChild(start);
     if (pid > 0) NoteNewChild(pid);
     return pid;
+}
+
+int ExecuteProgram(const char* path, char* const* arguments) {
+    const mode_t own = umask(StartFileMask());
+    execv(path, arguments);
+    const int error = errno;
+    umask(own);
+    errno = error;
+    return -1;
 }
 
 pid_t WaitForChild(pid_t pid, int* status, int options, const SignalWatch& watch) {

@@ -33,6 +33,10 @@ struct ChildStart {
 // returned, with errno set.
 pid_t StartChild(const ChildStart& start);
 
+// execv with the file mask that the controller was started with. Returns -1 with errno set, the
+// mask as it was, when the program cannot be executed.
+int ExecuteProgram(const char* path, char* const* arguments);
+
 // waitpid for `pid` (-1: any child) with `options`, waiting without limit. The child's pid, or -1
 // with errno set: EINTR when there was none to take and `watch` (without one, the wait begins here)
 // has a signal noted; ECHILD when there is no such child.

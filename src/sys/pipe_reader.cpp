@@ -30,7 +30,7 @@ bool PipeReader::ReadLine(char* to, size_t size) {
 
 // Waits for more, whatever comes of it. False at the end of the pipe, a failure or a signal.
 bool PipeReader::Fill() {
-    interrupted_ = WaitReadable(fd_, watch_) != 0 && errno == EINTR;
+    interrupted_ = WaitReadable(fd_) != 0 && errno == EINTR;
     if (interrupted_) return false;
     const ssize_t got = read(fd_, ahead_, sizeof ahead_);
     at_ = 0;

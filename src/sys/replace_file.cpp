@@ -68,7 +68,7 @@ FileReplacement::FileReplacement(const char* path)
         stream_ = OpenNew(temporary_.c_str(), 0666);
         created_ = stream_ != nullptr;
         if (!created_) Fail("open", errno);
-        if (created_ && status.st_nlink > 0) fchmod(fileno(stream_.get()), status.st_mode & 0777);
+        if (created_ && status.st_nlink > 0) fchmod(fileno(stream_.get()), status.st_mode & 0775);
     }
 }
 

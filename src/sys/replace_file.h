@@ -24,7 +24,7 @@ struct FailedCall {
 class FileReplacement {
  public:
     // Creates the side file. It fails for a `path` that exists and is no regular file. The new file
-    // gets the permissions of the old one.
+    // gets the permissions of the old one, but that others may write.
     explicit FileReplacement(const char* path);
     ~FileReplacement();
     FileReplacement(const FileReplacement&) = delete;

@@ -93,10 +93,11 @@ int ropen(const char* path, int flags, int tries) {
         [&] { return open(path, flags | O_CLOEXEC, 0666); }, Negative<int>);
 }
 
-int recreat(const char* path, mode_t mode, int tries) {
+int recreat(const char* path, mode_t mode, int tries, int flags) {
     return Retry(
         {"recreat", InterruptedOrShort, FilePause, kSilentWhenSpent}, tries, -1,
-        [&] { return open(path, O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC, mode); }, Negative<int>);
+        [&] { return open(path, O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC | flags, mode); },
+        Negative<int>);
 }
 
 ssize_t rread(int fd, void* buffer, size_t length, int tries) {
@@ -156,8 +157,8 @@ pid_t rfork(int tries) {
 
 int rexecv(const char* path, char* const* arguments, int tries) {
     return Retry(
-        {"rexecv", Interrupted, ProcessPause}, tries, -1, [&] { return execv(path, arguments); },
-        Negative<int>);
+        {"rexecv", Interrupted, ProcessPause}, tries, -1,
+        [&] { return ExecuteProgram(path, arguments); }, Negative<int>);
 }
 
 pid_t rwait(pid_t child, int* status, int tries) {

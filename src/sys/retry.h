@@ -19,8 +19,8 @@ namespace patrol {
 
 // Retried on EINTR and EAGAIN. Return what the call returns, -1 on failure.
 int ropen(const char* path, int flags, int tries);
-int recreat(const char* path, mode_t mode,
-            int tries);  // says nothing when the attempts are used up
+// Says nothing when the attempts are used up. `flags` stand beside those of creat.
+int recreat(const char* path, mode_t mode, int tries, int flags = 0);
 ssize_t rread(int fd, void* buffer, size_t length, int tries);
 ssize_t rwrite(int fd, const void* buffer, size_t length, int tries);
 

@@ -90,15 +90,17 @@ TEST_F(CommandLineTest, AWordThatBeginsWithPastartIsThePadiagRun) {
     }
 }
 
-TEST_F(CommandLineTest, AMissingDirectoryVariableEndsTheRunBeforeAnyTrace) {
+TEST_F(CommandLineTest, AMissingOrEmptyDirectoryVariableEndsTheRunBeforeAnyTrace) {
     EventPipe pipe(agent_);
-    for (const char* mode : {"reload", "bogus"}) {
-        SCOPED_TRACE(mode);
-        EXPECT_EQ(RunLine(mode, {{"KVX_log", std::nullopt}}).status, 1);
+    const std::optional<std::string> missing, empty = "";
+    for (const auto& [mode, value] :
+         {std::pair("reload", missing), {"reload", empty}, {"bogus", missing}, {"bogus", empty}}) {
+        SCOPED_TRACE(std::string(mode) + (value ? " empty" : ""));
+        EXPECT_EQ(RunLine(mode, {{"KVX_log", value}}).status, 1);
         EXPECT_EQ(Join(pipe.Lines()), "W2895:Environment variable<<KVX_log>> not found\n");
         EXPECT_FALSE(agent_.Exists("log/pat_trc0.log"));
 
-        EXPECT_EQ(RunLine(mode, {{"KVX_data", std::nullopt}}).status, 1);
+        EXPECT_EQ(RunLine(mode, {{"KVX_data", value}}).status, 1);
         EXPECT_EQ(Join(pipe.Lines()), "");
         EXPECT_EQ(Join(agent_.Log()), "W2895 Environment variable<<KVX_data>> not found\n");
         EXPECT_EQ(agent_.Read("log/pat_trce.log"), agent_.Read("log/pat_trc0.log"));

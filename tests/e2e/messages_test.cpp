@@ -33,6 +33,11 @@ TEST_F(MessageTest, OnlyAReaderGetsTheMessageAndNobodyWaits) {
     agent_.Remove("event_pipe");
     agent_.MakeDir("event_pipe");
     EXPECT_EQ(agent_.Run({"bogus"}).status, 3);
+    agent_.Remove("event_pipe");
+    agent_.Write("file", "kept as it is, whoever put a link in the place of the pipe");
+    EXPECT_EQ(symlink(agent_.Path("file").c_str(), agent_.Path("event_pipe").c_str()), 0);
+    EXPECT_EQ(agent_.Run({"bogus"}).status, 3);
+    EXPECT_EQ(agent_.Read("file").substr(0, 4), "kept");
 }
 
 TEST_F(MessageTest, OnlyLinesOfThisProgramsFormAreTaken) {

@@ -311,6 +311,30 @@ TEST_F(PadiagTest, ADiskKeepsItsPlaceInItsOwnSection) {
     EXPECT_FALSE(agent_.Exists(kSchedule));
 }
 
+// One disk for each place that is a whole percent, and ends where it began.
+TEST_F(PadiagTest, StartEventAndHistoryAgreeHowFarADiskIs) {
+    constexpr int kPlaces = 99;
+    Plan(3, "OFF", "OFF", Strings(kPlaces, "ON"));
+    agent_.Write("data/verdict", Verdict(1, 2, "hddtest", "", "0x77777777"));
+    agent_.Script("hddtest", "sed s/0x77777777/$(printf 0x%08x $8)/ $KVX_data/verdict");
+    std::string most = "[HDD_MAX_LBA]\n", next = "[HDD_NEXT_LBA]\n";
+    Strings events, lines;
+    for (int n = 1; n <= kPlaces; ++n) {
+        const std::string disk = NumberedDisks(n).back().device, percent = std::to_string(n);
+        const std::string place = Hex(static_cast<unsigned>(n), 16);
+        agent_.SetKey("HDD_SCHEDULE " + std::to_string(n - 1), "address", place, kPadiagSchedule);
+        most += disk + "=100\n";
+        next += disk + "=" + place + "\n";
+        events.push_back("[check_testdata_status] evtlog_msg.progress = [" + percent + "%].");
+        lines.push_back("OK      hddtest " + disk + " [1s] " + percent + "[%] -> " + percent +
+                        "[%](pass=0)");
+    }
+    agent_.Write(kProgress, most + next);
+    Diagnose();
+    EXPECT_EQ(History(), lines);
+    ExpectSteps(events);
+}
+
 TEST_F(PadiagTest, AFaultyPartIsReportedAsFoundByThisDiagnosis) {
     agent_.Script("parts", "echo \"$2\" >> $KVX_data/calls\ncp \"$2\" $KVX_data/report");
     agent_.Write("data/devconf_cur.xml", "<dev type=\"Partition\" path=\"3\">\n");

@@ -1,9 +1,15 @@
 // Faulty-part reports, as the parts command gets them.
 
+#include <sys/stat.h>
+
+#include <filesystem>
+
 #include "records.h"
 
 namespace patrol_test {
 namespace {
+
+using Strings = std::vector<std::string>;
 
 class PartReportTest : public PassTest {
  protected:
@@ -113,6 +119,32 @@ TEST_F(PartReportTest, AFailedReportLeavesTheNextOneAFreshStart) {
     EXPECT_EQ(agent_.Read("data/calls"), Repeat(set + "mem\n", 3) + Repeat(set + "cpu\n", 6));
     EXPECT_TRUE(agent_.Exists("temp/parts_pt_mem"));
     EXPECT_FALSE(agent_.Exists("temp/parts_pt_cpu"));
+}
+
+TEST_F(PartReportTest, FilesAreForTheirOwnerToWriteAndChildrenGetTheMaskOfTheStart) {
+    const std::string note = "umask >> $KVX_data/masks\n";
+    agent_.Script("get", note + "echo 0");
+    agent_.Script("parts", note + "exit 1");  // so that the report stays
+    Plan("ON", "OFF", {});
+    Stub("cputest", LogRecord(2, "I0001", "staged") + StatusRecord(4), "", note);
+    Launch launch;
+    launch.in_child = [] { umask(0); };
+    Pass(launch);
+    EXPECT_EQ(agent_.Read("data/masks"), Repeat("0000\n", 3));
+    agent_.Write("data/devconf_new.xml", DeviceXml({}));
+    EXPECT_EQ(agent_.Run({"reload"}, launch).status, 0);
+    Strings files = {agent_.Path("data/pat_sche2.txt")};
+    for (const char* directory : {"log", "temp"}) {
+        for (const auto& entry : std::filesystem::directory_iterator(agent_.Path(directory))) {
+            files.push_back(entry.path());
+        }
+    }
+    EXPECT_GT(files.size(), 5U);
+    for (const std::string& file : files) {
+        struct stat status = {};
+        EXPECT_EQ(stat(file.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & (S_IWGRP | S_IWOTH), 0U) << file;
+    }
 }
 
 TEST_F(PartReportTest, WithoutAPlaceOrACommandThePassStillEnds) {

@@ -104,28 +104,34 @@ TEST_F(PassTest, LogRecordsGoWhereTheirLevelSays) {
                         LogRecord(2, "E0809", "end") + LogRecord(1, "W2825", "warns %s%n%d") +
                         LogRecord(1, "I0399", "event only") + LogRecord(1, "00000", "trace ,, ") +
                         LogRecord(2, "00000", "no number") + LogRecord(2, "I0400", a106 + "bbb") +
+                        LogRecord(1, "W\nEVI", "\x1b[5mone\b\tline\x7f \xc3\xa4\v") +
                         LogRecord(3, "E3820", "wrong level") + StatusRecord(1));
     Pass();
-    EXPECT_EQ(Join(pipe.Lines()), "E3820:to, both\nW2825:warns %s%n%d\nI0399:event only\n");
+    const std::string clean = "[5mone\tline \xc3\xa4\n";
+    EXPECT_EQ(Join(pipe.Lines()),
+              "E3820:to, both\nW2825:warns %s%n%d\nI0399:event only\nWEVI:" + clean);
     EXPECT_EQ(agent_.Read("log/pat_sys.log"),
               "I0807: begin\nE3820: to, both\nE0809:ZQWNkvx end\nW2825: warns %s%n%d\n"
               "no number\nI0400: " +
-                  a106 + "\n");
+                  a106 + "\nWEVI: " + clean);
     const std::string line = agent_.Read("log/pat_trc0.log");
     EXPECT_EQ(line.substr(line.find(',') + 1), Pad(kStamp, 25) + "," + Pad("/dev/sda", 20) +
                                                    ",L1000," + Pad("hddtest", 16) + ",trace\n");
     EXPECT_EQ(Count("[check_testdata_log] External Interface Error. data= message output"), 1U);
-    EXPECT_EQ(Count("[check_testdata_log] End."), 8U);
+    EXPECT_EQ(Count("[check_testdata_log] End."), 9U);
 }
 
 TEST_F(PassTest, AResultTextIsLoggedWholeWithoutCarriageReturns) {
     const std::string line(3000, 'r');
     Plan("ON", "OFF", {});
-    Stub("cputest", StatusRecord(1, 2, "one\r\ntwo %s\r\n" + line));
+    Stub("cputest", StatusRecord(1, 2, "one\r\ntwo %s\r\nERROR   :\x1b[5mE1\tx\b\x7f\n" + line));
     Pass();
     const std::string log = agent_.Read("log/pat_trc0.log");
     EXPECT_NE(log.find("L1000,"), std::string::npos);
-    EXPECT_NE(log.find(",one\ntwo %s\n" + line + "\n"), std::string::npos) << log;
+    EXPECT_NE(log.find(",one\ntwo %s\nERROR   :\x1b[5mE1\tx\b\x7f\n" + line + "\n"),
+              std::string::npos)
+        << log;
+    ExpectHistory({"OK      cputest CPU [1s][5mE1\tx"});
 }
 
 TEST_F(PassTest, ProgressSetsTheRunTimeThatTheHistoryShows) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -286,6 +287,38 @@ TEST_P(FaultTest, AFailedCallEndsTheRunInOrderAndKeepsTheFiles) {
 
 INSTANTIATE_TEST_SUITE_P(Modes, FaultTest, ::testing::ValuesIn(kModes),
                          [](const auto& tested) { return tested.param.name; });
+
+using PlantedTest = PassTest;
+
+// Others may write to the directory of the reports: what the run has just removed stands again.
+TEST_F(PlantedTest, APartReportIsWrittenToAFileOfItsOwnAlone) {
+    agent_.Script("parts", "cmp $2 $2.bak && cp $2 $KVX_data/report");
+    agent_.Write("data/other", "kept");
+    for (const char* file : {"temp/parts_pt_cpu", "temp/parts_pt_cpu.bak"}) {
+        for (const bool link : {true, false}) {
+            SCOPED_TRACE(std::string(file) + (link ? " is a link" : " is a pipe"));
+            const std::string path = agent_.Path(file);
+            agent_.Remove("data/report");
+            Plan("ON", "OFF", {});
+            Stub("cputest", StatusRecord(4));
+            EXPECT_EQ(link ? symlink(agent_.Path("data/other").c_str(), path.c_str())
+                           : mkfifo(path.c_str(), 0600),
+                      0);
+            Launch launch;
+            launch.deadline = std::chrono::seconds(20);
+            launch.in_child = LetFollow;
+            launch.env["ASAN_OPTIONS"] = *agent_.Environment()["ASAN_OPTIONS"] + ":detect_leaks=0";
+            Process& process = Begin(launch);
+            const Strike strike = {std::string("unlink ") + file, 1, ENOENT};
+            if (Follow(process.pid(), agent_.Path(), strike).empty())
+                GTEST_SKIP() << kNobodyFollows;
+            EXPECT_EQ(process.Wait().status, 0);
+            EXPECT_EQ(agent_.Read("data/other"), "kept");
+            EXPECT_NE(agent_.Read("data/report").find("\nOPERATION=E3890\n"), std::string::npos);
+            EXPECT_FALSE(std::filesystem::is_symlink(path) || agent_.Exists(file));
+        }
+    }
+}
 
 TEST(FailedCallTest, TellsWhatFailed) {
     // The mode, the call, its turn and its errno, the exit status, and what must be told.

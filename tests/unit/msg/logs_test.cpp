@@ -78,6 +78,8 @@ TEST_F(LogTest, TheSecondTraceTakesOverUntilItsEnd) {
     EXPECT_EQ(inttrace(2), 2);
     unsetenv("KVX_log");
     EXPECT_EQ(inttrace(1), 0);
+    setenv("KVX_log", "", 1);
+    EXPECT_EQ(inttrace(1), 0);
     Ptltrprintf("first\n");
     setenv("KVX_log", agent_.Path("log").c_str(), 1);
     EXPECT_EQ(inttrace(0), 0);

@@ -60,16 +60,36 @@ M|<"DIMM_summary"^phypath="@@">|@vvvvvvvvvvvvvvvvvvvvv)";
     }
     agent_.Remove("data/devconf_cur.xml");
     EXPECT_STREQ(get_phypath(kPathOfCpu, nullptr), "no data");
+    setenv("KVX_data", "", 1);
+    Text<40> number;
+    EXPECT_EQ(find_partition_num(&number), -1);
+    EXPECT_NE(TakeLog().find("warning getenv ret=NULL"), kNone) << "empty is as good as unset";
 }
 
-TEST_F(StateTest, ProgressTouchesItsEndsOnlyWhereItIsThere) {
-    const uint64_t most = ~uint64_t{0}, word = 0xffffffff;
-    const std::tuple<uint64_t, uint64_t, int32_t> cases[] = {
-        {0, 100, 0},    {1, most, 1},      {50, 100, 50},        {999, 1000, 99}, {100, 100, 100},
-        {101, 100, 99}, {most, most, 100}, {word - 1, word, 99}, {2, 3, 66},      {0, 0, 0},
+TEST_F(StateTest, ProgressIsExactAndTouchesItsEndsOnlyWhereItIsThere) {
+    constexpr uint64_t kMost = ~uint64_t{0}, kWord = 0xffffffff;
+    // Next, maximum, and what start, event and history show. The event takes single precision.
+    const std::tuple<uint64_t, uint64_t, int32_t, int32_t, int32_t> cases[] = {
+        {0, 100, 0, 0, 0},
+        {0, 0, 0, 0, 0},
+        {1, 0, 1, 0, 1},
+        {1, kMost, 1, 1, 1},
+        {999, 1000, 99, 99, 99},
+        {100, 100, 100, 100, 100},
+        {251, 100, 251, 99, 99},
+        {kMost, kMost, 100, 100, 100},
+        {kMost, 1, INT32_MAX, 99, 99},
+        {kWord - 1, kWord, 99, 99, 99},
+        {kMost - 1, kMost, 99, 99, 99},
+        {kMost / 2, kMost, 49, 50, 49},
+        {2, 3, 66, 66, 66},
+        {17783849, 1 << 25, 53, 52, 53},
     };
-    for (const auto& [next, maximum, percent] : cases) {
-        EXPECT_EQ(ProgressPercent(next, maximum), percent) << next << " of " << maximum;
+    for (const auto& [next, maximum, start, event, history] : cases) {
+        SCOPED_TRACE(std::to_string(next) + " of " + std::to_string(maximum));
+        EXPECT_EQ(StartPercent(next, maximum), start);
+        EXPECT_EQ(EndPercent(next, maximum), event);
+        EXPECT_EQ(ProgressPercent(next, maximum), history);
     }
 }
 
