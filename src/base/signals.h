@@ -55,8 +55,8 @@ class SignalWatch {
 
 // Waits until `fd` can be read or its other end is closed. Returns 0, or -1 with errno set: EINTR
 // when a signal was noted while there was nothing to read. Signals are let in even where there is
-// something to read, so that a stream that never pauses keeps none out; those, and earlier ones, end
-// nothing.
+// something to read, so that a stream that never pauses keeps none out; those, and earlier ones,
+// end nothing.
 int WaitReadable(int fd);
 
 // Waits until `fd` can be written to or its reader is gone. Returns 0, or -1 with errno set: EINTR

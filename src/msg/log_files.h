@@ -32,8 +32,9 @@ struct LogLine {
 int ptl_output_logfile(const char* stream, const LogLine& line);
 
 // Writes `buffer` to the newest file of `stream`, rotating before that where needed, and empties
-// it. Returns 0, or -1 when a file operation failed: a file that cannot be opened or moved leaves the
-// buffer as it was, one that cannot be written to empties it, and is told to the agent once a run.
+// it. Returns 0, or -1 when a file operation failed: a file that cannot be opened or moved leaves
+// the buffer as it was, one that cannot be written to empties it, and is told to the agent once a
+// run.
 int ptl_flush_buff(const char* stream, LogBuffer* buffer);
 
 // Flushes the three streams, log first.

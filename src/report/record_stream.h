@@ -45,7 +45,6 @@ class RecordReader {
     const char* body() const { return body_.get(); }
     size_t size() const { return size_; }
 
-
  private:
     bool Grow(size_t size);
 

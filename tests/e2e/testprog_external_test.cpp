@@ -136,6 +136,7 @@ TEST_F(ExternalTestTest, ALineInTheSettingsChoosesACommand) {
     Settings(
         "[TEST]\ncommand=sh -c \"echo bad {device} {lba}; exit {code}\"\ncode=1\nng=1\n"
         "[/dev/sda]\ncode=0\n");
+    agent_.Remove(kSchedule);
     EXPECT_EQ(agent_.Run({"reload"}).status, 0);
     agent_.SetKey("HDD_SCHEDULE 0", "address", "0x0000000000000123");
     Forget();

@@ -228,14 +228,15 @@ Strings AgentDir::Log(const std::string& file) const {
 }
 
 Env AgentDir::Environment() const {
-    Env env = {{"KVX_PIPE", Path("event_pipe")},
-               {"LD_PRELOAD", SYSTEM_LOG_LIBRARY},
-               {"SYSTEM_LOG", Path("system_log")},
-               // The test programs shall not tell of what befalls the machine that the tests run on.
-               {"TESTPROG_ROOT", Path("system")},
-               {"PATH", "/usr/bin:/bin"},
-               {"LC_ALL", "C"},
-               {"TZ", "UTC0"}};
+    Env env = {
+        {"KVX_PIPE", Path("event_pipe")},
+        {"LD_PRELOAD", SYSTEM_LOG_LIBRARY},
+        {"SYSTEM_LOG", Path("system_log")},
+        // The test programs shall not tell of what befalls the machine that the tests run on.
+        {"TESTPROG_ROOT", Path("system")},
+        {"PATH", "/usr/bin:/bin"},
+        {"LC_ALL", "C"},
+        {"TZ", "UTC0"}};
     for (const std::string dir : kDirectories) env["KVX_" + dir] = Path(dir);
     // A sanitizer's report must not look like one of the program's own exit statuses.
     for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
