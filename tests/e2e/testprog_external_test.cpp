@@ -128,7 +128,7 @@ TEST_F(ExternalTestTest, ACommandTellsItsProgressAndIsStoppedInOrder) {
 }
 
 TEST_F(ExternalTestTest, ALineInTheSettingsChoosesACommand) {
-    agent_.Write("data/devconf_new.xml", DeviceXml({Disk()}));
+    agent_.Write("data/devconf_new.xml", DeviceXml(NumberedDisks(1)));
     agent_.Write("data/pat_new_para.ini", "[CPUDIAG_PARAM]\n[HDDDIAG_PARAM]\n");
     agent_.Write("data/pat_env0.ini",
                  "[CPUDIAG_EXE]\nON\n[CPUDIAG_TEST]\next:it\n[MEMDIAG_EXE]\nOFF\n"
