@@ -93,12 +93,14 @@ Text<128> FormatDetail(const PadiagDetail& detail) {
 std::optional<PadiagDetail> ParseDetail(const std::string& rest) {
     PadiagDetail detail;
     int end = 0;
+    // NOLINTBEGIN(cert-err34-c): a number of nine digits always fits, and `end` tells of success
     std::sscanf(rest.c_str(), " pass=%9d%n", &detail.passes, &end);
     if (end == 0) {
         detail.has_progress = true;
         std::sscanf(rest.c_str(), " %9d[%%] -> %9d[%%](pass=%9d)%n", &detail.progress_before,
                     &detail.progress_after, &detail.passes, &end);
     }
+    // NOLINTEND(cert-err34-c)
     if (end == 0) return std::nullopt;
     const auto from = static_cast<size_t>(end) + 1;
     if (rest.size() > from) detail.message = rest.substr(from);
