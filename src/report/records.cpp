@@ -23,7 +23,6 @@ constexpr size_t kBusTypeAt = 18;
 constexpr size_t kSerialNumberAt = 23;
 constexpr size_t kFirmwareAt = 40;
 
-constexpr size_t kLogStampSize = 26;
 constexpr size_t kMaxLogText = 106;
 
 void DebugNumber(const char* name, uint32_t number) {

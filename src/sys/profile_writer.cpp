@@ -55,8 +55,8 @@ void ProfileWriter::Write(const char* section, const char* key, const char* valu
 }
 
 bool ProfileWriter::Save() {
-    if (writes_ == 0) return true;
-    if (!Loaded()) return false;
+    if (!Loaded()) return writes_ == 0;
+    if (!pending_.has_value()) return true;
     const std::string before = Join();
     Apply(*pending_);
     pending_.reset();
