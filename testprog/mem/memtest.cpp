@@ -140,12 +140,12 @@ class MemoryTest {
             run_.Note(Format("%llu KiB are tested, a quarter of the memory that is left",
                              static_cast<unsigned long long>(limit_ >> 10)));
         }
-        Area area(std::min(size, limit_), -1, [this] { return run_.Stop(); });
-        if (area.size() < kSmallestSize && !run_.Stop()) return NothingLocked(area);
-        NoteUnlocked(area);
-        return run_.Rounds([this, &area] {
+        held_.tested.push_back(MakeArea(std::min(size, limit_), -1));
+        Area* area = held_.tested.back().get();
+        if (area->size() < kSmallestSize && !run_.Stop()) return NothingLocked();
+        return run_.Rounds([this, area] {
             uint64_t done = 0;
-            return TestArea(&area, [&] { run_.SetDone(++done, steps_.size()); });
+            return TestArea(area, [&] { run_.SetDone(++done, steps_.size()); });
         });
     }
 
@@ -158,45 +158,66 @@ class MemoryTest {
         return outcome;
     }
 
-    // Tests piece after piece until the time is over, but one at least. Those of frames that have
-    // been tested are held in the first half of the time, so that others come; they are tested
-    // again when no more may be taken.
-    Outcome Round(testprog::FrameMap* map) {
-        const std::vector<int> nodes = testprog::MemoryNodes();
-        const uint64_t size = std::min(limit_, PieceSize());
-        uint64_t taken = 0;
+    // Memory that is held. Nothing is given back within a round, so that other frames come, and at
+    // the end the closing record comes first: giving back takes its time.
+    struct Held {
+        uint64_t taken = 0;  // bytes
         std::vector<std::unique_ptr<Area>> tested;
-        std::vector<std::unique_ptr<Area>> known;
+        std::vector<std::unique_ptr<Area>> known;  // of frames that earlier runs have tested
+    };
+
+    // Tests piece after piece until the time is over, but one at least.
+    Outcome Round(testprog::FrameMap* map) {
+        held_ = Held();
         start_ = testprog::Now();
-        while ((tested.empty() || Spent() < 1) && !run_.Stop()) {
-            std::unique_ptr<Area> area;
-            if (taken + size <= limit_) {
-                taken += size;
-                const int node = nodes.empty() ? -1 : nodes[turn_++ % nodes.size()];
-                area = std::make_unique<Area>(size, node, [this] { return run_.Stop(); });
-                NoteUnlocked(*area);
-                if (area->size() < kSmallestSize) {
-                    if (tested.empty() && known.empty()) return NothingLocked(*area);
-                    taken = limit_;
-                    continue;
-                }
-                if (2 * map->CountTested(area->frames()) > area->frames().size() &&
-                    Spent() < kTimeToLook) {
-                    known.push_back(std::move(area));
-                    continue;
-                }
-            } else if (!known.empty()) {
-                std::swap(known[turn_++ % known.size()], known.back());
-                area = std::move(known.back());
-                known.pop_back();
-            } else {
-                break;
-            }
-            Outcome outcome = TestPiece(area.get(), map);
+        while ((held_.tested.empty() || Spent() < 1) && !run_.Stop()) {
+            std::unique_ptr<Area> area = NextPiece(*map);
+            if (!area) break;
+            held_.tested.push_back(std::move(area));
+            Outcome outcome = TestPiece(held_.tested.back().get(), map);
             if (outcome.code != EndCode::kOk) return outcome;
-            tested.push_back(std::move(area));
         }
-        return {};
+        return held_.tested.empty() && !run_.Stop() ? NothingLocked() : Outcome{};
+    }
+
+    // Looks for frames that are not known in the first part of the time; takes what comes later,
+    // and what is known when no more may be taken. Returns nullptr when nothing is left.
+    std::unique_ptr<Area> NextPiece(const testprog::FrameMap& map) {
+        const uint64_t size = std::min(limit_, PieceSize());
+        while (held_.taken + size <= limit_ && !run_.Stop()) {
+            held_.taken += size;
+            auto area = MakeArea(size, NextNode());
+            if (area->size() < kSmallestSize) break;
+            const bool known = 2 * map.CountTested(area->frames()) > area->frames().size();
+            if (!known || Spent() >= kTimeToLook) return area;
+            held_.known.push_back(std::move(area));
+        }
+        held_.taken = limit_;
+        if (held_.known.empty()) return nullptr;
+        std::swap(held_.known[turn_++ % held_.known.size()], held_.known.back());
+        std::unique_ptr<Area> area = std::move(held_.known.back());
+        held_.known.pop_back();
+        return area;
+    }
+
+    int NextNode() {
+        static const std::vector<int> nodes = testprog::MemoryNodes();
+        return nodes.empty() ? -1 : nodes[turn_++ % nodes.size()];
+    }
+
+    // Notes once that an area is smaller than it should be.
+    std::unique_ptr<Area> MakeArea(uint64_t size, int node) {
+        auto area = std::make_unique<Area>(size, node, [this] { return run_.Stop(); });
+        if (!area->complaint().empty() && unlocked_.empty()) {
+            unlocked_ = area->complaint();
+            run_.Note(Format("only the %zu bytes of an area that could be locked are tested: %s",
+                             area->size(), unlocked_.c_str()));
+        }
+        return area;
+    }
+
+    Outcome NothingLocked() const {
+        return {EndCode::kSkip, "no memory could be locked: " + unlocked_};
     }
 
     static uint64_t PieceSize() {
@@ -268,24 +289,14 @@ class MemoryTest {
         return {EndCode::kNg, text};
     }
 
-    void NoteUnlocked(const Area& area) {
-        if (area.complaint().empty() || unlocked_) return;
-        unlocked_ = true;
-        run_.Note(Format("only the %zu bytes of an area that could be locked are tested: %s",
-                         area.size(), area.complaint().c_str()));
-    }
-
-    static Outcome NothingLocked(const Area& area) {
-        return {EndCode::kSkip, "no memory could be locked: " + area.complaint()};
-    }
-
     const Options& options_;
     testprog::Run& run_;
     uint64_t limit_ = 0;  // bytes that may be taken
     std::vector<Step> steps_;
+    Held held_;
     uint64_t turn_ = run_.Seed();  // of the nodes, and of pieces that are tested again
     double start_ = 0;             // of the round, later by its pauses
-    bool unlocked_ = false;
+    std::string unlocked_;         // why an area could not be locked whole
     bool unsaved_ = false;
 };
 
@@ -308,6 +319,6 @@ int main(int argc, char** argv) {
                      }});
     const std::string complaint = testprog::ParseOptions(argc, argv, table);
     testprog::Run run("memtest", "Memory diagnosis", options.common);
-    return run.Finish(complaint.empty() ? MemoryTest(options, run).Test()
-                                        : Outcome{EndCode::kSkip, complaint});
+    MemoryTest test(options, run);
+    return run.Finish(complaint.empty() ? test.Test() : Outcome{EndCode::kSkip, complaint});
 }
