@@ -19,22 +19,21 @@ constexpr double kStepUp = 1.002;
 
 }  // namespace
 
-bool Pace::Hindered(double seconds, uint64_t blocks) {
-    const double now = seconds / static_cast<double>(std::max<uint64_t>(blocks, 1));
-    if (best_ == 0) best_ = now;
-    const bool hindered = now > kMuchSlower * best_;
-    best_ *= now < best_ ? kStepDown : kStepUp;
-    return hindered;
-}
-
 double Pace::RestAfter(double seconds, uint64_t blocks, bool others_busy) {
+    const auto length = static_cast<double>(std::max<uint64_t>(blocks, 1));
+    const double now = seconds / length;
+    if (best_ == 0) best_ = now;
+    const bool hindered = alike_ && now > kMuchSlower * best_;
+    best_ *= now < best_ ? kStepDown : kStepUp;
     const auto note = [](double* share, bool seen) {
         *share += kWeight * ((seen ? 1 : 0) - *share);
     };
     note(&busy_, others_busy);
-    note(&hindered_, alike_ && Hindered(seconds, blocks));
+    note(&hindered_, hindered);
     const double share = std::max(busy_, hindered_ > kMostly ? hindered_ : 0);
-    return std::clamp(seconds * (kShareOfTime * share - 1), 0.0, kLongestRest);
+    // What the disk itself needs for the read is what the others have to wait for.
+    const double needed = std::min(seconds, best_ * length);
+    return std::clamp(needed * (kShareOfTime * share - 1), 0.0, kLongestRest);
 }
 
 }  // namespace testprog

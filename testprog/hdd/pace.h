@@ -22,8 +22,6 @@ class Pace {
     double RestAfter(double seconds, uint64_t blocks, bool others_busy);
 
  private:
-    bool Hindered(double seconds, uint64_t blocks);
-
     const bool alike_;
     double best_ = 0;  // seconds a block
     // How often, of the last reads, others were busy and the read itself took much longer.

@@ -283,11 +283,13 @@ TEST_F(TestProgramTest, HolesInADiskAreFoundAtTheirAddresses) {
 TEST_F(TestProgramTest, AReadThatTakesLongerThanASecondIsNoted) {
     Image("sdh", uint64_t{1} << 40);
     const auto process = StartProgram("hddtest", "-dev /dev/sdh -lv 3");
+    const std::string state = "/proc/" + std::to_string(process->pid()) + "/stat";
     EXPECT_TRUE(Eventually([&] {  // the program spends nearly all of its time in reads
-        process->Signal(SIGSTOP);
+        process->Signal(SIGSTOP);  // which waits until the program gets a processor
+        Eventually([&] { return ReadFile(state).find(") T ") != std::string::npos; });
         std::this_thread::sleep_for(std::chrono::milliseconds(1100));
         process->Signal(SIGCONT);
-        return agent_.Read("log/hddtest_sdh.0.log").find(" slow read: 1.") != std::string::npos;
+        return agent_.Read("log/hddtest_sdh.0.log").find(" slow read: ") != std::string::npos;
     }));
     process->Signal(SIGINT);
     EXPECT_EQ(Listen(*process).status().substr(0, 10), "0x02,0x02,");
