@@ -101,7 +101,7 @@ class SectorTest {
     }
 
     // How the test ended: a run that was stopped does not hide the bad blocks that it has met.
-    Outcome Verdict(Outcome outcome) const {
+    Outcome Verdict(const Outcome& outcome) const {
         return bad_.empty() || outcome.code == EndCode::kNg ? outcome : Failure();
     }
 

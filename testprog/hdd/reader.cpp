@@ -43,7 +43,7 @@ ReadResult Reader::ReadPiece(uint64_t first, uint64_t count) {
     using End = ReadResult::End;
     const bool busy = disk_.OthersBusy();
     const double start = Now() - Waited();
-    const ReadResult read = disk_.Read(first, count, retries_, [this] { return run_.Stop(); });
+    ReadResult read = disk_.Read(first, count, retries_, [this] { return run_.Stop(); });
     const double seconds = Now() - Waited() - start;
     if (read.end == End::kAgain) {
         run_.Note(Format("read again with success at block 0x%08llx: %s",
