@@ -46,13 +46,56 @@ bool Add(Counters* counters, Kind kind, const std::string& part, const char* wha
 constexpr char kCorrectedMemory[] = "corrected memory errors";
 constexpr char kUncorrectedMemory[] = "uncorrected memory errors";
 
-void AddModule(Counters* counters, const fs::path& module) {
-    const std::string label = ReadAttribute(module / "dimm_label");
+// "DIMM_A1 (mc0/dimm0)", the label being what the file says.
+std::string ModuleName(const fs::path& module, const fs::path& label_file) {
+    const std::string label = ReadAttribute(label_file);
     const std::string place =
         module.parent_path().filename().string() + "/" + module.filename().string();
-    const std::string part = label.empty() ? place : label + " (" + place + ")";
+    return label.empty() ? place : label + " (" + place + ")";
+}
+
+void AddModule(Counters* counters, const fs::path& module) {
+    const std::string part = ModuleName(module, module / "dimm_label");
     Add(counters, Kind::kCorrected, part, kCorrectedMemory, module / "dimm_ce_count");
     Add(counters, Kind::kUncorrected, part, kUncorrectedMemory, module / "dimm_ue_count");
+}
+
+// Older kernels count by rows of chips: what was corrected by channel, of which each is a module.
+void AddRow(Counters* counters, const fs::path& row) {
+    for (const fs::path& count : Numbered(row, "ch")) {
+        const std::string name = count.filename();
+        const size_t channel = name.find("_ce_count");
+        if (channel == std::string::npos) continue;
+        const std::string label = name.substr(0, channel) + "_dimm_label";
+        Add(counters, Kind::kCorrected, ModuleName(row, row / label), kCorrectedMemory, count);
+    }
+    Add(counters, Kind::kUncorrected, ModuleName(row, row / "ch0_dimm_label"), kUncorrectedMemory,
+        row / "ue_count");
+}
+
+uint64_t Sum(const Counters& counters, Kind kind) {
+    uint64_t sum = 0;
+    for (const Counter& counter : counters) sum += counter.kind == kind ? counter.value : 0;
+    return sum;
+}
+
+// The modules of one memory controller and, as its own, the errors that it counts beyond theirs.
+Counters ControllerCounters(const fs::path& controller) {
+    // Read before those of the modules, so that an error that comes meanwhile is none of its own.
+    Counters all;
+    const std::string part = "memory controller " + controller.filename().string();
+    Add(&all, Kind::kCorrected, part, kCorrectedMemory, controller / "ce_count");
+    Add(&all, Kind::kUncorrected, part, kUncorrectedMemory, controller / "ue_count");
+    Counters modules;
+    for (const char* kind : {"dimm", "rank"}) {
+        for (const fs::path& module : Numbered(controller, kind)) AddModule(&modules, module);
+    }
+    if (modules.empty()) {
+        for (const fs::path& row : Numbered(controller, "csrow")) AddRow(&modules, row);
+    }
+    for (Counter& own : all) own.value -= std::min(own.value, Sum(modules, own.kind));
+    modules.insert(modules.end(), all.begin(), all.end());
+    return modules;
 }
 
 // One line of /proc/interrupts and what it counts.
@@ -103,17 +146,8 @@ std::optional<uint64_t> Total(const fs::path& file) {
 Counters MemoryCounters(const std::string& root) {
     Counters counters;
     for (const fs::path& controller : Numbered(root + "/sys/devices/system/edac/mc", "mc")) {
-        const size_t before = counters.size();
-        for (const char* kind : {"dimm", "rank"}) {
-            for (const fs::path& module : Numbered(controller, kind)) AddModule(&counters, module);
-        }
-        // Where no module has counts of its own, those of the controller hold all errors.
-        const bool all = counters.size() == before;
-        const std::string part = "memory controller " + controller.filename().string();
-        Add(&counters, Kind::kCorrected, part, kCorrectedMemory,
-            controller / (all ? "ce_count" : "ce_noinfo_count"));
-        Add(&counters, Kind::kUncorrected, part, kUncorrectedMemory,
-            controller / (all ? "ue_count" : "ue_noinfo_count"));
+        const Counters more = ControllerCounters(controller);
+        counters.insert(counters.end(), more.begin(), more.end());
     }
     return counters;
 }

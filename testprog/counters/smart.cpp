@@ -1,9 +1,9 @@
 // What a disk says of itself.
 
 #include <map>
-#include <sstream>
 
 #include "counters/counters.h"
+#include "counters/json.h"
 #include "lib/options.h"
 
 namespace testprog {
@@ -12,24 +12,7 @@ namespace {
 
 using Kind = Counter::Kind;
 
-// The output's assignments, as "smart_status.passed" and "true"; texts without their quotes.
 using Values = std::map<std::string, std::string>;
-
-Values Assignments(const std::string& output) {
-    constexpr std::string_view kStart = "json.", kMiddle = " = ", kEnd = ";";
-    Values values;
-    std::istringstream lines(output);
-    for (std::string line; std::getline(lines, line);) {
-        const size_t middle = line.find(kMiddle);
-        if (line.rfind(kStart, 0) != 0 || middle == std::string::npos) continue;
-        const std::string name = line.substr(kStart.size(), middle - kStart.size());
-        std::string value = line.substr(middle + kMiddle.size());
-        if (value.size() >= kEnd.size() && value.back() == kEnd[0]) value.pop_back();
-        if (value.size() > 1 && value.front() == '"') value = value.substr(1, value.size() - 2);
-        values[name] = value;
-    }
-    return values;
-}
 
 struct Named {
     const char* name;
@@ -77,7 +60,7 @@ std::string PartName(const std::string& device, const Values& values) {
 }  // namespace
 
 Counters SmartCounters(const std::string& device, const std::string& output) {
-    const Values values = Assignments(output);
+    const Values values = FlattenJson(output);
     const std::string part = PartName(device, values);
     Counters counters;
     const auto add = [&](const Named& named, const std::string& text) {

@@ -14,22 +14,39 @@ namespace testprog {
 namespace {
 
 constexpr double kSmartSeconds = 20;
+constexpr double kSoon = 1;
+constexpr double kLook = 0.2;
 constexpr size_t kMaxOutput = size_t{1} << 20;
 constexpr size_t kMostParts = 4;
 
-// What a disk says of itself; nothing where it cannot be asked.
-Counters AskDisk(const std::string& root, const std::string& device) {
-    const std::string smartctl = root + "/usr/sbin/smartctl";
-    Command command;
-    if (access(smartctl.c_str(), X_OK) != 0 ||
-        !command.Start({smartctl, "--json=g", "-i", "-H", "-A", "-l", "error", device}).empty()) {
+// Where the program is; a name to be looked for in PATH, if anywhere, on the machine itself.
+std::string FindSmartctl(const std::string& root) {
+    for (const char* directory : {"/usr/sbin/", "/usr/local/sbin/", "/usr/bin/", "/sbin/"}) {
+        const std::string file = root + directory + "smartctl";
+        if (access(file.c_str(), X_OK) == 0) return file;
+    }
+    return root.empty() ? "smartctl" : "";
+}
+
+// What a disk says of itself; nothing where it cannot be asked, or does not answer in time: soon
+// once the run is cancelled.
+Counters AskDisk(const std::string& root, const std::string& device, Run* run) {
+    const std::string smartctl = FindSmartctl(root);
+    Command command(kMaxOutput);
+    if (smartctl.empty() ||
+        !command.Start({smartctl, "--json", "-i", "-H", "-A", "-l", "error", device}).empty()) {
         return {};
     }
     std::string output;
-    const bool lasts = command.Listen(kSmartSeconds, [&output](const std::string& line) {
+    const auto take = [&output](const std::string& line) {
         if (output.size() < kMaxOutput) output += line + "\n";
-    });
-    return lasts ? Counters() : SmartCounters(device, output);
+    };
+    double limit = Now() + kSmartSeconds;
+    while (command.Listen(kLook, take)) {
+        if (run->Cancelled()) limit = std::min(limit, Now() + kSoon);
+        if (Now() > limit) return {};
+    }
+    return SmartCounters(device, output);
 }
 
 void Append(Counters* counters, const Counters& more) {
@@ -43,7 +60,8 @@ struct Reading {
 
 // `late`: the disk is asked behind the kernel, before the test ahead of it, so that commands that
 // it does not know are no errors of the test.
-Reading Read(Watched watched, const std::string& root, const std::string& device, bool late) {
+Reading Read(Watched watched, const std::string& root, const std::string& device, bool late,
+             Run* run) {
     switch (watched) {
         case Watched::kProcessors:
             return {ProcessorCounters(root), MemoryCounters(root)};
@@ -53,9 +71,9 @@ Reading Read(Watched watched, const std::string& root, const std::string& device
             break;
     }
     Counters own;
-    if (!late) own = AskDisk(root, device);
+    if (!late) own = AskDisk(root, device, run);
     Append(&own, DiskCounters(root, device));
-    if (late) Append(&own, AskDisk(root, device));
+    if (late) Append(&own, AskDisk(root, device, run));
     return {own, {}};
 }
 
@@ -93,9 +111,9 @@ std::vector<Remark> Differences(const Counters& before, const Counters& after) {
 
 void Watch(Watched watched, const std::string& device, Run* run) {
     const std::string root = Environment("TESTPROG_ROOT");
-    const Reading before = Read(watched, root, device, false);
-    run->AtEnd([watched, root, device, before] {
-        const Reading after = Read(watched, root, device, true);
+    const Reading before = Read(watched, root, device, false, run);
+    run->AtEnd([watched, root, device, before, run] {
+        const Reading after = Read(watched, root, device, true, run);
         std::vector<Remark> remarks = Differences(before.own, after.own);
         std::vector<Remark> others = Differences(before.foreign, after.foreign);
         if (watched == Watched::kProcessors && AnyFaulty(others)) MakeWarnings(&remarks);

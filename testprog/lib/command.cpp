@@ -18,7 +18,6 @@ namespace testprog {
 
 namespace {
 
-constexpr size_t kMaxLine = 1000;
 // More than a pipe holds: what comes after these is from another process.
 constexpr int kMostPieces = 64;
 constexpr int kMostDescriptors = 1024;
@@ -36,6 +35,7 @@ void CloseAtExec() {
 // Spawns with the pipe's write end as output; returns an error number.
 int Spawn(const std::vector<std::string>& words, int output, pid_t* pid) {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     posix_spawn_file_actions_t files;
@@ -106,7 +106,7 @@ void Command::Take(char c, const std::function<void(const std::string&)>& take) 
     } else if (c == '\n' || c == '\r') {
         if (!line_.empty()) take(line_);
         line_.clear();
-    } else if (static_cast<unsigned char>(c) > 31 && line_.size() < kMaxLine) {
+    } else if (static_cast<unsigned char>(c) > 31 && line_.size() < longest_line_) {
         line_ += c;
     }
 }
@@ -121,7 +121,8 @@ bool Command::ReadSome(const std::function<void(const std::string&)>& take) {
 
 bool Command::Listen(double seconds, const std::function<void(const std::string&)>& take) {
     const double limit = Now() + seconds;
-    for (double left = seconds; left >= 0; left = limit - Now()) {
+    double left = seconds;
+    while (left >= 0) {
         const bool ended = HasEnded();  // asked first: what it wrote is in the pipe by then
         pollfd output{output_.fd, POLLIN, 0};
         const int wait = ended ? 0 : std::min(kLookMilliseconds, static_cast<int>(left * 1000));
@@ -135,6 +136,7 @@ bool Command::Listen(double seconds, const std::function<void(const std::string&
             Take('\n', take);
             return false;
         }
+        left = limit - Now();
     }
     return true;
 }

@@ -20,7 +20,8 @@ struct CommandEnd {
 
 class Command {
  public:
-    Command() = default;
+    // Lines of the output are cut at so many characters.
+    explicit Command(size_t longest_line = 1000) : longest_line_(longest_line) {}
     // Kills what is left of a command that was started, all its processes together.
     ~Command();
     Command(const Command&) = delete;
@@ -33,9 +34,9 @@ class Command {
     std::string Start(const std::vector<std::string>& words);
 
     // Waits so many seconds at the most for output, and hands over each line that is whole: without
-    // its line end and control characters, backspaces applied, cut at 1,000 characters. A carriage
-    // return ends a line too. Returns true until the command has ended and what it wrote is read;
-    // processes that it left behind do not count.
+    // its line end and control characters, backspaces applied. A carriage return ends a line too.
+    // Returns true until the command has ended and what it wrote is read; processes that it left
+    // behind do not count.
     bool Listen(double seconds, const std::function<void(const std::string&)>& take);
 
     // Sends a signal to all processes of the command.
@@ -50,6 +51,7 @@ class Command {
     // Reads what is there now; false at the end of the output.
     bool ReadSome(const std::function<void(const std::string&)>& take);
 
+    const size_t longest_line_;
     pid_t pid_ = -1;
     Descriptor output_{-1};
     std::string line_;

@@ -137,12 +137,16 @@ void Run::AwaitCancel(double seconds) {
 
 bool Run::Stop() {
     if (stopped_) return true;
-    AwaitCancel(0);
-    const double now = Now();
-    if (now >= next_progress_) SendProgress();
-    const bool over = common_.runtime != 0 && now - start_ >= static_cast<double>(common_.runtime);
-    stopped_ = cancelled_ || over || unheard_;
+    const bool cancelled = Cancelled();
+    const auto limit = static_cast<double>(common_.runtime);
+    stopped_ = cancelled || unheard_ || (limit > 0 && Now() - start_ >= limit);
     return stopped_;
+}
+
+bool Run::Cancelled() {
+    AwaitCancel(0);
+    if (Now() >= next_progress_) SendProgress();
+    return cancelled_;
 }
 
 bool Run::Pause() {

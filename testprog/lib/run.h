@@ -76,6 +76,10 @@ class Run {
     // to come to its end: cancelled, out of time, or nobody listens any more.
     bool Stop();
 
+    // Whether the test was told to end, looked for at any time: for what may take long and is no
+    // step of the test.
+    bool Cancelled();
+
     // The pause that "-waitusec" and "-waitsec" ask for after a step; Stop() goes on meanwhile,
     // and its result is returned.
     bool Pause();

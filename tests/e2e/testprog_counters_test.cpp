@@ -16,11 +16,12 @@ struct Tally {
     int before, after;
 };
 
-// The assignments that "smartctl --json=g" prints, with the structures around them.
-std::string Smart(const std::string& values) {
-    return "json = {};\njson.smartctl = {};\njson.smartctl.exit_status = 0;\n"
-           "json.model_name = \"DRIVE 4000\";\njson.serial_number = \"SN1\";\n" +
-           std::regex_replace(values, std::regex("(^|\n)(?=.)"), "$1json.");
+// What "smartctl --json" prints with these members.
+std::string Smart(const std::string& members) {
+    return "{\n  \"smartctl\": {\"argv\": [ \"smartctl\", \"-i\" ], \"exit_status\": 0, \"a\": "
+           "{}},\n"
+           "  \"model_name\": \"DRIVE \\\"4000\\\"\",\n  \"serial_number\": \"SN1\",\n" +
+           members + "}\n";
 }
 
 class TestProgramCountersTest : public TestProgramTest {
@@ -66,7 +67,12 @@ TEST_F(TestProgramCountersTest, NewErrorsAreNgWhereNothingCorrectedThem) {
     const Tally uncorrected{module + "dimm_ue_count", "#\n", 1, 3};
     const Tally corrected{module + "dimm_ce_count", "#\n", 5, 6};
     const Tally nowhere{"sys/devices/system/edac/mc/mc1/ue_count", "#\n", 0, 1};
-    const Tally anew{"sys/devices/system/edac/mc/mc0/ce_noinfo_count", "#\n", 9, 2};
+    // Of them, those of the module.
+    const Tally anew{"sys/devices/system/edac/mc/mc0/ce_count", "#\n", 14, 8};
+    const std::string row = "sys/devices/system/edac/mc/mc2/csrow3/";
+    Put(row + "ch1_dimm_label", "B2\n");
+    const Tally channel{row + "ch1_ce_count", "#\n", 0, 3},
+        row_error{row + "ue_count", "#\n", 4, 5};
     const Tally checks{"proc/interrupts",
                        "           CPU0       CPU2\n  1:   0   3   edge  keyboard\n"
                        "THR:   8   #   Threshold APIC interrupts\n"
@@ -92,6 +98,11 @@ TEST_F(TestProgramCountersTest, NewErrorsAreNgWhereNothingCorrectedThem) {
                    "memory controller mc0: new corrected memory errors: 2"}},
                  {"memtest",
                   mem,
+                  {channel, row_error},
+                  "mc2/csrow3: new uncorrected memory errors: 1",
+                  {"B2 (mc2/csrow3): new corrected memory errors: 3"}},
+                 {"memtest",
+                  mem,
                   {uncorrected, nowhere, checks},
                   module_error,
                   {"memory controller mc1: new uncorrected memory errors: 1", check, threshold}},
@@ -110,20 +121,16 @@ TEST_F(TestProgramCountersTest, NewErrorsAreNgWhereNothingCorrectedThem) {
 }
 
 TEST_F(TestProgramCountersTest, ADiskSaysWhatItKnowsOfItself) {
-    const std::string part = "/dev/sda (DRIVE 4000 SN1): ",
-                      attribute = "ata_smart_attributes.table[";
-    const std::string ata = "smart_status.passed = true;\n" + attribute + "0].id = 1;\n" +
-                            attribute + "0].raw.value = 7#;\n" + attribute + "1].id = 5;\n" +
-                            attribute + "1].raw.value = 1#;\n" + attribute + "2].id = 197;\n" +
-                            attribute + "2].name = \"Current_Pending_Sector\";\n" + attribute +
-                            "2].raw.value = #;\n";
-    const std::string nvme =
-        "nvme_smart_health_information_log.media_errors = #;\n"
-        "nvme_smart_health_information_log.num_err_log_entries = #;\n";
-    const std::string scsi =
-        "scsi_error_counter_log.read.errors_corrected_by_eccfast = #;\n"
-        "scsi_error_counter_log.read.total_uncorrected_errors = 0;\n"
-        "scsi_grown_defect_list = #;\n";
+    const std::string part = "/dev/sda (DRIVE \"4000\" SN1): ";
+    const std::string ata = R"("smart_status": {"passed": true},
+        "ata_smart_attributes": {"revision": 1, "table": [
+            {"id": 1, "raw": {"value": 7#, "string": "{]"}}, {"id": 5, "raw": {"value": 1#}},
+            {"id": 197, "name": "Current_Pending_Sector", "raw": {"value": #}}]})";
+    const std::string nvme = R"("nvme_smart_health_information_log":{"spare":100,"media_errors":#,
+        "num_err_log_entries":#})";
+    const std::string scsi = R"("scsi_error_counter_log": {"read": {
+        "errors_corrected_by_eccfast": #, "total_uncorrected_errors": 0}},
+        "scsi_grown_defect_list": #)";
     const std::string link = "sys/block/sda/device/device/aer_dev_fatal";
     const struct {
         std::vector<Tally> counts;
@@ -140,7 +147,7 @@ TEST_F(TestProgramCountersTest, ADiskSaysWhatItKnowsOfItself) {
         {{{kSmart, Smart(scsi), 0, 2}, {"sys/block/sda/device/ioerr_cnt", "0x#\n", 0, 1}},
          "",
          {"/dev/sda: new failed commands: 1", part + "new replaced blocks: 2"}},
-        {{{kSmart, Smart("smart_status.passed = false;\n"), 0, 0}},
+        {{{kSmart, Smart(R"("smart_status": {"passed": false})"), 0, 0}},
          part + "its SMART health is failing",
          {}},
         {{{kSmart, "no smartctl at all", 0, 0}, {link, "DLP 0\nTOTAL_ERR_FATAL #\n", 0, 1}},
@@ -152,6 +159,16 @@ TEST_F(TestProgramCountersTest, ADiskSaysWhatItKnowsOfItself) {
         EXPECT_EQ(said.error, c.error);
         EXPECT_EQ(said.Logged("W0808"), c.warnings);
     }
+}
+
+TEST_F(TestProgramCountersTest, ADiskThatDoesNotAnswerHoldsNoInterruptUp) {
+    Put("usr/sbin/smartctl", "#!/bin/sh\n: > $KVX_data/asked\nexec sleep 600\n");
+    const auto process = StartProgram("hddtest", "-dev /dev/sda");
+    EXPECT_TRUE(Eventually([&] { return agent_.Exists("data/asked"); }));
+    const auto begin = std::chrono::steady_clock::now();
+    process->Signal(SIGINT);
+    EXPECT_EQ(Listen(*process).status().substr(0, 10), "0x02,0x02,");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));
 }
 
 }  // namespace
