@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <ctime>
 
-#include "base/running_test.h"
+#include "base/running_tests.h"
 
 namespace patrol {
 

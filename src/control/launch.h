@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "base/running_test.h"
+#include "base/running_tests.h"
 #include "base/text.h"
 #include "control/command_line_builder.h"
 #include "state/schedule_file.h"

@@ -8,7 +8,7 @@
 #include "base/disk_table.h"
 #include "base/number.h"
 #include "base/paths.h"
-#include "base/running_test.h"
+#include "base/running_tests.h"
 #include "base/settings.h"
 #include "control/launch.h"
 #include "msg/trace.h"

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "base/running_test.h"
+#include "base/running_tests.h"
 
 namespace patrol {
 

@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "base/running_test.h"
+#include "base/running_tests.h"
 
 namespace patrol {
 

@@ -9,7 +9,7 @@
 #include "base/blocking.h"
 #include "base/disk_table.h"
 #include "base/file.h"
-#include "base/running_test.h"
+#include "base/running_tests.h"
 #include "base/settings.h"
 #include "base/signals.h"
 #include "control/padiag_launch.h"

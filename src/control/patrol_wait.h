@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "base/running_test.h"
+#include "base/running_tests.h"
 #include "report/records.h"
 
 namespace patrol {

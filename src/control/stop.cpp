@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "base/disk_table.h"
-#include "base/running_test.h"
+#include "base/running_tests.h"
 #include "base/settings.h"
 #include "base/signals.h"
 #include "control/launch.h"

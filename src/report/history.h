@@ -3,7 +3,7 @@
 #pragma once
 
 #include "base/paths.h"
-#include "base/running_test.h"
+#include "base/running_tests.h"
 #include "base/text.h"
 #include "state/history_line.h"
 

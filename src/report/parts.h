@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <ctime>
 
-#include "base/running_test.h"
+#include "base/running_tests.h"
 #include "base/text.h"
 #include "report/fault_record.h"
 

@@ -11,7 +11,7 @@
 #include <optional>
 #include <string>
 
-#include "base/running_test.h"
+#include "base/running_tests.h"
 #include "base/text.h"
 
 namespace patrol {

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "base/running_test.h"
+#include "base/running_tests.h"
 #include "base/text.h"
 #include "report/records.h"
 

@@ -13,7 +13,7 @@
 
 #include "base/file.h"
 #include "base/paths.h"
-#include "base/running_test.h"
+#include "base/running_tests.h"
 #include "msg/ptl_printf.h"
 
 namespace patrol {

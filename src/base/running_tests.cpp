@@ -1,4 +1,4 @@
-#include "base/running_test.h"
+#include "base/running_tests.h"
 
 namespace patrol {
 namespace {
