@@ -14,19 +14,6 @@ using namespace patrol_fuzz;
 
 namespace {
 
-// The configuration of three disks, /dev/sda with serial number SN-a and so on.
-std::string ThreeDisks() {
-    std::string configuration;
-    for (int i = 0; i < 3; ++i) {
-        const auto letter = static_cast<char>('a' + i);
-        configuration += std::string("<dev phypath=\"/S /dev/sd") + letter +
-                         "\">\n<attr \"type\">HDD</attr>\n<attr \"S/N\">SN-" + letter +
-                         "</attr>\n<attr \"vendor\">MAKER</attr>\n<attr \"model\">MODEL</attr>\n"
-                         "<attr \"status\">ok</attr>\n</dev>\n";
-    }
-    return configuration;
-}
-
 // Has a mode make its Schedule files, of which `path` is one.
 void Rebuild(uint8_t mode, const char* path) {
     const bool counted = ScheduleFile(path).DiskCount() >= 0 || mode == kModeReload;
@@ -53,7 +40,9 @@ void Pass() {
 
 FUZZ_TARGET(schedule) {
     const Agent& agent = Agent::Fresh();
-    agent.Write("data/devconf_new.xml", ThreeDisks());
+    agent.Write(
+        "data/devconf_new.xml",
+        patrol_test::DeviceXml({{"/dev/sda", "SN-0"}, {"/dev/sdb", "SN-1"}, {"/dev/sdc", "SN-2"}}));
     const std::string schedule = input.Text();
     for (const char* name : {"data/pat_new_sche.txt", "data/pat_sche2.txt"}) {
         agent.Write(name, schedule);

@@ -38,16 +38,12 @@ TEST_F(LogTest, CopiesThePartBetweenTwoMarks) {
         {"m1\nm2\nm3\n", "m", "m", 1, "m1\n"},
         {"x\n" + long_line + "\n", "l", nullptr, 3, long_line + "\n"}};
     for (const auto& [text, start, end, count, part] : cases) {
-        std::string source = text;
-        char* copy = nullptr;
-        size_t size = 0;
-        FILE* from = fmemopen(source.data(), source.size(), "r");
-        FILE* to = open_memstream(&copy, &size);
-        EXPECT_EQ(copy_part_of_file(to, from, start, end), count) << part;
-        fclose(from);
-        fclose(to);
-        EXPECT_EQ(copy, part);
-        free(copy);
+        agent_.Write("temp/from", text);
+        EXPECT_EQ(
+            copy_part_of_file(OpenForWriting(agent_.Path("temp/to").c_str()).get(),
+                              OpenForReading(agent_.Path("temp/from").c_str()).get(), start, end),
+            count);
+        EXPECT_EQ(agent_.Read("temp/to"), part);
     }
 }
 
