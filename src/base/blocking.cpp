@@ -3,6 +3,8 @@
 namespace patrol {
 namespace {
 
+// One routine is enough: profile writes are all that is ever put off. While there are none it is
+// null, and a wait costs nothing more than waiting.
 void (*before_blocking)() = nullptr;
 
 }  // namespace

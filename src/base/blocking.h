@@ -12,7 +12,7 @@ namespace patrol {
 // (null).
 void CallBeforeBlocking(void (*routine)());
 
-// Whether something has been put off.
+// Returns whether something has been put off.
 bool AnythingPutOff();
 
 // Does what was put off, if anything was. For BlockingCall.

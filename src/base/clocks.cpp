@@ -5,6 +5,9 @@
 namespace patrol {
 namespace {
 
+// When each clock was last looked at, in seconds since the epoch. The disks share one, so that a
+// disk which is waited for behind others gets only what has passed since the one before it: the
+// histories have always counted so.
 int32_t pass_sample = 0;
 int32_t cpu_sample = 0;
 int32_t mem_sample = 0;
@@ -17,10 +20,14 @@ void Start(int32_t* last) {
     *last = start_time;
 }
 
+// Adds up steps instead of taking the difference to the start: a wall clock that is set back cannot
+// take away what has been counted.
 int Sample(uint32_t* running, int32_t* last, int32_t limit) {
     const auto now = static_cast<int32_t>(clock_now());
     const int64_t step = int64_t{now} - *last;
     if (step > 0) *running += static_cast<uint32_t>(step);
+    // How much time has really passed nobody knows. A second each brings even a test to its limit
+    // whose clock is set back again and again.
     if (step < 0) *running += 1;
     if (static_cast<int32_t>(*running) > limit) return 1;
     *last = now;

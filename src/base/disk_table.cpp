@@ -16,6 +16,8 @@ bool AllocateDiskTable(int count) {
 }
 
 void FreeDiskTable() {
+    // The waits of a pass leave their pipes open until here. A wait that has closed its own file
+    // has left -1.
     for (int i = 0; i < hdd_exec_use; ++i) {
         if (hdd_exec_tbl[i].read_fd >= 0) close(hdd_exec_tbl[i].read_fd);
     }

@@ -47,6 +47,7 @@ Stream OpenNew(const char* path, mode_t mode) {
     if (stream != nullptr) {
         file.Release();
     } else if (file.ok()) {
+        // A file without a stream is of no use, and nobody else knows that it is there.
         unlink(path);
     }
     return Stream(stream);

@@ -28,12 +28,12 @@ Stream OpenForWriting(const char* path);
 // anything that stands at `path` already, be it a link that leads nowhere, is one (EEXIST).
 Stream OpenNew(const char* path, mode_t mode);
 
-// Whether a call on a file failed for a reason of the moment (no memory or descriptors left, a
-// device that does not answer), so that it says nothing about the file.
+// Returns whether a call on a file failed for a reason of the moment (no memory or descriptors
+// left, a device that does not answer), so that it says nothing about the file.
 bool IsPassing(int error);
 
-// Whether something stands at `path`. Where the system fails to tell, something does: what cannot
-// be looked at now is not to be made anew.
+// Returns whether something stands at `path`. Where the system fails to tell, something does: what
+// cannot be looked at now is not to be made anew.
 bool FileExists(const char* path);
 
 // Has the files that this process makes from now on writable for their owner alone.

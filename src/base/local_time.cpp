@@ -30,6 +30,7 @@ IsoTime ZonedTime(const std::tm& local, bool west, int minutes) {
 
 void date2iso8601(std::time_t time, IsoTime* text) {
     const int offset = get_timezone_offset();
+    // The number is positive west of UTC, where the sign in the text is a minus.
     *text = ZonedTime(LocalTime(time), offset > 0, std::abs(offset));
 }
 

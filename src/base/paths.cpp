@@ -26,6 +26,8 @@ Path hddt_path;  // disk table of the test side
 
 }  // namespace
 
+// The order counts: ptl_fseek finds an entry by its position, and opening stops at the first one
+// that fails.
 FileEntry f_cntl[] = {
     {kFileEnv, "", 0, nullptr},    {kFilePara, "", 0, nullptr},
     {kFileDev, "", 0, nullptr},    {kFileSche, "", 0, nullptr},

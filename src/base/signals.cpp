@@ -49,7 +49,7 @@ void LetPendingIn() {
     ppoll(nullptr, 0, &no_time, &mask);
 }
 
-// Whether a wait for `polled` would be over at once.
+// Returns whether a wait for `polled` would be over at once.
 bool Ready(pollfd* polled) { return poll(polled, 1, 0) > 0; }
 
 int Interrupted() {
@@ -75,12 +75,16 @@ int WaitFor(pollfd* polled, unsigned before) {
 }  // namespace
 
 void PrepareSignals() {
+    // Whoever has started this program may have handed dispositions on, as nohup does. Children are
+    // to begin with the default ones, and only those that differ need be set back.
     for (int signal = 1; signal <= SIGRTMAX; ++signal) {
         struct sigaction action = {};
         if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_DFL) {
             sigaddset(&changed, signal);
         }
     }
+    // SIGCHLD is among them because an end that comes between a look at the children and the wait
+    // for them would be slept through.
     sigset_t blocked;
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGINT);

@@ -31,8 +31,8 @@ int InstallHandler(int signal, SignalHandler handler);
 // Returns the signal mask that this process was started with.
 const sigset_t& StartMask();
 
-// Whether `signal` may have a disposition other than the default: one of the start, or one of
-// InstallHandler.
+// Returns whether `signal` may have a disposition other than the default: one of the start, or one
+// of InstallHandler.
 bool DispositionChanged(int signal);
 
 // Marks that a handler ran: the wait under way is to end. Safe in a handler.
@@ -46,7 +46,7 @@ class SignalWatch {
  public:
     SignalWatch();
 
-    // Whether a signal was noted since.
+    // Returns whether a signal was noted since.
     bool Noted() const;
 
  private:

@@ -8,8 +8,8 @@
 
 namespace patrol {
 
-// Allocates `count` cleared entries, at most kMaxCount. Null when they cannot be had; a count below
-// 0, or one whose entries would take more than 1 GiB, is damaged and counts as that.
+// Allocates `count` cleared entries, at most kMaxCount. Returns null when they cannot be had; a
+// count below 0, or one whose entries would take more than 1 GiB, is damaged and counts as that.
 // The caller deletes the table, with FreeTable.
 template <class Entry>
 Entry* AllocateTable(int count) {

@@ -14,7 +14,7 @@ namespace patrol {
 // that the whole text would have had.
 [[gnu::format(printf, 3, 4)]] int snprintfx(char* buffer, size_t size, const char* format, ...);
 
-// Whether `text` begins with `start`; an empty start begins everything.
+// Returns whether `text` begins with `start`; an empty start begins everything.
 inline bool StartsWith(std::string_view text, std::string_view start) {
     return text.substr(0, start.size()) == start;
 }

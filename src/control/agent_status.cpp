@@ -20,7 +20,8 @@ struct ShellCommand {
     Descriptor output;
 };
 
-// Starts `command` with its standard output on a pipe. A pid below 0 is a failure.
+// Starts `command` with its standard output on a pipe. A pid below 0 is a failure. Not by popen,
+// whose child would keep this program's signal mask and descriptors.
 ShellCommand StartShell(const char* command) {
     ShellCommand shell;
     int ends[2];
@@ -65,6 +66,7 @@ int GetMasterStatus() {
     }
     PipeReader answer(shell.output.get());
     const bool ready = AnswersReady(&answer);
+    // A command that goes on answering finds no reader any more and ends.
     shell.output.Reset(-1);
     int status = 0;
     // A signal ends the wait that it comes in; the command may live on.

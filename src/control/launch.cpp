@@ -47,6 +47,7 @@ int MaskFailed(const char* call, int error, const char* operation) {
 
 // Turns this child into the test program; `caller` is the routine to trace under.
 [[noreturn]] void BecomeTest(const char* caller, int kind, const LaunchBlock& block) {
+    // A processor test may have its processor raise the signal, and must get it then.
     if (kind == kKindCpu && cntl_sigfpe(1) != 0) ptl_exit(kSignalMaskFailed);
     // execv takes its arguments as writable text, but leaves them alone.
     char* arguments[LaunchBlock::kSlots + 1] = {};
@@ -80,6 +81,7 @@ int test_exec_init(int kind, int, const char* command, LaunchBlock* block) {
     block->path.Format("%s/%s", directory, row->program);
     block->slot[0] = block->path;
     std::string_view rest = command;
+    // There is no quoting: one value of a parameter file may hold several words.
     for (int i = 1; i < LaunchBlock::kSlots && !rest.empty(); ++i) {
         const size_t word = std::min(rest.find(' '), rest.size());
         block->slot[i].Assign(rest.substr(0, word));
@@ -98,6 +100,7 @@ int test_exec(int kind, int reserved, int timeout, const char* command, int32_t*
         return -1;
     }
     if (pipe2(pipe_rw_wk, O_CLOEXEC) != 0) return LaunchFailed(__func__, "pipe", errno);
+    // Either end closes itself on the ways out that fail.
     Descriptor read_end(pipe_rw_wk[0]);
     Descriptor write_end(pipe_rw_wk[1]);
 
@@ -205,6 +208,8 @@ RunningTest* NextDisk(const ScheduleFile& schedule, int number) {
     return disk;
 }
 
+// Two passes at once would test the same disks from the same addresses, and each would write the
+// other's back.
 bool BeginRun(const char* caller, const char* word) {
     if (ClaimRun(path_name, RunMode())) return true;
     Ptltrprintf("[%s] Warning:Another %s is running. Nothing is done.\n", caller, word);

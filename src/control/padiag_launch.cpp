@@ -22,7 +22,9 @@ namespace {
 
 constexpr int kLevels = 3;
 
-// What a processor test is started with at a level.
+// What a processor test is started with at a level. The tables hold what counts where the parameter
+// file is silent. A wait is the pause between two steps of a test: it leaves the machine to those
+// who use it.
 struct CpuLevel {
     const char* section;
     const char* pattern;
@@ -63,14 +65,14 @@ constexpr HddLevel kHddLevels[kLevels] = {
 
 size_t LevelIndex() { return static_cast<size_t>(padiag_level - 1); }
 
-// Whether there is a test at this level; traced when there is none.
+// Returns whether there is a test at this level; traced when there is none.
 bool LevelKnown(const char* caller) {
     if (padiag_level >= 1 && padiag_level <= kLevels) return true;
     Ptltrprintf("[%s] Padiag Level Unknown( %d ).\n", caller, padiag_level);
     return false;
 }
 
-// Whether a test is to fail, by the parameters of its level.
+// Returns whether a test is to fail, by the parameters of its level.
 bool ErrorMode(const ProfileReader& parameters, const char* section) {
     return IsOn(parameters, section, "error");
 }
@@ -142,7 +144,7 @@ TestCommand HddCommand(const ScheduleFile& schedule, const ProfileReader& parame
     return command;
 }
 
-// Starts `test` and its clock. False (traced) when it could not be started.
+// Starts `test` and its clock. Returns false (traced) when it could not be started.
 bool Start(RunningTest* test, const TestCommand& command) {
     const std::string output = OutputPath(*test);
     if (test_exec2(test->kind, 0, command.line.c_str(), &test->read_fd, &test->pid,
@@ -153,7 +155,8 @@ bool Start(RunningTest* test, const TestCommand& command) {
     return true;
 }
 
-// Notes where the started test's component sits and when the test began, and announces it.
+// Notes where the started test's component sits and when the test began, and announces it. Both
+// are kept with the test, as its end is announced with them.
 void AnnounceStart(RunningTest* test, const char* phypath) {
     PadiagTest& padiag = test->padiag;
     date2iso8601(std::time(nullptr), &padiag.start_time);
@@ -180,7 +183,8 @@ void NoteStart(const ScheduleFile& schedule, RunningTest* disk) {
     padiag.progress = StartPercent(padiag.start_lba, progress.Maximum(disk->device_name.c_str()));
 }
 
-// Starts the test of disk `number`. 1, 0 when it is not requested, -1 when it could not be started.
+// Starts the test of disk `number`. Returns 1, 0 when it is not requested, -1 when it could not be
+// started.
 int LaunchDisk(const char* caller, const ScheduleFile& schedule, const ProfileReader& parameters,
                int number) {
     if (!IsOn(schedule.profile(), DiskSection(number).c_str(), KeysOf(kKindHdd).requested)) {

@@ -30,7 +30,8 @@ struct StatusText {
     }
 };
 
-// The state between two lines.
+// The state between two lines. A saved stream is taken line by line and not by the lengths that it
+// announces: whatever a test program has printed between its records costs none of them.
 class OutputReader {
  public:
     OutputReader(const char* caller, RunningTest* test)

@@ -17,7 +17,7 @@
 namespace patrol {
 namespace {
 
-// Makes the missing Schedule file. `caller` is the routine to trace under. 0 or -1.
+// Makes the missing Schedule file. `caller` is the routine to trace under. Returns 0 or -1.
 int RemakeSchedule(const char* caller) {
     Ptltrprintf("[%s] Warning:Schedule File Not Found. Schedule File Remade.\n", caller);
     if (PadiagCreateSchedule() != 0) {
@@ -54,6 +54,7 @@ int PadiagSchedCntl() {
         padiag_level = schedule.Level();
         padiag_time = schedule.TimeLimit();
     }
+    // From here on the flags say which tests are running, which is what a signal stops.
     f_padiag_cpu = PadiagCpuTestExec();
     f_padiag_mem = PadiagMemTestExec();
     f_padiag_hdd = PadiagHddTestExec();

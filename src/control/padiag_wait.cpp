@@ -53,7 +53,8 @@ Stream OpenOutput(const char* caller, const std::string& path) {
     return file;
 }
 
-// Announces and enters a test that gave no result.
+// Announces and enters a test that gave no result. Nobody else would: a program that crashed has
+// said nothing.
 void ReportAborted(const char* caller, RunningTest* test) {
     const std::string message = std::string(FindKind(test->kind)->program) + " aborted.";
     EventRecord record;
@@ -78,6 +79,8 @@ void WaitAndRead(const char* caller, RunningTest* test) {
     Ptltrprintf("[%s] ProcessId%s =%d fhandle%s =%d\n", caller, name, test->pid, name,
                 test->read_fd);
     WaitForTest(caller, *test, watch);
+    // It shares its position with the test program's output; what was written is read through a
+    // stream of its own, from the start.
     close(test->read_fd);
     test->read_fd = -1;
 
@@ -87,6 +90,7 @@ void WaitAndRead(const char* caller, RunningTest* test) {
     ReadPadiagOutput(caller, test, file.get());
     file.reset();
     unlink(path.c_str());
+    // The readers of the output clear the mark when they announce the end.
     if (test->padiag.event_check == 1) ReportAborted(caller, test);
 }
 

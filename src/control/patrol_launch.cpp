@@ -81,7 +81,7 @@ TestCommand HddCommand(const ScheduleFile& schedule, const ProfileReader& parame
     return command;
 }
 
-// Starts `test` and its clock. False (traced) when it could not be started.
+// Starts `test` and its clock. Returns false (traced) when it could not be started.
 bool Start(RunningTest* test, int timeout, const TestCommand& command) {
     if (test_exec(test->kind, 0, timeout, command.line.c_str(), &test->read_fd, &test->write_fd,
                   &test->pid) != 0) {
@@ -91,7 +91,8 @@ bool Start(RunningTest* test, int timeout, const TestCommand& command) {
     return true;
 }
 
-// Starts the test of disk `number`. 1, 0 when it is not due, -1 when it could not be started.
+// Starts the test of disk `number`. Returns 1, 0 when it is not due, -1 when it could not be
+// started.
 int LaunchDisk(const char* caller, const ScheduleFile& schedule, const ProfileReader& parameters,
                int number) {
     if (!IsOn(schedule.profile(), DiskSection(number).c_str(), KeysOf(kKindHdd).due)) {
@@ -114,6 +115,7 @@ int LaunchDisk(const char* caller, const ScheduleFile& schedule, const ProfileRe
 int CpuTestExec() {
     const ScheduleFile schedule(sche_path.c_str());
     if (!BeginLaunch(__func__, schedule, cpu_test, KeysOf(kKindCpu).due)) return 0;
+    // Kept for the wait: a reload during the test is not to change its time-out.
     cpu_tout_watch = schedule.Timeout(kKindCpu);
     const TestCommand command = CpuCommand();
     Ptltrprintf("[%s] CpuTest %s Exec.\n", __func__, command.ModeWord());

@@ -15,7 +15,7 @@
 namespace patrol {
 namespace {
 
-// Makes the missing Schedule file. `caller` is the routine to trace under. 0 or -1.
+// Makes the missing Schedule file. `caller` is the routine to trace under. Returns 0 or -1.
 int RemakeSchedule(const char* caller) {
     Ptltrprintf("[%s] Warning:Schedule File Not Found. Schedule File Remade.\n", caller);
     if (CreateSchedule() != 0) {
@@ -31,6 +31,7 @@ int RemakeSchedule(const char* caller) {
 }  // namespace
 
 int cntl_main() {
+    // Before the agent is asked, which may take long: a second run is to leave at once.
     if (!BeginRun(__func__, "start")) return -1;
     Ptltrprintf("[%s] Patrol Diagnosis Started.\n", __func__);
     check_time(1, 0);
@@ -48,6 +49,8 @@ int sched_cntl() {
         Ptltrprintf("[%s] Error End.\n", __func__);
         return -1;
     }
+    // The tests run side by side; only the waits for them come one after the other. What a test
+    // reports before its turn stays in its pipe.
     const int cpu = CpuTestExec();
     const int memory = MemTestExec();
     const int disks = HddTestExec();
@@ -56,6 +59,8 @@ int sched_cntl() {
     if (disks == 1) WaitHddTest();
     if (cpu == 1) WaitCpuTest();
     EndDisks(__func__);
+    // Whatever became of the tests. One that cannot be started is not to keep the others from their
+    // turn.
     NextTestSchedule();
     return 0;
 }

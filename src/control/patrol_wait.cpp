@@ -27,6 +27,8 @@ namespace {
 
 constexpr char kName[] = "wait_for_testdata";
 constexpr int kLongBody = 119;  // bodies above it are worth a trace line
+// How far a disk goes on that ran out of time, so that one bad place does not stop every pass to
+// come.
 constexpr uint32_t kAddressStep = 64;
 constexpr int kAddressDigits = 8;
 
@@ -46,7 +48,7 @@ int StopWithError(const RunningTest& test) {
 // SIGALRM interrupts the wait it rings in and does nothing else.
 void tp_timeout(int) { NoteSignal(); }
 
-// Waits for a child to end, any child, for at most `seconds`. False when none did.
+// Waits for a child to end, any child, for at most `seconds`. Returns false when none did.
 bool WaitForEnd(int seconds) {
     SignalScope scope;
     scope.LetIn(SIGALRM);
@@ -79,6 +81,8 @@ Next TakeStatus(RunningTest* test, const TestWait& wait, RecordReader* record,
         return Next::kFailure;
     }
     Ptltrprintf("[%s] diagnosis end. end code=%d\n", kName, end_code);
+    // A test program that has said its last has nothing left to do but end; its time-out is the
+    // time it gets for that.
     if (!WaitForEnd(wait.timeout)) {
         // The result stands: the test program has reported it.
         ptl_test_terminate(test->pid);

@@ -22,7 +22,8 @@ Selection::Component ReadComponent(const ScheduleFile& schedule, int kind, const
             ReadFlag(schedule.profile(), section, keys.due)};
 }
 
-// The selection on its way past one pass.
+// The selection on its way past one pass. Each change goes two ways: into the selection, for passes
+// that are only tried, and into the list, for the file.
 class Step {
  public:
     explicit Step(Selection* selection) : selection_(*selection) {}

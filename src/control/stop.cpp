@@ -57,6 +57,7 @@ void CleanUp(const char* cause, const Chosen& chosen) {
     }
 }
 
+// A patrol pass has none of these flags set: there a signal only ends the wait under way.
 bool OfThisRun(const RunningTest&) { return f_padiag_hdd == 1; }
 
 bool IsRunning(const RunningTest& test) { return test.pid > 0 && !WasCollected(test.pid); }
@@ -80,6 +81,8 @@ void sighup_func(int) { HoldAndCleanUp(kCauseHangUp); }
 
 void sigint_func(int) { HoldAndCleanUp(kCauseInterrupt); }
 
+// Dies of the signal and does not just exit, so that whoever sent it sees from the wait status that
+// it was obeyed.
 void sigterm_func(int signal) {
     CleanUp("SIGTERM", {IsRunning(cpu_test), IsRunning(mem_test), IsRunning});
     InstallHandler(signal, SIG_DFL);

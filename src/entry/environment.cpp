@@ -92,6 +92,7 @@ int setup_hostname() {
     if (gethostname(name, kHostNameSize) != 0) return -1;
     host_buf.Assign(name);
     host_buf.Append(",");
+    // The test programs inherit it. A core of theirs would be as large as the memory under test.
     const rlimit none = {0, 0};
     setrlimit(RLIMIT_CORE, &none);
     return 0;

@@ -8,6 +8,7 @@ namespace patrol {
 
 void ReportCallFailure(const CallFailure& failure) {
     ptl_printf(kTraceDetail, nullptr, "E3895", failure.call, failure.error);
+    // The event comes before the details: the agent is told even where the trace cannot be written.
     if (failure.event_text != nullptr) {
         ptl_printf(kAgentEvent, nullptr, "E3899", failure.event_text);
     }

@@ -26,7 +26,7 @@ bool OneOf(std::string_view line, size_t at, const char* accepted) {
     return at < line.size() && std::strchr(accepted, line[at]) != nullptr;
 }
 
-// Whether the line holds a message that is this program's.
+// Returns whether the line holds a message that is this program's.
 bool Accepted(std::string_view line) {
     return OneOf(line, 0, "\"") && OneOf(line, 1, "IWE") && OneOf(line, 3, "8") &&
            OneOf(line, 4, "02349") && OneOf(line, 6, "\"");
@@ -52,6 +52,7 @@ bool TakeCatalogueLine(std::string_view line, CatalogueEntry* entry) {
     entry->number.Assign(line.substr(1, kNumberSize));
     std::string_view text = line.size() > kTextColumn ? line.substr(kTextColumn) : "";
     text = text.substr(0, MessageFormat::kSize - 1);
+    // The last one, because texts may hold a ";" of their own.
     const size_t end = text.rfind(';');
     // The character before the ";" is the closing quote.
     entry->format.Assign(end == std::string_view::npos || end == 0 ? "" : text.substr(0, end - 1));

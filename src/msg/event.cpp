@@ -49,6 +49,8 @@ int SendEvent(std::string_view text) {
     for (std::string_view rest = message; !rest.empty();) {
         if (WaitWritable(pipe.get()) != 0) return -1;
         const ssize_t written = write(pipe.get(), rest.data(), rest.size());
+        // EAGAIN: there is less room than a message takes that must not be torn, or another writer
+        // was faster.
         if (written < 0 && errno != EAGAIN) return -1;
         rest.remove_prefix(static_cast<size_t>(std::max<ssize_t>(written, 0)));
     }

@@ -31,7 +31,8 @@ size_t TakeNumber(std::string_view text, size_t* at) {
     return number;
 }
 
-// Reads the conversion at the start of `text` (its "%"). False when the text ends within it.
+// Reads the conversion at the start of `text` (its "%"). Returns false when the text ends within
+// it.
 bool ReadConversion(std::string_view text, Conversion* result) {
     size_t at = 1;
     for (; at < text.size(); ++at) {
@@ -117,6 +118,8 @@ std::string FormatNumber(const Conversion& conversion, const FormatArg& argument
     return Pad(conversion, prefix, body, conversion.zero && !has_precision);
 }
 
+// The argument decides, not the letter: a text from a file cannot make a number be read as an
+// address.
 std::string FormatOne(const Conversion& conversion, const FormatArg& argument) {
     if (argument.is_text()) {
         const std::string_view text = argument.text();

@@ -57,6 +57,8 @@ int FailedFile(const char* call, const std::string& path) {
     return -1;
 }
 
+// The columns are padded, so that a log reads like a table. Their widths also make the length of a
+// line known before it is formatted; they are what kFieldsEstimate counts.
 int FormatLine(char* buffer, size_t size, const LogLine& line) {
     return snprintfx(buffer, size, "%s%-25s,%-20s,%s,%-16s,%s\n", line.host, line.stamp,
                      line.program, line.number, line.second, line.text);
@@ -95,6 +97,8 @@ size_t TakeLine(FILE* from, char (&line)[kCopiedPiece + 1]) {
     return size;
 }
 
+// A copy and not a new name for the file: the next run goes on writing to the log under its own
+// name.
 int CopyFile(const std::string& to_path, const std::string& from_path) {
     const Stream from = OpenForReading(from_path.c_str());
     if (from == nullptr) return -1;
@@ -118,6 +122,8 @@ int ptl_output_logfile(const char* stream, const LogLine& line) {
     const size_t estimate = std::strlen(line.host) + std::strlen(line.number) + kFieldsEstimate +
                             std::strlen(line.text);
     if (buffer->size() + estimate > kLogBufferSize - 1) ptl_flush_buff(stream, buffer);
+    // Not even an empty buffer has room for it. What is written in its place tells a reader that a
+    // line is missing here.
     if (estimate > kLogBufferSize - 1) {
         char stump[kOverlongSize];
         FormatLine(stump, sizeof stump, line);

@@ -63,6 +63,8 @@ int PrintMessage(unsigned flags, const RecordHeader* header, const char* number_
     std::string text = FormatMessage(format, arguments, count);
     text.resize(std::min(text.size(), TextLimit(std::strlen(format))));
 
+    // The agent comes first: it may have to act on the message, and it hears of a log that cannot
+    // be written to in the same way.
     if ((flags & kToEvent) != 0) SendEvent(std::string(line.number) + ":" + text + "\n");
     const LogLine log_line = {host_buf.c_str(), line.time_stamp, line.program,
                               line.number,      line.second,     text.c_str()};

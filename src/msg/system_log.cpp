@@ -65,6 +65,7 @@ int ptl_system_logging(const char* number, const char* text) {
     const bool ends_group = number != nullptr && std::strcmp(number, "E0809") == 0;
     Path path;
     path.Format("%s/%s", trc_name, "pat_sys.log");
+    // The file is closed before its lines are sent: they are in it then, or nobody gets them.
     {
         const char* mode = starts_group ? "w" : "a";
         const Stream file =

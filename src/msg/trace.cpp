@@ -90,6 +90,7 @@ Descriptor OpenForAppending() {
     constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     Descriptor file(open(ring.path.c_str(), kFlags, 0666));
     struct stat status = {};
+    // Even a file that cannot be opened may be one that can be moved out of the way.
     const int found = file.ok() ? fstat(file.get(), &status) : stat(ring.path.c_str(), &status);
     if (found == 0 && status.st_size > kMaxFileSize) {
         tr_rotate();

@@ -35,7 +35,8 @@ bool InstallTermProcess(int signal, const char* name) {
     return false;
 }
 
-// The child's side. Ends it when the command cannot be executed.
+// The child's side. Ends it when the command cannot be executed. The numbers behind an "L" in these
+// texts are parts of them, by which people search traces; they number no line of this file.
 void Become(const char* path, char* const* arguments) {
     const int result = rexecv(path, arguments, kAttempts);
     put_error_message(kErrorCommand, path);
@@ -48,7 +49,7 @@ void Become(const char* path, char* const* arguments) {
 // Not WEXITSTATUS: a command that a signal ended counts as 0 here, which is what these bits are.
 int ExitStatus(int status) { return (status >> 8) & 0xff; }
 
-// Waits until the command has ended. False when SIGTERM or the time limit ended the wait.
+// Waits until the command has ended. Returns false when SIGTERM or the time limit ended the wait.
 bool WaitForCommand(int* status) {
     while (true) {
         // Its beginning may let in what ends the wait.

@@ -77,6 +77,7 @@ void put_error_message(int code, const char* argument) {
     if (row.takes_argument && argument != nullptr) message += argument;
     if (opened) message += argument == nullptr && row.level == 2 ? "---)>>" : ">>";
     message += "\n";
+    // A failure to tell the agent is itself told to the trace alone: there is nobody else.
     if (row.level != 0 && SendEvent(message) != 0) {
         outtrace(":An error message cannot be outputted");
     }

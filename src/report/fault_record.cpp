@@ -49,6 +49,8 @@ void LocatePartition(FaultRecord* record) {
 
 }  // namespace
 
+// The program that the result text names decides what has failed, not the kind that was launched. A
+// text that names none leaves the unit open.
 void set_parts_errinf(FaultRecord* record, const char* status, size_t length) {
     *record = FaultRecord();
     record->mark.Assign("777");

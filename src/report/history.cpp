@@ -24,7 +24,8 @@ namespace {
 
 constexpr int kOldest = 3;
 
-// Whether the last line of the file is without its end: what a full disk has left of it.
+// Returns whether the last line of the file is without its end: what a full disk has left of it.
+// The next line would go on in it, and both would be lost to whoever reads the history.
 bool EndsInStump(const Path& path) {
     const Stream file = OpenForReading(path.c_str());
     if (file == nullptr || std::fseek(file.get(), -1, SEEK_END) != 0) return false;
@@ -80,7 +81,10 @@ std::string KindsLine(int mode, int cpu, int memory, int hdd) {
 // Returns the seconds that a finished patrol test ran.
 int TestSeconds(RunningTest* test) {
     if (FindKind(test->kind) == nullptr) return 1;
+    // What has passed since the last sample comes on top of what the test program has reported, so
+    // that most seconds count twice. Readers of the history know them so.
     CheckTestTime(0, 0, test);
+    // The processor test is waited for last: its clock says how long the others took.
     if (test->kind == kKindCpu && test->run_time > 1) test->run_time = 1;
     return std::max(ClampToInt(test->run_time), 1);
 }
@@ -92,7 +96,8 @@ int PadiagSeconds(const RunningTest& test) {
     return static_cast<int>(std::min(int64_t{padiag_time}, int64_t{test.run_time}));
 }
 
-// Returns how far a level 3 disk test has come, by what the test programs keep of `device`.
+// Returns how far a level 3 disk test has come, by what the test programs keep of `device`. By the
+// file and not by the test's own report: the file is where the next test will go on.
 int ReachedPercent(const char* device) {
     const DiskProgress progress(lba_path.c_str());
     const uint64_t maximum = progress.Maximum(device);

@@ -61,8 +61,8 @@ ReportPaths ChoosePaths(const std::string& directory, int run_mode, const char* 
 
 using Block = std::unique_ptr<char, decltype(&std::free)>;
 
-// Returns the report's text. Null when memory runs out, which is no reason to end the program: the
-// history has the fault.
+// Returns the report's text. Returns null when memory runs out, which is no reason to end the
+// program: the history has the fault.
 Block ComposeReport(const FaultRecord& record, int run_mode) {
     constexpr size_t kFixedPart = 1024;  // more than the other lines take
     const size_t size = kFixedPart + record.summary.size() + record.detail.size();
@@ -73,6 +73,7 @@ Block ComposeReport(const FaultRecord& record, int run_mode) {
     const std::tm local = LocalTime(now);
     char time_line[64];
     std::strftime(time_line, sizeof time_line, "TIME=%Y-%m-%dT%H:%M:%S", &local);
+    // A line feed in the location would begin another line of the report.
     Text<40> location = record.location;
     remove_char(location.data(), '\n');
     snprintfx(text.get(), size,
@@ -84,7 +85,8 @@ Block ComposeReport(const FaultRecord& record, int run_mode) {
     return text;
 }
 
-// Runs the parts command until it is done or given up.
+// Runs the parts command until it is done or given up. The command decides how often, by its exit
+// status.
 bool Submit(const std::string& report) {
     int counter = 0;
     int verdict = kRunAgain;
@@ -94,8 +96,8 @@ bool Submit(const std::string& report) {
     return verdict == kDone;
 }
 
-// Does everything that patrol_parts_proc does. False where a step fails: what was written stays, so
-// that the report is not lost.
+// Does everything that patrol_parts_proc does. Returns false where a step fails: what was written
+// stays, so that the report is not lost.
 bool WriteAndSubmit(const FaultRecord& record, int run_mode, const char* device) {
     const char* directory = std::getenv("KVX_temp");
     if (directory == nullptr) return false;
@@ -192,6 +194,7 @@ int exec_parts_cmd(const char* report_path) {
 
 int check_parts_cmd_value(int exit_status, int* counter) {
     constexpr int kRetries = 5;
+    // What the last answer was: a 4 gets its one repeat even behind a 2, a 2 behind a 4 none.
     static int state = 0;
     if (exit_status == 0) {
         state = 0;

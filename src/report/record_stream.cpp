@@ -37,6 +37,8 @@ RecordReader::Prefix RecordReader::ReadPrefix(int* length) {
     return Prefix::kFound;
 }
 
+// Room is doubled as the bytes come, so that a body of a gigabyte that is only announced takes 64
+// KiB.
 RecordReader::Body RecordReader::ReadBody(int length) {
     body_.reset();
     size_ = 0;

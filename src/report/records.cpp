@@ -40,7 +40,9 @@ uint32_t TypeWord(uint32_t transmit_type) {
     return transmit_type == 6 ? uint32_t{kTypeProcess} : 0;
 }
 
-// Returns where a log text goes, by its effective level and message id.
+// Returns where a log text goes, by its effective level and message id. Level 1 is said to the
+// agent, level 2 to the system log alone. A warning or an error of level 1 is for both. Level 0 is
+// a message without a number, which only the trace keeps.
 unsigned LogDestination(uint32_t level, const char* id) {
     if (level == 0) return kRelayed | kToTrace;
     if (level == 2) return kRelayed | kToSystemLog;
@@ -133,6 +135,7 @@ int check_testdata_head(const char* record, const char* device, RecordContext* c
         return -1;
     }
     context->type = head.type;
+    // Progress comes every second and would fill the trace.
     if (head.type != kTypeProgress) {
         Ptltrprintf("[%s] transmit type= %d(%s).\n", __func__, static_cast<int>(head.type),
                     head.type_field.c_str());

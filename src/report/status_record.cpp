@@ -27,7 +27,8 @@ constexpr size_t kTextAt = 21;
 
 constexpr int kAddressDigits = 16;
 
-// Has the disk's next test start where this one says. False (traced) when that is no number.
+// Has the disk's next test start where this one says. Returns false (traced) when that is no
+// number.
 bool SaveNextAddress(const char* caller, const Status& status, const RunningTest& test,
                      int run_mode) {
     if (!status.ValidAddress()) {
@@ -119,6 +120,7 @@ Status ParseStatus(const char* body) {
     status.next_address = ParseUnsigned(status.address_field.c_str(), 0);
     char* end = nullptr;
     errno = 0;
+    // Only to learn whether it was a number that fits: a next address of 0 is a good one.
     std::strtoull(status.address_field.c_str(), &end, 0);
     status.address_error = end == status.address_field.c_str() ? EINVAL : errno;
     return status;
@@ -141,6 +143,8 @@ int check_testdata_status(char* body, const RecordContext&, RunningTest* test, i
     Ptltrprintf("[%s] Flag= %d(%s).\n", __func__, static_cast<int>(status.flag),
                 status.flag_field.c_str());
 
+    // The address comes first, because a record whose address is no number is to enter nothing at
+    // all.
     const bool has_address = status.HasAddress() && test->kind == kKindHdd;
     if (has_address && !SaveNextAddress(__func__, status, *test, run_mode)) {
         return -1;

@@ -143,6 +143,8 @@ void padiag_sdb_event(const char* name, int result, const char* component,
     Ptltrprintf("[%s] End.\n", "kvx_sdb_msg");
 }
 
+// Body and option text stay apart until the end: the body is a format with places for what only the
+// sender knows, and a component's name must not bring a "%" into it.
 void make_eventlog_msg(EventText* body, EventText* option, int kind, int state,
                        const char* component, const EventRecord& record) {
     body->Clear();
@@ -171,6 +173,7 @@ int kvx_sdb_msg(const char* body, const char* option) {
     if (settings.enable == 0) return -2;
     MachineIdentity machine;
     get_serial_model(&machine);
+    // The host name has no place of its own in the body; it rides behind the serial number.
     char host[257] = "";
     gethostname(host, sizeof host - 1);
     Text<100> serial;
@@ -179,6 +182,7 @@ int kvx_sdb_msg(const char* body, const char* option) {
     const FormatArg arguments[] = {machine.model, serial, option};
     std::string message = FormatMessage(body, arguments, std::size(arguments));
     message.resize(std::min(message.size(), kMaxMessage));
+    // A number that is none of the eight facilities is to cost no event.
     const int local = settings.facility;
     const int facility = local >= 0 && local <= 7 ? LOG_LOCAL0 + (local << 3) : LOG_LOCAL0;
     BlockingCall([&] { syslog(LOG_NOTICE | facility, "SDB::ZQWNkvx:%s\n", message.c_str()); });

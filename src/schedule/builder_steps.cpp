@@ -42,6 +42,8 @@ void ReportUnusable(const char* caller, const char* path) {
 }
 
 bool BeginFile(const char* caller, const char* path, const FileReplacement& schedule) {
+    // A rename asks nobody whether the old file may be written to; one that is read-only is to
+    // stay.
     const bool writable = access(path, W_OK) == 0 || errno == ENOENT;
     if (writable && schedule.stream() != nullptr) return true;
     Ptltrprintf("[%s] Can't open %s.\n", caller, path);

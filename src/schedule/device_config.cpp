@@ -46,6 +46,7 @@ struct TextAttribute {
     int result;
 };
 
+// Searched in this order: a line that has two of the marks counts as the first.
 constexpr TextAttribute kTextAttributes[] = {
     {"\"S/N\"", "S/N", &scanned_disk.serial_number, 3},
     {"\"vendor\"", "vendor", &scanned_disk.vendor, 4},
@@ -175,6 +176,9 @@ const Disk* DiskScan::Next() {
     return nullptr;
 }
 
+// A disk shows itself in three steps: a line with its device path, one with a type (a logical drive
+// has none), and one with its status, which decides. Serial number, vendor and model come between
+// type and status, in whatever order; what comes behind the status is too late.
 ScanLine DiskScan::TakeLine(char* line) {
     if (Contains(line, "<dev") && Contains(line, "type") && Contains(line, "SOFTWARE")) {
         Ptltrprintf("[%s] Read Skip because XML Line is %s.\n", caller_, "SOFTWARE");

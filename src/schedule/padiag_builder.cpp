@@ -52,6 +52,7 @@ int PadiagMemoryScheduleMk(FILE* schedule) {
 int PadiagHddScheduleMk(FILE* schedule) {
     Ptltrprintf("[%s] start.\n", __func__);
     DiskScan scan(__func__, true);
+    // By the copy: it is what the last on-request run has come to.
     const DiskProgress progress(FindFile(kFileLbaBup)->path);
     int count = 0;
     while (const Disk* disk = scan.Next()) WriteDisk(schedule, count++, *disk, progress);

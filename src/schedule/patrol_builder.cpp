@@ -60,6 +60,8 @@ int MemoryScheduleMk(FILE* schedule) {
     return 0;
 }
 
+// The disks are written as they are found, and their number only behind them: the configuration is
+// read once and may have any length.
 int HddScheduleMk(FILE* schedule) {
     Ptltrprintf("[%s] start.\n", __func__);
     DiskScan scan(__func__, false);

@@ -17,6 +17,7 @@ namespace {
 
 constexpr char kName[] = "sched_main";
 
+// The mask has a bit in common with every entry of the table.
 void CloseWorkFiles() { ptl_file_cntl(0, 255, nullptr); }
 
 int PatrolError() {
@@ -43,6 +44,8 @@ int ConfigChange() {
     return failed ? PatrolError() : 0;
 }
 
+// Without a Schedule file there is nothing to be brought up to date, and a failure is no reason to
+// keep the agent from its start.
 int AgentStart() {
     if (CompareSchedule() == 0) {
         Ptltrprintf("[%s] Patrol KVXstart Create Schedule.\n", kName);
@@ -72,6 +75,8 @@ int RunByMode() {
 int sched_main() {
     Ptltrprintf("[%s] Patrol Schedule Creation Started.\n", kName);
     check_time(1, 0);
+    // The builders append to the two files themselves, whatever their size: all that comes of the
+    // ageing here is that the oldest file goes.
     Path patrol_history = PatrolHistoryPath();
     ptl_histfile_cntl(&patrol_history);
     Path padiag_history = PadiagHistoryPath();

@@ -40,6 +40,7 @@ constexpr Setting kPadiagSettings[] = {
     {"time", SettingForm::kNumber, &padiag_time},
 };
 
+// The launchers know the test parameters alone, so the name has to stand among them.
 void StoreTestName(const Setting& setting, const char* name) {
     setting.name->Assign(name);
     WritePrivateProfileString(setting.param_section, "tp", name, para_path.c_str());

@@ -41,7 +41,7 @@ void ClearFlags(ProfileWriter* schedule, int number) {
     schedule->Write(section.c_str(), keys.due, OnOff(false));
 }
 
-// Whether the patrol Schedule file is there; traced under `caller` when it is not.
+// Returns whether the patrol Schedule file is there; traced under `caller` when it is not.
 bool ScheduleExists(const char* caller) {
     if (LookAtSchedule(sche_path.c_str()) != Place::kMissing) return true;
     Ptltrprintf("[%s] Not Found %s.\n", caller, sche_path.c_str());
@@ -49,8 +49,8 @@ bool ScheduleExists(const char* caller) {
     return false;
 }
 
-// Whether the file could not be read for a reason of the moment. It must not be replaced then; one
-// that will never be read, such as one that is too large, has no addresses to be kept.
+// Returns whether the file could not be read for a reason of the moment. It must not be replaced
+// then; one that will never be read, such as one that is too large, has no addresses to be kept.
 bool UnreadNow(const ScheduleFile& schedule) { return IsPassing(schedule.profile().error()); }
 
 // Sets the flags of every disk. Returns where the even group goes on.
@@ -105,6 +105,8 @@ void PatrolUpdateSchedule() {
     Ptltrprintf("[%s] End.\n", __func__);
 }
 
+// The old disks are kept in memory while the builder makes the file anew; it looks their addresses
+// up there.
 int CompareSchedule() {
     Ptltrprintf("[%s] start.\n", __func__);
     // What is read here goes into the new file: nobody else may change it in between. A lock that

@@ -24,7 +24,7 @@ int UpdateSchedule();
 int CompareSchedule();
 
 // Returns the disk of the old file that has this serial number: the first whose own is its
-// beginning. Null where there is none, or no rebuild under way.
+// beginning. Returns null where there is none, or no rebuild under way.
 const OldDisk* KnownDisk(const char* serial);
 
 // The steps of these.

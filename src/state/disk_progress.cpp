@@ -35,7 +35,8 @@ int32_t Reached(uint64_t percent, bool at_end) {
     return static_cast<int32_t>(at_end ? kWhole : std::min(percent, kWhole - 1));
 }
 
-// Returns `number` as single precision has it.
+// Returns `number` as single precision has it. The events have always been computed so, and whoever
+// draws them beside older ones would see a step.
 uint64_t InSinglePrecision(uint64_t number) {
     const float rounded = static_cast<float>(number);
     return rounded < 0x1p64F ? static_cast<uint64_t>(rounded) : UINT64_MAX;
@@ -64,6 +65,8 @@ int32_t StartPercent(uint64_t start, uint64_t maximum) {
     return static_cast<int32_t>(std::min<uint64_t>(Percent(start, maximum), INT32_MAX));
 }
 
+// A copy without its file would have the next schedule start disks at addresses that nobody keeps
+// any more.
 void SaveProgressCopy(const char* path, const char* copy_path) {
     if (KeepProfileAs(path, copy_path) || FileExists(path)) return;
     const DataLock lock(copy_path);

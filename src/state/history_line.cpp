@@ -21,6 +21,8 @@ bool TakeStamp(std::string_view* line, std::time_t* time) {
     const char* end = strptime(stamp.c_str(), kStampFormat, &local);
     if (end == nullptr || *end != '\0') return false;
     line->remove_prefix(kStampSize + 1);
+    // The line does not say whether it was summer time. In the hour that comes twice mktime
+    // chooses.
     local.tm_isdst = -1;
     *time = std::mktime(&local);
     return true;

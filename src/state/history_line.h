@@ -69,8 +69,8 @@ Text<128> FormatDetail(const PadiagDetail& detail);
 // Takes the rest of a result apart; none for that of a patrol run.
 std::optional<PadiagDetail> ParseDetail(const std::string& rest);
 
-// Whether the line tells of a schedule that was made or changed; its time, where it is one, in
-// `time`.
+// Returns whether the line tells of a schedule that was made or changed; its time, where it is one,
+// in `time`.
 bool ParseChange(std::string_view line, std::time_t* time);
 
 }  // namespace patrol

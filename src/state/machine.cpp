@@ -60,6 +60,7 @@ std::optional<std::string> PathAttribute(const std::string& line) {
 // Opens the configuration for find_partition_num, which tells what is wrong with it.
 Stream OpenForPartition() {
     std::string path = ConfigurationPath(false).value_or("");
+    // Alone of the readers of this file, this one knows where it lies without being told.
     if (path.empty()) {
         path = "/var/opt/ZQWNkvx/data/devconf_cur.xml";
         ptl_printf(kTraceText, nullptr, "find_partition_num() warning getenv ret=NULL");
@@ -117,6 +118,8 @@ int get_serial_model(MachineIdentity* identity) {
     const char* server = std::getenv("KVX_SVTYPE");
     const Stream file = OpenConfiguration(server != nullptr && std::strcmp(server, "MB") == 0);
     if (file == nullptr) return -1;
+    // Readers of the serial number have always met lines cut at this length; a longer one counts as
+    // several.
     char line[99];
     bool inside = false;
     while (std::fgets(line, sizeof line, file.get()) != nullptr) {

@@ -37,6 +37,8 @@ Place LookAtSchedule(const char* path) {
     if (stat(path, &status) != 0) return IsPassing(errno) ? Place::kThere : Place::kMissing;
     if (!S_ISREG(status.st_mode)) return Place::kUnusable;
     std::string bytes;
+    // What cannot be read for the moment is taken for a Schedule file: a new one in its place would
+    // cost every address.
     if (!LoadProfile(path, &bytes)) return errno == EFBIG ? Place::kTooLarge : Place::kThere;
     std::string_view rest = bytes;
     for (std::string line; rf_filegets(&line, bytes.size() + 1, &rest);) {
@@ -61,6 +63,7 @@ int FindDisk(const ProfileReader& schedule, int number, const char* device) {
         const auto name = schedule.Value<64>(DiskSection(disk).c_str(), kDeviceKey, kNoDevice);
         return name.view() == wanted.view();
     };
+    // This is nearly always so: only a configuration change under test gives disks other numbers.
     if (is_called_so(number)) return number;
     const int count = BoundedCount(schedule.Int(kTestSection, kDiskCountKey, 0));
     for (int i = 0; i < count; ++i) {
@@ -69,6 +72,8 @@ int FindDisk(const ProfileReader& schedule, int number, const char* device) {
     return -1;
 }
 
+// The section is looked for when the write is made, because until then another run may renumber the
+// disks.
 void SaveDiskAddress(const char* path, int number, const char* device, uint32_t address,
                      int digits) {
     Text<32> value;

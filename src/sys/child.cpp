@@ -20,6 +20,8 @@ namespace {
 
 constexpr int kNotExecuted = 127;  // as a shell says it
 
+// A pass starts a few hundred children at most, so that it is enough to search these from their
+// start.
 std::vector<pid_t> collected;
 std::vector<pid_t> abandoned;
 
@@ -65,6 +67,7 @@ void RestoreSignals() {
 }  // namespace
 
 pid_t StartChild(const ChildStart& start) {
+    // What is still in memory would be there twice after the fork, and be written by both.
     FlushDeferredWrites();
     FlushLogBuffers();
     std::fflush(nullptr);
@@ -75,6 +78,8 @@ pid_t StartChild(const ChildStart& start) {
 }
 
 int ExecuteProgram(const char* path, char* const* arguments) {
+    // The mask of this process keeps its own files from others. What the program makes is not among
+    // them.
     const mode_t own = umask(StartFileMask());
     execv(path, arguments);
     const int error = errno;
@@ -87,6 +92,7 @@ pid_t WaitForChild(pid_t pid, int* status, int options, const SignalWatch& watch
     while (true) {
         const pid_t ended = waitpid(pid, status, options | WNOHANG);
         if (ended > 0 && HasEnded(*status)) collected.push_back(ended);
+        // It has been collected all the same, so that it does not stay behind as a zombie.
         if (pid < 0 && Holds(abandoned, ended)) continue;
         if (ended != 0) return ended;
         if (WaitForChildSignal(watch) != 0) return -1;

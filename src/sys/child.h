@@ -42,13 +42,13 @@ int ExecuteProgram(const char* path, char* const* arguments);
 // has a signal noted; ECHILD when there is no such child.
 pid_t WaitForChild(pid_t pid, int* status, int options, const SignalWatch& watch = SignalWatch());
 
-// Whether `pid` has stopped and no wait has seen it. It counts as seen then.
+// Returns whether `pid` has stopped and no wait has seen it. It counts as seen then.
 bool HasStoppedUnseen(pid_t pid);
 
 // Gives up waiting for `pid`: its end is not taken for that of any child.
 void AbandonChild(pid_t pid);
 
-// Whether WaitForChild has seen the end of `pid`.
+// Returns whether WaitForChild has seen the end of `pid`.
 bool WasCollected(pid_t pid);
 
 // kill() for a child of this process. -1 with errno ESRCH, nothing sent, when it was collected.

@@ -29,11 +29,14 @@ Descriptor OpenDirectory(const char* path) {
     return Descriptor(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
-// Takes the lock on an open directory. Returns 0 or the errno of the failure.
+// Takes the lock on an open directory. Returns 0 or the errno of the failure. Tries again and again
+// instead of waiting in the call: a limit would take an alarm, which every other wait would have to
+// tell from its own.
 int TakeLock(int directory) {
     const int64_t began = Now();
     const int64_t end = began + wait_left;
     int error = 0;
+    // Not lockf, whose locks a process loses when it closes any descriptor of the same directory.
     while (flock(directory, LOCK_EX | LOCK_NB) != 0) {
         error = errno;
         if ((error != EWOULDBLOCK && error != EINTR) || Now() >= end) break;

@@ -27,8 +27,8 @@ class DataLock {
     DataLock(const DataLock&) = delete;
     DataLock& operator=(const DataLock&) = delete;
 
-    // Whether the change may be made; else it counts as a failed write. `error` is the errno of the
-    // failure, that of `call`.
+    // Returns whether the change may be made; else it counts as a failed write. `error` is the
+    // errno of the failure, that of `call`.
     bool held() const { return error_ == 0; }
     const char* call() const { return call_; }
     int error() const { return error_; }

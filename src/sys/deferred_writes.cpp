@@ -17,6 +17,7 @@ void FlushAll() { FlushDeferredWrites(); }
 
 }  // namespace
 
+// One list will do: a run puts off writes to one Schedule file alone.
 void DeferProfileWrite(const char* path, DeferredWrite write) {
     if (deferred_path != path) FlushAll();
     deferred_path = path;

@@ -28,7 +28,8 @@ bool PipeReader::ReadLine(char* to, size_t size) {
     return done > 0 && !interrupted_;
 }
 
-// Waits for more, whatever comes of it. False at the end of the pipe, a failure or a signal.
+// Waits for more, whatever comes of it. Returns false at the end of the pipe, a failure or a
+// signal.
 bool PipeReader::Fill() {
     interrupted_ = WaitReadable(fd_) != 0 && errno == EINTR;
     if (interrupted_) return false;

@@ -19,10 +19,10 @@ class PipeReader {
     size_t Read(char* to, size_t size);
 
     // Reads one line with its line feed, or `size` - 1 characters of it where it is longer, and
-    // ends it with NUL. False when nothing came: the pipe ended, or `interrupted`.
+    // ends it with NUL. Returns false when nothing came: the pipe ended, or `interrupted`.
     bool ReadLine(char* to, size_t size);
 
-    // Whether a signal ended the last wait.
+    // Returns whether a signal ended the last wait.
     bool interrupted() const { return interrupted_; }
 
     // What the wait goes by. It may go on behind the end of the pipe.

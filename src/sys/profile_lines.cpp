@@ -40,6 +40,8 @@ int rf_fileclose(Stream stream) { return std::fclose(stream.release()) == 0 ? 0 
 bool LoadProfile(const char* path, std::string* bytes, struct stat* status) {
     FlushDeferredWrites(path);
     bytes->clear();
+    // Looked at before it is opened: a named pipe in its place would hold this program up until
+    // somebody writes to it.
     struct stat found = {};
     const bool there = stat(path, &found) == 0;
     if (status != nullptr) *status = found;

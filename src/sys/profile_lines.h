@@ -23,9 +23,9 @@ Stream rf_fileopen(const char* path, const char* mode);
 bool rf_filegets(std::string* line, size_t size, std::string_view* rest);
 int rf_fileclose(Stream stream);
 
-// Reads the whole of a regular file, after the writes to it that were put off. False when it is
-// none (errno EINVAL), is larger than 16 MiB (EFBIG), cannot be opened or a read fails for good;
-// `bytes` then holds what was read. `status`, where given, is the file's before it was read,
+// Reads the whole of a regular file, after the writes to it that were put off. Returns false when
+// it is none (errno EINVAL), is larger than 16 MiB (EFBIG), cannot be opened or a read fails for
+// good; `bytes` then holds what was read. `status`, where given, is the file's before it was read,
 // cleared where there is none.
 bool LoadProfile(const char* path, std::string* bytes, struct stat* status = nullptr);
 

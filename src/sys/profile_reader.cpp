@@ -28,11 +28,15 @@ int CopyValue(std::string_view value, char* result, int size) {
         result[value.size()] = '\0';
         return static_cast<int>(value.size());
     }
+    // One character less than there is room for, and a count that is one less again: readers of
+    // long values have always been given that.
     std::memcpy(result, value.data(), room - 1);
     result[room - 1] = '\0';
     return size - 2;
 }
 
+// Size and modification time alone would miss a file that has taken the other's place within the
+// same tick of the clock.
 bool SameFile(const struct stat& a, const struct stat& b) {
     const auto same_time = [](const timespec& x, const timespec& y) {
         return x.tv_sec == y.tv_sec && x.tv_nsec == y.tv_nsec;
@@ -56,6 +60,7 @@ void ProfileReader::Refresh() {
     if (stat(path_.c_str(), &now) != 0 || !loaded() || !SameFile(now, status_)) Load();
 }
 
+// Cleaning the lines once pays off: a Schedule file of many disks is asked hundreds of times.
 const ProfileReader::Lines& ProfileReader::CutAt(size_t line_size,
                                                  std::optional<Lines>* cached) const {
     if (!cached->has_value()) {
@@ -94,6 +99,7 @@ int ProfileReader::String(const char* section, const char* key, const char* defa
         if (IsHeader(line, true)) break;
         // A "[" that nothing closes neither ends the section nor is an entry.
         if (StartsWith(line, ";") || StartsWith(line, "[")) continue;
+        // The search goes on: of a key that stands there twice the last line counts.
         if (StartsWith(line, pattern)) {
             std::memset(result, 0, static_cast<size_t>(size));
             count = CopyValue(std::string_view(line).substr(pattern.size()), result, size);
@@ -114,6 +120,7 @@ int ProfileReader::Int(const char* section, const char* key, int default_value) 
         const char* digits = line.c_str() + pattern.size();
         char* end = nullptr;
         const long long number = std::strtoll(digits, &end, 10);
+        // A value without digits leaves what an earlier line of the key has said.
         if (end != digits) value = ClampToInt(number);
     }
     return value;

@@ -21,7 +21,8 @@ class ProfileReader {
     // put off and are still to come are not looked for.
     void Refresh();
 
-    // Whether the file could be read; else every answer is the default, and `error` is the errno.
+    // Returns whether the file could be read; else every answer is the default, and `error` is the
+    // errno.
     bool loaded() const { return error_ == 0; }
     int error() const { return error_; }
 

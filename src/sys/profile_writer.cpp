@@ -24,11 +24,13 @@ bool IsHeader(const std::string& piece) {
     return piece[0] == '[' && BeforeNul(piece).find(']') != std::string::npos;
 }
 
-// Whether the line is copied as it stands, whatever it holds.
+// Returns whether the line is copied as it stands, whatever it holds.
 bool IsPassedOver(const std::string& piece) { return std::strchr("; \n\r#[", piece[0]) != nullptr; }
 
 }  // namespace
 
+// The file is kept as the pieces it was cut into, so that every byte which is not written to stays
+// as it is: comments, blanks, odd line ends.
 ProfileWriter::ProfileWriter(const char* path) : lock_(path), path_(path) {
     std::string bytes;
     if (!lock_.held()) {
@@ -49,6 +51,8 @@ void ProfileWriter::Write(const char* section, const char* key, const char* valu
     if (Empty(section) || Empty(key) || Empty(value)) return;
     ++writes_;
     if (!Loaded()) return;
+    // The write before is certain not to be the last. This one may be, and what stood there before
+    // it becomes the backup.
     if (pending_.has_value()) Apply(*pending_);
     pending_ = Entry{SectionPattern(section, kMaxPattern), KeyPattern(key, kMaxPattern),
                      std::string(key) + "=" + value + "\n"};
@@ -95,6 +99,7 @@ void ProfileWriter::Apply(const Entry& entry) {
     bool written = false;
     // Where a new line goes: the end of the section, or that of the file.
     auto end = lines_.end();
+    // Of a section that stands there twice the first is written to, as it is the one that is read.
     if (const auto header = headers_.Find(entry.section); header.has_value()) {
         for (end = std::next(*header); end != lines_.end() && !IsHeader(*end); ++end) {
             if (IsPassedOver(*end) || !StartsWith(*end, entry.key)) continue;

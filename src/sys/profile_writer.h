@@ -20,9 +20,9 @@ class ProfileWriter {
 
     void Write(const char* section, const char* key, const char* value);
 
-    // Puts the writes, if there are any, in place. False when that, or reading the file, failed;
-    // the file is then as it was, unless the last step alone failed, which is to make its place
-    // outlast a power cut. A "<path>.old" that cannot be had does not keep the writes out.
+    // Puts the writes, if there are any, in place. Returns false when that, or reading the file,
+    // failed; the file is then as it was, unless the last step alone failed, which is to make its
+    // place outlast a power cut. A "<path>.old" that cannot be had does not keep the writes out.
     bool Save();
 
     // Save for a change that nobody else would miss: a failure is traced under `caller` and told to
@@ -55,8 +55,8 @@ class ProfileWriter {
     HeaderIndex<Lines::iterator> headers_;
 };
 
-// Makes `kept_path`, a name in the same directory, hold what the profile holds now. False, with
-// `kept_path` as it was, when that fails.
+// Makes `kept_path`, a name in the same directory, hold what the profile holds now. Returns false,
+// with `kept_path` as it was, when that fails.
 bool KeepProfileAs(const char* path, const std::string& kept_path);
 
 }  // namespace patrol

@@ -39,7 +39,7 @@ void RemoveStale(const std::string& path) {
     }
 }
 
-// Whether a file may take the place of what stands at `path`: a regular file, described in
+// Returns whether a file may take the place of what stands at `path`: a regular file, described in
 // `*status`, or nothing yet, which leaves it cleared.
 bool Replaceable(const char* path, struct stat* status) {
     if (stat(path, status) != 0) return errno == ENOENT;
@@ -90,6 +90,8 @@ bool FileReplacement::Commit() {
     return true;
 }
 
+// The bytes are brought to the disk before the rename. A file system may do the two in the other
+// order, and a power cut in between would leave an empty file under the name.
 bool FileReplacement::Finish() {
     if (stream_ != nullptr) {
         if (std::fflush(stream_.get()) != 0 || std::ferror(stream_.get()) != 0) {
@@ -107,6 +109,8 @@ bool FileReplacement::Fail(const char* call, int error) {
     return false;
 }
 
+// Two names for one file take no room and no time. They can share it because nothing here writes
+// into a file that has its place; it is only ever replaced.
 bool LinkInPlace(const std::string& path, const std::string& link_path) {
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.ok() || fsync(file.get()) != 0) return false;

@@ -33,11 +33,11 @@ class FileReplacement {
     // Returns the stream to write to; null when the file could not be created.
     FILE* stream() const { return stream_.get(); }
 
-    // Writes `bytes` as the whole file. False when they did not all reach the disk.
+    // Writes `bytes` as the whole file. Returns false when they did not all reach the disk.
     bool Write(std::string_view bytes);
 
-    // Puts the file in place. False when that, or anything written before, failed. The place
-    // outlasts a power cut once SyncDirectory has followed.
+    // Puts the file in place. Returns false when that, or anything written before, failed. The
+    // place outlasts a power cut once SyncDirectory has followed.
     bool Commit();
 
     // What failed, once something has.
@@ -57,11 +57,12 @@ class FileReplacement {
 };
 
 // Gives the file at `path` the second name `link_path`, in place of what stood there. Both names
-// must lie in one directory, whose lock the caller holds. False, with `link_path` as it was, where
-// the file cannot be brought to the disk, or links are refused. SyncDirectory is to follow.
+// must lie in one directory, whose lock the caller holds. Returns false, with `link_path` as it
+// was, where the file cannot be brought to the disk, or links are refused. SyncDirectory is to
+// follow.
 bool LinkInPlace(const std::string& path, const std::string& link_path);
 
-// Makes the renames in the directory of `path` outlast a power cut. False when that fails.
+// Makes the renames in the directory of `path` outlast a power cut. Returns false when that fails.
 bool SyncDirectory(const std::string& path);
 
 // Returns "<path><suffix>" cut at 4095 characters.

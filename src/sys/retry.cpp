@@ -33,6 +33,8 @@ uint32_t Random() {
     return static_cast<uint32_t>(std::rand());
 }
 
+// The product wraps like that of the other pauses. It comes out as no pause at all or, clamped, as
+// one just below a second.
 void AllocationPause() {
     constexpr int32_t kBelowSecond = 999999;
     const auto product = static_cast<int32_t>(Random() / 1000000u * 2147483647u);
