@@ -48,10 +48,10 @@ class Metrics {
     std::unordered_set<std::string> seen_;
 };
 
-// What marks a component: its kind, its device, its serial number.
+// What marks a component: its kind and, of a disk, its name and serial number.
 Labels LabelsOf(const Component& component) {
     return {{"component", patrol::FindKind(component.kind)->name},
-            {"device", component.device},
+            {"device", component.kind == patrol::kKindHdd ? component.device : ""},
             {"serial", component.serial}};
 }
 
