@@ -114,15 +114,17 @@ class ScanWatcher {
     }
 
     void SettleNonTarget() {
-        settled_ = true;
-        if (patrol::scanned_disk.vendor.empty() && patrol::scanned_disk.model.empty()) {
-            findings_->Warn(line_, Name() +
-                                       " is not tested: its vendor and model are empty, which "
-                                       "matches every entry of the disks that never are");
+        constexpr char kEvery[] = ", which matches every entry of the disks that never are";
+        const bool empty =
+            patrol::scanned_disk.vendor.empty() && patrol::scanned_disk.model.empty();
+        if (!empty) {
+            Settle("is not tested: it is on the list of disks that never are");
+        } else if (has_vendor_ || has_model_) {
+            Settle(std::string("is not tested: its vendor and model are empty") + kEvery);
         } else {
-            findings_->Note(line_, Name() +
-                                       " is not tested: it is on the list of disks that never "
-                                       "are");
+            Settle(std::string("is not tested: its status line stands before its vendor and model, "
+                               "which count as empty") +
+                   kEvery);
         }
     }
 
@@ -139,6 +141,11 @@ class ScanWatcher {
         borrowed(has_serial_, "serial number", disk.serial_number);
         borrowed(has_vendor_, "vendor", disk.vendor);
         borrowed(has_model_, "model", disk.model);
+        if (has_vendor_ && disk.vendor.empty()) {
+            findings_->Warn(line_, Name() +
+                                       " has an empty vendor: one more empty text, its model, "
+                                       "and it will not be tested");
+        }
     }
 
     // A device that the controller does not see at all.
@@ -212,14 +219,16 @@ bool FitsSettings(const patrol::ScheduleFile& schedule, const Enabled& enabled) 
 
 void CheckSchedule(const Disks& disks, const Enabled& enabled, Findings* findings) {
     findings->About(patrol::sche_path.c_str());
-    if (!patrol::FileExists(patrol::sche_path.c_str())) {
+    const patrol::Place place = patrol::LookAtSchedule(patrol::sche_path.c_str());
+    if (place == patrol::Place::kMissing) {
         findings->Warn(0, "there is no schedule: run \"patrol.exe reload\"");
         return;
     }
     const patrol::ScheduleFile schedule(patrol::sche_path.c_str());
-    char name[64];
-    if (!schedule.loaded() || schedule.profile().SectionNames(name, sizeof name) == 0) {
-        findings->Fail(0, "the schedule is damaged: run \"patrol.exe confchg\"");
+    if (place != patrol::Place::kThere || !schedule.loaded()) {
+        findings->Fail(0, place == patrol::Place::kTooLarge
+                              ? "the schedule is too large: run \"patrol.exe confchg\""
+                              : "the schedule cannot be read: no pass will run");
         return;
     }
     if (!(ScheduledDisks(schedule) == disks)) {
@@ -249,8 +258,15 @@ void CheckNonTargets(Findings* findings) {
     if (count < 0) findings->Warn(0, "number=" + std::to_string(count) + " counts as none");
     for (int i = 0; i < patrol::BoundedCount(count) + 1; ++i) {
         const std::string section = "LIST" + std::to_string(i);
-        const bool there = !list.Value<8>(section.c_str(), "vendor", "").empty();
+        const auto vendor = list.Value<512>(section.c_str(), "vendor", "");
+        const auto model = list.Value<512>(section.c_str(), "model", "");
+        const bool there = !vendor.empty();
         if (i < count && !there) findings->Warn(0, "[" + section + "] has no vendor");
+        if (i < count && there) {
+            findings->Note(0, "[" + section + "] disks of vendor \"" + std::string(vendor.view()) +
+                                  "\" and model \"" + std::string(model.view()) +
+                                  "\" are never tested");
+        }
         if (i >= count && there) {
             findings->Warn(0, "[" + section + "] is not read: number=" + std::to_string(count));
         }

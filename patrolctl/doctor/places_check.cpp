@@ -12,9 +12,24 @@
 namespace patrolctl {
 namespace {
 
-// What every directory must be: there, and closed to others.
+constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
+
+// Looks at what lies above a directory: who may write there may put another one in its place.
+void CheckParents(const std::string& path, Findings* findings) {
+    for (size_t at = path.rfind('/'); at != std::string::npos && at > 0;
+         at = path.rfind('/', at - 1)) {
+        const std::string parent = path.substr(0, at);
+        struct stat status = {};
+        if (stat(parent.c_str(), &status) != 0) continue;
+        if ((status.st_mode & kOthersWrite) == 0 || (status.st_mode & S_ISVTX) != 0) continue;
+        findings->Fail(0, "others may write to " + parent + " above it, and put another one here");
+    }
+}
+
+// What every directory must be: there, and closed to others; one that is `shared` may be open to
+// them if they cannot take away what is not theirs.
 bool CheckDirectory(const char* variable, const std::string& path, const std::string& without,
-                    Findings* findings) {
+                    bool shared, Findings* findings) {
     findings->About(path);
     if (path.empty()) {
         findings->Fail(0, std::string(variable) + " is not set: " + without);
@@ -29,11 +44,15 @@ bool CheckDirectory(const char* variable, const std::string& path, const std::st
         findings->Fail(0, std::string(variable) + " names it, and it is no directory");
         return false;
     }
-    const bool sticky = (status.st_mode & S_ISVTX) != 0;
-    constexpr char kWarning[] = "others may write to this directory; the controller runs as root";
-    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        (sticky ? findings->Warn(0, kWarning) : findings->Fail(0, kWarning));
+    const bool open = (status.st_mode & kOthersWrite) != 0;
+    if (open && shared && (status.st_mode & S_ISVTX) != 0) {
+        findings->Note(0, "others may write to this directory, but not to what is there");
+    } else if (open) {
+        findings->Fail(0, "others may write to this directory; the controller runs as root");
+    } else if (status.st_uid != 0 && status.st_uid != geteuid()) {
+        findings->Fail(0, "this directory belongs to somebody else; the controller runs as root");
     }
+    CheckParents(path, findings);
     return true;
 }
 
@@ -56,7 +75,7 @@ void CheckProgram(const std::string& path, const std::string& without, Findings*
         findings->Fail(0, "is missing: " + without);
     } else if (!S_ISREG(status.st_mode) || (status.st_mode & 0111) == 0) {
         findings->Fail(0, "is no program: " + without);
-    } else if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    } else if ((status.st_mode & kOthersWrite) != 0) {
         findings->Fail(0, "others may write to it; the controller runs it as root");
     }
 }
@@ -75,10 +94,13 @@ void CheckPipe(const std::string& path, Findings* findings) {
 }  // namespace
 
 void CheckPlaces(const Places& places, Findings* findings) {
-    CheckDirectory("KVX_data", places.data, "nothing runs", findings);
-    CheckDirectory("KVX_log", places.log, "nothing runs", findings);
-    CheckDirectory("KVX_temp", places.temp, "no faulty part is reported", findings);
-    if (CheckDirectory("KVX_bin", places.bin, "no pass will run", findings)) {
+    CheckDirectory("KVX_data", places.data, "nothing runs", false, findings);
+    CheckDirectory("KVX_log", places.log, "nothing runs", false, findings);
+    CheckDirectory("KVX_temp", places.temp, "no faulty part is reported", true, findings);
+    if (!places.config.empty()) {
+        CheckDirectory("KVX_config", places.config, "", false, findings);
+    }
+    if (CheckDirectory("KVX_bin", places.bin, "no pass will run", false, findings)) {
         CheckShellText(places.bin, findings);
         CheckProgram(places.bin + "/get", "no pass will run", findings);
         CheckProgram(places.bin + "/parts", "no faulty part is reported", findings);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <map>
@@ -10,6 +11,7 @@
 #include "doctor/checks.h"
 #include "model/files.h"
 #include "msg/catalogue.h"
+#include "report/system_event_settings.h"
 #include "schedule/settings_files.h"
 #include "state/schedule_file.h"
 
@@ -21,15 +23,20 @@ using patrol::SettingForm;
 using patrol::SettingLine;
 
 constexpr size_t kMaxSettings = 16 << 20;
+constexpr std::string_view kBlank = " \t\r";
 
 std::string Quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
 
+std::string_view Trimmed(std::string_view text) {
+    const size_t first = text.find_first_not_of(kBlank);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(kBlank) - first + 1);
+}
+
 // Whether a text is a decimal number and nothing else but blanks around it.
 bool IsNumber(std::string_view text) {
-    constexpr std::string_view kBlank = " \t\r";
-    const size_t first = text.find_first_not_of(kBlank);
-    if (first == std::string_view::npos) return false;
-    text = text.substr(first, text.find_last_not_of(kBlank) - first + 1);
+    text = Trimmed(text);
+    if (text.empty()) return false;
     if (text[0] == '-' || text[0] == '+') text.remove_prefix(1);
     return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
@@ -56,18 +63,19 @@ class SettingsFile {
         return true;
     }
 
-    // The number of a setting; none where the file has none.
-    int Number(const std::string& section) const {
-        const auto found = numbers_.find(section);
-        return found != numbers_.end() ? found->second : 0;
-    }
-    // The line of its value.
-    int Line(const std::string& section) const {
-        const auto found = lines_.find(section);
-        return found != lines_.end() ? found->second : 0;
-    }
+    // The number of a setting, the text of its value, and the line that it stands in; nothing where
+    // the file has none.
+    int Number(const std::string& section) const { return Find(numbers_, section); }
+    std::string Text(const std::string& section) const { return Find(texts_, section); }
+    int Line(const std::string& section) const { return Find(lines_, section); }
 
  private:
+    template <class Value>
+    static Value Find(const std::map<std::string, Value>& values, const std::string& section) {
+        const auto found = values.find(section);
+        return found != values.end() ? found->second : Value();
+    }
+
     void Take(const SettingLine& line) {
         if (line.value_of != nullptr) {
             open_ = nullptr;
@@ -99,6 +107,7 @@ class SettingsFile {
         const Setting& setting = *line.value_of;
         const std::string name = setting.section;
         lines_[name] = line.number;
+        texts_[name] = line.text;
         if (line.text[0] == '[') {
             findings_->Warn(line.number,
                             Quoted(line.text) + " is taken as the value of [" + name + "]");
@@ -124,6 +133,7 @@ class SettingsFile {
     std::set<std::string> opened_;
     std::map<std::string, int> numbers_;
     std::map<std::string, int> lines_;
+    std::map<std::string, std::string> texts_;
 };
 
 // The parameters that the command lines of test programs are made of.
@@ -148,6 +158,9 @@ constexpr Parameter kPatrolParameters[] = {
     {"HDD_DIAGPARAM", "param_error"},
 };
 
+constexpr Parameter kNonTargetParameters[] = {
+    {"NON_TARGETLIST", "number", true}, {"LIST", "vendor"}, {"LIST", "model"}};
+
 // A section whose name ends in "_LEVEL" stands for the three that have a level's number behind it.
 constexpr Parameter kPadiagParameters[] = {
     {"CPUDIAG_PARAM_LEVEL", "dev"},
@@ -171,13 +184,36 @@ constexpr Parameter kPadiagParameters[] = {
     {"HDDDIAG_PARAM_LEVEL", "param_error"},
 };
 
-// The section without the number of its level, where it is one of a level.
-std::string WithoutLevel(const std::string& section) {
-    constexpr std::string_view kLevel = "_LEVEL";
-    const size_t at = section.size() - std::min<size_t>(section.size(), 1);
-    const bool level =
-        EndsWith(section.substr(0, at), kLevel) && section[at] >= '1' && section[at] <= '3';
-    return level ? section.substr(0, at) : section;
+// The section without its number, where it is one of a level or of a list.
+std::string WithoutNumber(const std::string& section) {
+    const size_t at = section.find_last_not_of("0123456789") + 1;
+    const std::string name = section.substr(0, at), number = section.substr(at);
+    const bool level = EndsWith(name, "_LEVEL") && number >= "1" && number <= "3";
+    const bool numbered = (level && number.size() == 1) || (name == "LIST" && !number.empty());
+    return numbered ? name : section;
+}
+
+// What becomes of a value that is no number, or not all of it.
+std::string CountsAs(std::string_view value) {
+    const std::string text(value);
+    char* end = nullptr;
+    std::strtol(text.c_str(), &end, 10);
+    if (end == text.c_str()) return " is no number: the default counts";
+    return " counts as " + std::to_string(patrol::ParseInt(text.c_str(), 10));
+}
+
+// What a value that is understood does beyond being handed to a test program.
+void JudgeValue(const std::string& section, std::string_view key, std::string_view value, int line,
+                Findings* findings) {
+    const std::string text = std::string(key) + "=" + std::string(value);
+    if (key == "error" && !BeginsWith(value, "OFF")) {
+        findings->Warn(line, text + " in [" + section + "]: the test is made to fail");
+    }
+    if (section != "HDDDIAG_PARAM" || key != "max") return;
+    const int limit = patrol::ParseInt(std::string(value).c_str(), 10);
+    if (limit == 0) findings->Warn(line, text + ": no disk falls due");
+    if (limit < 0) findings->Warn(line, text + ": a pass tests any number of disks");
+    if (limit > 0) findings->Note(line, text + ": a pass tests at most so many disks");
 }
 
 // Judges a file of sections and KEY=VALUE lines.
@@ -191,13 +227,13 @@ void CheckParameters(const char* path, const Parameter (&known)[N], const char* 
         if (file.missing()) return;
     }
     const auto same = [](const std::string& section, const Parameter& row) {
-        return WithoutLevel(section) == row.section;
+        return WithoutNumber(section) == row.section;
     };
     std::string section;
     bool section_known = false;
     ForEachLine(file.text, [&](std::string_view line, size_t number) {
         const int at = static_cast<int>(number);
-        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+        line = Trimmed(line);
         if (line.empty() || line[0] == ';' || line[0] == '#') return;
         if (line[0] == '[') {
             section = line.substr(1, line.find(']') - 1);
@@ -217,31 +253,39 @@ void CheckParameters(const char* path, const Parameter (&known)[N], const char* 
             findings->Warn(at, Quoted(key) + " has no value");
         } else if (const auto value = line.substr(key.size() + 1);
                    row->number && !IsNumber(value)) {
-            findings->Warn(at, std::string(key) + "=" + std::string(value) + " is no number");
-        } else if (key == "error" && !BeginsWith(value, "OFF")) {
-            findings->Warn(at, "error=" + std::string(value) + " in [" + section +
-                                   "]: the test is made to fail");
+            findings->Warn(at, std::string(line) + CountsAs(value));
+        } else {
+            JudgeValue(section, key, value, at, findings);
         }
     });
 }
 
-void SayEnabled(const SettingsFile& settings, const char* section, const char* what,
-                Findings* findings) {
-    const bool on = settings.Number(section) == 1;
-    findings->Note(settings.Line(section), std::string(what) + (on ? " tested" : " not tested"));
+// Says what passes do with one kind. Whether they test it.
+bool SayPatrol(const SettingsFile& settings, const std::string& kind, const std::string& what,
+               Findings* findings) {
+    const bool on = settings.Number(kind + "_EXE") == 1;
+    const int line = settings.Line(kind + "_EXE");
+    std::string text = what + (on ? " tested" : " not tested");
+    const int seconds = settings.Number(kind + "_TIMEOUT");
+    if (on) text += " by " + Quoted(settings.Text(kind + "_TEST"));
+    if (on && seconds > 0) text += ", with " + std::to_string(seconds) + " seconds to end in";
+    findings->Note(line, text);
+    return on;
 }
 
 Enabled CheckPatrolSettings(Findings* findings) {
     SettingsFile settings(patrol::env_path.c_str(), patrol::PatrolSettings(), findings);
     if (!settings.Read()) {
-        findings->Warn(0, "is missing: passes test nothing");
+        const bool there = patrol::FileExists(patrol::env_path.c_str());
+        findings->Warn(0, std::string(there ? "cannot be read" : "is missing") +
+                              ": passes test nothing");
         return {};
     }
-    SayEnabled(settings, "CPUDIAG_EXE", "processors are", findings);
-    SayEnabled(settings, "MEMDIAG_EXE", "memory is", findings);
-    SayEnabled(settings, "HDDDIAG_EXE", "disks are", findings);
-    return {settings.Number("CPUDIAG_EXE") == 1, settings.Number("MEMDIAG_EXE") == 1,
-            settings.Number("HDDDIAG_EXE") == 1};
+    Enabled enabled;
+    enabled.cpu = SayPatrol(settings, "CPUDIAG", "processors are", findings);
+    enabled.memory = SayPatrol(settings, "MEMDIAG", "memory is", findings);
+    enabled.disks = SayPatrol(settings, "HDDDIAG", "disks are", findings);
+    return enabled;
 }
 
 void CheckPadiagSettings(Findings* findings) {
@@ -250,34 +294,43 @@ void CheckPadiagSettings(Findings* findings) {
         findings->Note(0, "is missing: nothing is asked for");
         return;
     }
+    std::string kinds;
+    for (const char* kind : {"cpu", "mem", "hdd"}) {
+        if (settings.Number(kind) == 1) kinds += (kinds.empty() ? "" : ", ") + std::string(kind);
+    }
     const int level = settings.Number("level");
+    const int seconds = settings.Number("time");
+    findings->Note(settings.Line("level"),
+                   "on request, tests of kinds " + (kinds.empty() ? "none" : kinds) + " at level " +
+                       std::to_string(level) + " for " +
+                       (seconds == 0 ? "one round" : std::to_string(seconds) + " seconds"));
     if (level < 1 || level > 3) {
         findings->Warn(settings.Line("level"), "there is no level " + std::to_string(level) +
                                                    ": no test is started on request");
     }
-    if (settings.Number("time") < 0) {
+    if (seconds < 0) {
         findings->Warn(settings.Line("time"), "the test programs refuse a time below 0");
     }
-}
-
-void CheckDiskLimit(Findings* findings) {
-    findings->About(patrol::para_path.c_str());
-    const patrol::ProfileReader parameters(patrol::para_path.c_str());
-    const int limit = parameters.Int("HDDDIAG_PARAM", "max", patrol::kDefaultHddMax);
-    if (limit <= 0) findings->Warn(0, "max=" + std::to_string(limit) + ": no disk falls due");
 }
 
 // "common.ini" switches the announcements of on-request tests on.
 void CheckCommon(const Places& places, Findings* findings) {
     if (places.config.empty()) return;
-    const std::string path = places.config + "/common.ini";
-    findings->About(path);
-    const FileText file = ReadText(path, kMaxSettings);
-    if (file.missing()) {
+    findings->About(places.config + "/common.ini");
+    // The controller looks for it there.
+    setenv("KVX_config", places.config.c_str(), 1);
+    patrol::SystemEventSettings settings;
+    if (patrol::check_config_file(&settings) != 0) {
         findings->Note(0, "is missing: on-request tests are not announced to the system log");
-    } else if (!file.Fault().empty()) {
-        findings->Warn(0, file.Fault());
+        return;
     }
+    const int facility = settings.facility;
+    const bool known = facility >= 0 && facility <= 7;
+    findings->Note(0, settings.enable == 0
+                          ? "on-request tests are not announced to the system log"
+                          : "on-request tests are announced to the system log as local" +
+                                std::to_string(known ? facility : 0));
+    if (!known) findings->Warn(0, "facility=" + std::to_string(facility) + " counts as 0");
 }
 
 }  // namespace
@@ -286,7 +339,9 @@ Enabled CheckSettings(const Places& places, Findings* findings) {
     const Enabled enabled = CheckPatrolSettings(findings);
     CheckParameters(patrol::para_path.c_str(), kPatrolParameters,
                     "test names are kept nowhere, and the defaults count", findings);
-    CheckDiskLimit(findings);
+    if (patrol::FileExists(patrol::nontarget_path.c_str())) {
+        CheckParameters(patrol::nontarget_path.c_str(), kNonTargetParameters, "", findings);
+    }
     CheckPadiagSettings(findings);
     CheckParameters(patrol::para_path2.c_str(), kPadiagParameters, "the defaults count", findings);
     CheckCommon(places, findings);
@@ -295,7 +350,8 @@ Enabled CheckSettings(const Places& places, Findings* findings) {
 
 void CheckCatalogue(const Places& places, Findings* findings) {
     // The messages that the controller takes from there.
-    static constexpr const char* kNeeded[] = {"E3823", "E3825", "E3895", "E3899", "W2824", "W2896"};
+    static constexpr const char* kNeeded[] = {"E0809", "E3823", "E3825", "E3895",
+                                              "E3899", "I0807", "W2824", "W2896"};
     const std::string path = places.data + "/pat_msge.txt";
     findings->About(path);
     const FileText file = ReadText(path, kMaxSettings);
@@ -320,6 +376,7 @@ void CheckCatalogue(const Places& places, Findings* findings) {
             findings->Warn(at, name + " has no text that ends with \";\"");
         }
     });
+    findings->Note(0, std::to_string(numbers.size()) + " messages are read");
     for (const char* name : kNeeded) {
         if (numbers.count(name) == 0) findings->Warn(0, std::string(name) + " is missing");
     }
