@@ -28,7 +28,8 @@ int Clear(const Options& options, const FaultStore& store) {
             PrintProblems({complaint});
             return kExitFailed;
         }
-        Print("Cleared " + ForTerminal(fault.id) + ".\n");
+        Print(options.json ? JsonText({{"cleared", fault.id}})
+                           : "Cleared " + ForTerminal(fault.id) + ".\n");
         return kExitOk;
     }
     PrintProblems({"no fault with the ID \"" + options.fault_id +

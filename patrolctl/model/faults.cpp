@@ -148,7 +148,8 @@ void ReadStored(const std::string& directory, FaultStore* store) {
         if (file.missing()) continue;
         auto fault = ParseStored(name.substr(0, name.size() - kEnding.size()), file.text);
         if (!fault || !file.Fault().empty()) {
-            const std::string why = file.Fault().empty() ? "is no fault" : file.Fault();
+            const std::string why =
+                file.Fault().empty() ? "is no fault of a form that is known" : file.Fault();
             store->faults.push_back(path + ": " + why);
             continue;
         }
@@ -161,18 +162,32 @@ std::string Failure(const std::string& what, int error) {
     return what + ": " + std::strerror(error);
 }
 
-// A folder of this name that nobody else has put there.
-patrol::Descriptor OpenFolder(const std::string& path, bool make) {
-    if (make) mkdir(path.c_str(), 0750);
-    return patrol::Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+// Opens the folder "cleared" of a directory, which others may be allowed to write to: a folder that
+// somebody else has put there is refused. Errno says why there is none.
+patrol::Descriptor OpenCleared(int directory) {
+    constexpr char kName[] = "cleared";
+    mkdirat(directory, kName, 0750);
+    patrol::Descriptor folder(
+        openat(directory, kName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status = {};
+    if (!folder.ok() || fstat(folder.get(), &status) != 0) return {};
+    if (status.st_uid == geteuid()) return folder;
+    errno = EPERM;
+    return {};
 }
 
-// Moves the file `name` of `directory` into the folder "cleared" there, under the new name.
-int MoveAside(const std::string& directory, const std::string& name, const std::string& new_name) {
-    const patrol::Descriptor from = OpenFolder(directory, false);
-    const patrol::Descriptor to =
-        from.ok() ? OpenFolder(directory + "/cleared", true) : patrol::Descriptor();
+// Moves the file `name` of `directory` into the folder "cleared" there, as `start` and `end` put
+// together; with a number between them where that name is taken. 0, or errno.
+int MoveAside(const std::string& directory, const std::string& name, const std::string& start,
+              const std::string& end) {
+    const patrol::Descriptor from(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!from.ok()) return errno;
+    const patrol::Descriptor to = OpenCleared(from.get());
     if (!to.ok()) return errno;
+    std::string new_name = start + end;
+    for (int i = 2; faccessat(to.get(), new_name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0; ++i) {
+        new_name = start + "-" + std::to_string(i) + end;
+    }
     return renameat(from.get(), name.c_str(), to.get(), new_name.c_str()) == 0 ? 0 : errno;
 }
 
@@ -210,13 +225,12 @@ std::string ClearFault(const Places& places, const Fault& fault) {
     patrol::Descriptor lock;
     int error = fault.stored ? LockStore(places.data + "/faults", &lock) : 0;
     if (error == 0) {
-        const std::string aside =
-            fault.stored ? fault.id + "." + stamp + ".json" : name + "." + stamp;
-        error = MoveAside(directory, name, aside);
+        error = fault.stored ? MoveAside(directory, name, fault.id + "." + stamp, ".json")
+                             : MoveAside(directory, name, name + "." + stamp, "");
     }
     if (error != 0) return Failure(fault.path + " cannot be moved aside", error);
     for (const char* ending : {".bak", "_bak"}) {
-        if (!fault.stored) MoveAside(directory, name + ending, name + "." + stamp + ending);
+        if (!fault.stored) MoveAside(directory, name + ending, name + "." + stamp, ending);
     }
     return "";
 }
