@@ -20,11 +20,14 @@ std::time_t Since(const std::string& text) {
     return ParseIsoTime(text).value_or(0);
 }
 
-// Whether a result is of the kind, the test program or the device of this name.
+// Whether a result is of the kind ("Memory", or "mem" as "run" has it), the test program or the
+// device of this name.
 bool IsOf(const Result& result, const std::string& name) {
     const patrol::Kind* kind = patrol::FindKind(result.kind);
-    return name.empty() || (kind != nullptr && SameWord(name, kind->name)) ||
-           SameWord(name, result.program.c_str()) || name == result.device;
+    const bool of_kind =
+        kind != nullptr && (SameWord(name, kind->name) || SameWord(name + "test", kind->program));
+    return name.empty() || of_kind || SameWord(name, result.program.c_str()) ||
+           name == result.device || "/dev/" + name == result.device;
 }
 
 std::string Text(const std::vector<const Result*>& results, bool colour) {

@@ -1,7 +1,7 @@
 #include "model/results.h"
 
 #include <algorithm>
-#include <cstring>
+#include <utility>
 
 #include "base/kinds.h"
 #include "model/files.h"
@@ -86,9 +86,15 @@ bool Result::Failed() const {
 
 Results ReadResults(const Places& places) {
     Results results;
-    ReadHistory(places.log + "/" + patrol::kPatrolHistory, Source::kPatrol, &results);
-    ReadHistory(places.log + "/" + patrol::kPadiagHistory, Source::kRequest, &results);
-    ReadHistory(places.log + "/" + patrol::kAgedHistory, Source::kEither, &results);
+    const std::pair<const char*, Source> histories[] = {{patrol::kPatrolHistory, Source::kPatrol},
+                                                        {patrol::kPadiagHistory, Source::kRequest},
+                                                        {patrol::kAgedHistory, Source::kEither}};
+    for (const auto& [name, source] : histories) {
+        // Behind the name of an aged file stands its generation.
+        for (const char* generation : {"3", "2", "1", ""}) {
+            ReadHistory(places.log + "/" + name + generation, source, &results);
+        }
+    }
     // Lines of one second stay in the order in which they stand.
     std::stable_sort(results.list.begin(), results.list.end(),
                      [](const Result& a, const Result& b) { return a.time < b.time; });
