@@ -126,6 +126,8 @@ class CommandLine {
         app_.add_option("--bin", places.bin, "Directory of the test programs (KVX_bin)");
         app_.add_option("--temp", places.temp, "Directory of part reports (KVX_temp)");
         app_.add_flag("--no-color", no_colour_, "No colours, even on a terminal");
+        // It may stand before the command as well; the commands that have it say so themselves.
+        app_.add_flag("--json", json_, "JSON instead of text")->group("");
         AddQuestions();
         AddActions();
     }
@@ -138,7 +140,11 @@ class CommandLine {
     CLI::App* Add(const char* name, const char* description, Command routine, bool json) {
         CLI::App* added = app_.add_subcommand(name, description);
         added->fallthrough();
-        added->callback([this, routine] { command_ = routine; });
+        added->callback([this, routine, json] {
+            command_ = routine;
+            if (json_ && !json) throw CLI::ExtrasError({"--json"});
+            options_->json = options_->json || json_;
+        });
         if (json) added->add_flag("--json", options_->json, "JSON instead of text");
         return added;
     }
@@ -195,6 +201,7 @@ class CommandLine {
     CLI::App app_{"Shows what the patrol diagnosis does, asks it, and warns."};
     Command command_ = nullptr;
     bool no_colour_ = false;
+    bool json_ = false;
     std::string max_age_;
 };
 
@@ -214,6 +221,7 @@ int ReportParseError(const CLI::App& app, const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);  // help and version
     const std::vector<std::string> strange = app.remaining(true);
     if (!strange.empty()) return ComplainOfWord(app, strange.front());
+    if (error.get_name() == "ExtrasError") return ComplainOfWord(app, "--json");
     return Complain(ForTerminal(error.what()) + ".", "");
 }
 

@@ -68,15 +68,20 @@ std::string Span(long long seconds) {
 }
 
 std::optional<std::time_t> ParseIsoTime(const std::string& text) {
+    // The year has four digits.
+    if (!IsDigits(text.substr(0, 4)) || text.find('-') != 4) return std::nullopt;
     for (const char* format : {"%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M",
-                               "%Y-%m-%d %H:%M", "%Y-%m-%d"}) {
+                               "%Y-%m-%d %H:%M", "%Y-%m-%dT%H", "%Y-%m-%d"}) {
         std::tm time = {};
         const char* end = strptime(text.c_str(), format, &time);
         if (end == nullptr) continue;
+        const int day = time.tm_mday;
         time.tm_isdst = -1;
-        if (*end == '\0') return std::mktime(&time);
-        const std::optional<long> offset = ParseOffset(end);
-        if (offset) return timegm(&time) - *offset;
+        const std::optional<long> offset = *end == '\0' ? 0 : ParseOffset(end);
+        if (!offset) continue;
+        const std::time_t seconds = *end == '\0' ? std::mktime(&time) : timegm(&time) - *offset;
+        // No month has a day that lands in the next one.
+        if (time.tm_mday == day) return seconds;
     }
     return std::nullopt;
 }
