@@ -59,6 +59,12 @@ FileText ReadText(const std::string& path, size_t limit) {
     return file;
 }
 
+std::string WhyUnreadable(const std::string& path) {
+    FileText file = ReadText(path, 0);
+    file.cut = false;
+    return file.missing() ? "" : file.Fault();
+}
+
 std::string ReadTail(int fd, long long end, size_t limit) {
     const long long from = std::max(0LL, end - static_cast<long long>(limit));
     if (end <= from || lseek(fd, from, SEEK_SET) < 0) return "";

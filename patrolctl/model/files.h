@@ -21,6 +21,9 @@ struct FileText {
 // The first `limit` bytes of a regular file; nothing else is opened.
 FileText ReadText(const std::string& path, size_t limit);
 
+// Why the file, which is there, cannot be read; empty when it can, or is not there.
+std::string WhyUnreadable(const std::string& path);
+
 // The last `limit` bytes of the first `end` of an open file.
 std::string ReadTail(int fd, long long end, size_t limit);
 

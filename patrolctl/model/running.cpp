@@ -204,6 +204,7 @@ std::optional<Hold> FindHold(const Places& places) {
     Hold hold;
     hold.word = "hold";
     hold.reason = file.text.substr(0, file.text.find_last_not_of("\r\n") + 1);
+    if (hold.reason.empty()) hold.reason = "no reason is given in " + places.HoldFile();
     return hold;
 }
 

@@ -29,24 +29,6 @@ std::string Known(std::string_view text) {
     return text == patrol::kNoDevice ? "" : std::string(text);
 }
 
-void TakeFlags(const ScheduleFile& schedule, const patrol::ScheduleKeys& keys, const char* section,
-               Component* component) {
-    const auto flag = [&](const char* key) {
-        return patrol::ReadFlag(schedule.profile(), section, key);
-    };
-    component->enabled = flag(keys.enabled) != Flag::kOff;
-    component->due = flag(keys.due) == Flag::kOn;
-}
-
-Component ReadSingle(const ScheduleFile& schedule, int kind) {
-    const patrol::ScheduleKeys& keys = patrol::KeysOf(kind);
-    Component component;
-    component.kind = kind;
-    component.device = patrol::FindKind(kind)->name;
-    TakeFlags(schedule, keys, keys.section, &component);
-    return component;
-}
-
 // The number that the whole of a text is; none for another text.
 std::optional<uint64_t> WholeNumber(const char* text) {
     char* end = nullptr;
@@ -76,18 +58,17 @@ class ScheduleReader {
 
     void Read() {
         if (!Usable()) return;
-        for (const int kind : {patrol::kKindCpu, patrol::kKindMemory}) {
-            state_->components.push_back(ReadSingle(schedule_, kind));
-        }
+        for (const int kind : {patrol::kKindCpu, patrol::kKindMemory}) ReadSingle(kind);
         const int count = schedule_.DiskCount();
         if (count < 0 || count > patrol::kMaxCount) {
             Complain("hdd_all_num is " + std::to_string(count) + ", which no machine has");
-        } else if (schedule_.TestNumber("hdd_all_num", -1) < 0) {
+        } else if (schedule_.TestNumber(patrol::kDiskCountKey, -1) < 0) {
             Complain("there is no hdd_all_num in [TEST_SCHEDULE]");
         }
         for (int i = 0; i < patrol::BoundedCount(count); ++i) ReadDisk(i);
-        if (nameless_ > 0) {
-            Complain(std::to_string(nameless_) + " of the disks that it counts have no section");
+        if (strange_ > 0) {
+            const std::string others = std::to_string(strange_ - 1);
+            Complain(first_strange_ + (strange_ > 1 ? " (and " + others + " like it)" : ""));
         }
         SetTurns(patrol::ReadSelection(schedule_), &state_->components);
     }
@@ -98,22 +79,53 @@ class ScheduleReader {
     // Whether there is a schedule; says what is wrong with a damaged one.
     bool Usable() {
         struct stat status = {};
-        if (stat(path_.c_str(), &status) != 0) {
-            if (errno != ENOENT) Complain(std::string("cannot be read: ") + std::strerror(errno));
-            return false;
-        }
-        state_->has_schedule = true;
-        state_->schedule_time = status.st_mtime;
-        if (!S_ISREG(status.st_mode)) {
-            Complain(S_ISDIR(status.st_mode) ? "is a directory" : "is no regular file");
+        const bool stands = stat(path_.c_str(), &status) == 0;
+        const patrol::Place place = patrol::LookAtSchedule(path_.c_str());
+        state_->has_schedule = stands && place != patrol::Place::kMissing;
+        state_->schedule_time = stands ? status.st_mtime : 0;
+        if (place == patrol::Place::kMissing) {
+            if (stands) Complain("has no sections; the controller will make it anew");
+        } else if (place == patrol::Place::kTooLarge) {
+            Complain("is too large");
+        } else if (place == patrol::Place::kUnusable) {
+            Complain("is no regular file");
         } else if (!schedule_.loaded()) {
-            Complain("cannot be read");
-        } else if (char name[64]; schedule_.profile().SectionNames(name, sizeof name) == 0) {
-            Complain("has no sections");
+            Complain(std::string("cannot be read: ") + std::strerror(errno));
         } else {
             return true;
         }
         return false;
+    }
+
+    // Of what many disks may have, the first one is said.
+    void CountStrange(const std::string& what) {
+        if (strange_++ == 0) first_strange_ = what;
+    }
+
+    void TakeFlags(const char* section, Component* component) {
+        const patrol::ScheduleKeys& keys = patrol::KeysOf(component->kind);
+        const auto flag = [&](const char* key) {
+            const auto value = schedule_.profile().Value<16>(section, key, "");
+            const std::string place = std::string(" in [") + section + "]";
+            if (value.empty()) {
+                CountStrange(std::string("there is no ") + key + place);
+            } else if (value.view() != patrol::OnOff(true) &&
+                       value.view() != patrol::OnOff(false)) {
+                CountStrange(key + ("=" + std::string(value.view())) + place +
+                             " is neither ON nor OFF");
+            }
+            return patrol::ReadFlag(schedule_.profile(), section, key);
+        };
+        component->enabled = flag(keys.enabled) != Flag::kOff;
+        component->due = flag(keys.due) == Flag::kOn;
+    }
+
+    void ReadSingle(int kind) {
+        Component component;
+        component.kind = kind;
+        component.device = patrol::FindKind(kind)->name;
+        TakeFlags(patrol::KeysOf(kind).section, &component);
+        state_->components.push_back(std::move(component));
     }
 
     void ReadDisk(int number) {
@@ -122,12 +134,13 @@ class ScheduleReader {
         disk.kind = patrol::kKindHdd;
         disk.device = Known(schedule_.Device<512>(number).view());
         disk.serial = Known(schedule_.SerialNumber<512>(number).view());
-        TakeFlags(schedule_, patrol::KeysOf(patrol::kKindHdd), section.c_str(), &disk);
-        if (disk.device.empty()) ++nameless_;
+        const std::string place = std::string(" in [") + section.c_str() + "]";
+        if (disk.device.empty()) CountStrange(std::string("there is no device_name") + place);
+        TakeFlags(section.c_str(), &disk);
         const auto address = schedule_.Address<64>(number);
         const std::optional<uint64_t> start = WholeNumber(address.c_str());
         if (!start) {
-            Complain("the address of " + disk.device + " is no number: " + address.c_str());
+            CountStrange("address=" + std::string(address.view()) + place + " is no number");
         }
         disk.address = start.value_or(0);
         TakeSize(&disk);
@@ -148,7 +161,8 @@ class ScheduleReader {
     std::string path_;
     ScheduleFile schedule_;
     patrol::DiskProgress progress_;
-    int nameless_ = 0;
+    int strange_ = 0;
+    std::string first_strange_;
 };
 
 // Enters last results and open faults into the components.
@@ -234,11 +248,19 @@ PassEnd ReadLastPass(const Places& places) {
     return PassEnd::kUnknown;
 }
 
-// Says which of the directories cannot be looked into.
-void CheckDirectories(State* state) {
-    for (const std::string* directory : {&state->places.data, &state->places.log}) {
+// Says which of the directories cannot be looked into, and which files are there in vain that are
+// read where nothing is said of a missing one.
+void CheckReadable(State* state) {
+    const std::string& data = state->places.data;
+    const std::string& log = state->places.log;
+    for (const std::string* directory : {&data, &log}) {
         if (access(directory->c_str(), R_OK | X_OK) == 0) continue;
         state->problems.push_back(*directory + ": cannot be read: " + std::strerror(errno));
+    }
+    for (const std::string& path :
+         {std::string(patrol::lba_path.view()), log + "/pat_trc_log", log + "/pat_trc_log.0"}) {
+        const std::string fault = WhyUnreadable(path);
+        if (!fault.empty()) state->problems.push_back(path + ": " + fault);
     }
 }
 
@@ -252,7 +274,7 @@ void ReadSchedule(const Places& places, State* state) {
 
 void ReadState(const Places& places, State* state) {
     ReadSchedule(places, state);
-    CheckDirectories(state);
+    CheckReadable(state);
     state->results = ReadResults(places);
     state->faults = ReadFaults(places);
     state->last_pass = ReadLastPass(places);
