@@ -48,6 +48,9 @@ void JudgePasses(const State& state, std::vector<Finding>* findings) {
     }
     if (state.results.list.empty()) warn("nothing has run yet");
     if (state.last_pass == PassEnd::kFailed) warn("the last pass ended with an error");
+    if (state.last_pass == PassEnd::kKeptAway) {
+        warn("the last pass ended with an error: the agent was not ready for it");
+    }
 }
 
 int Rank(Level level) {
