@@ -2,6 +2,7 @@
 // the look-ups make of them.
 
 #include "schedule/device_config.h"
+#include "schedule/old_disks.h"
 #include "schedule/padiag_builder.h"
 #include "schedule/patrol_builder.h"
 #include "schedule/update.h"

@@ -6,7 +6,6 @@
 #include "control/patrol_launch.h"
 #include "control/selection.h"
 #include "schedule/sched_main.h"
-#include "schedule/update.h"
 #include "state/schedule_file.h"
 #include "support.h"
 

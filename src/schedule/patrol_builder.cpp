@@ -9,8 +9,8 @@
 #include "schedule/builder_steps.h"
 #include "schedule/device_config.h"
 #include "schedule/due_rule.h"
+#include "schedule/old_disks.h"
 #include "schedule/settings_files.h"
-#include "schedule/update.h"
 #include "state/schedule_file.h"
 #include "sys/profile_writer.h"
 

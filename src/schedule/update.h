@@ -1,16 +1,7 @@
 // Bringing an existing patrol Schedule file up to date.
 #pragma once
 
-#include "base/text.h"
-
 namespace patrol {
-
-// A disk of the Schedule file before a rebuild.
-struct OldDisk {
-    Text<512> device_name;
-    Text<512> serial_number;
-    Text<512> address;
-};
 
 // Has the enable and due flags follow the new settings in place; disks, addresses, time-outs and
 // the disk limit stay. Returns 0, or -1 when there is no Schedule file.
@@ -23,14 +14,7 @@ int UpdateSchedule();
 // rebuild failed.
 int CompareSchedule();
 
-// Returns the disk of the old file that has this serial number: the first whose own is its
-// beginning. Returns null where there is none, or no rebuild under way.
-const OldDisk* KnownDisk(const char* serial);
-
-// The steps of these.
+// The step of the first that changes the file.
 void PatrolUpdateSchedule();
-int HddTblAlloc();   // 0, or -1 (traced)
-bool HddSaveData();  // false when the Schedule cannot be read
-void HddCompareData();
 
 }  // namespace patrol
