@@ -92,7 +92,7 @@ TEST(UnreadableFileTest, DevicesAndPipesInPlaceOfFilesHoldNobodyUp) {
         ASSERT_EQ(symlink("/dev/zero", agent.Path(file).c_str()), 0);
         ExpectOrderlyEnd(agent.Run({"reload"}));
     }
-    for (const char* file : {kHistory, kTrace, kNew, kOld}) {
+    for (const char* file : {"data/pat_env0.ini", kHistory, kTrace, kNew, kOld}) {
         AgentDir agent;
         Fill(agent, 1);
         agent.Remove(file);

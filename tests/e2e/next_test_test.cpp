@@ -1,5 +1,7 @@
 // What each pass makes due for the next one.
 
+#include <sys/resource.h>
+
 #include "records.h"
 
 namespace patrol_test {
@@ -38,6 +40,16 @@ TEST_F(NextTest, ProcessorsAndMemoryTakeTurns) {
         EXPECT_EQ(agent_.Key("CPU_SCHEDULE", "cpu_next_go"), row[4]);
         EXPECT_EQ(agent_.Key("MEM_SCHEDULE", "mem_next_go"), row[5]);
     }
+    // More disks than there is memory for keep nobody from the turn.
+    Plan("ON", "OFF", {});
+    agent_.SetKey("TEST_SCHEDULE", "hdd_all_num", "2147483647");
+    Launch launch;
+    launch.in_child = [] {
+        const rlimit memory = {rlim_t{1} << 30, rlim_t{1} << 30};
+        if (!kSanitized) setrlimit(RLIMIT_AS, &memory);
+    };
+    Pass(launch);
+    EXPECT_EQ(agent_.Key("MEM_SCHEDULE", "mem_next_go"), "ON");
 }
 
 TEST_F(NextTest, DisksTakeTurnsByParityWithinTheLimit) {

@@ -336,7 +336,9 @@ TEST_F(PadiagTest, StartEventAndHistoryAgreeHowFarADiskIs) {
 }
 
 TEST_F(PadiagTest, AFaultyPartIsReportedAsFoundByThisDiagnosis) {
-    agent_.Script("parts", "echo \"$2\" >> $KVX_data/calls\ncp \"$2\" $KVX_data/report");
+    agent_.Script("parts",
+                  "ls -l /proc/$$/fd > $KVX_data/open\necho \"$2\" >> $KVX_data/calls\n"
+                  "cp \"$2\" $KVX_data/report");
     agent_.Write("data/devconf_cur.xml", "<dev type=\"Partition\" path=\"3\">\n");
     for (const Strings& row :
          Rows("cputest|parts_pd_cpu|Partition;3\nmemtest|parts_pd_mem|Partition;3\n"
@@ -350,6 +352,7 @@ TEST_F(PadiagTest, AFaultyPartIsReportedAsFoundByThisDiagnosis) {
         EXPECT_NE(agent_.Read("data/report")
                       .find("\nFRU1=" + row[2] + "\nFLAG=diag\nSUMMARY=E3829 bad\n"),
                   std::string::npos);
+        EXPECT_EQ(agent_.Read("data/open").find("_stdout"), std::string::npos) << "handed on";
         EXPECT_NE(agent_.Read(kPadiagTrace).find(" Padiag Error End\n"), std::string::npos);
         EXPECT_EQ(History().size(), 1U);
     }
@@ -362,6 +365,24 @@ TEST_F(PadiagTest, AFaultyPartIsReportedAsFoundByThisDiagnosis) {
     agent_.Script("parts", "exit 1");
     Judge(Verdict(4, 6));
     EXPECT_EQ(Count("[PadiagWaitMemTest] parts_proc err !!"), 1U);
+}
+
+// The other history, which has room, is not touched.
+TEST_F(PadiagTest, AResultThatFindsNoRoomGoesToTheAgedHistoryAlone) {
+    const std::string full(1048448, 'h'), aged = "log/patstat3.txt";
+    Stub("memtest", Verdict(1, 2));
+    for (const bool padiag : {true, false}) {
+        Forget();
+        const char* history = padiag ? kPadiagHistory : kHistory;
+        agent_.Write(history, full);
+        agent_.Write(aged, "aged\n");
+        padiag ? PlanMemory() : PlanOne("memtest");
+        padiag ? Diagnose() : PassTest::Pass();
+        EXPECT_EQ(agent_.Read(history), full);
+        EXPECT_EQ(Masked(Join(agent_.History(aged)), "\\[\\d+s\\]", "[#s]"),
+                  std::string("OK      memtest Memory [#s]") + (padiag ? " pass=0\n" : "\n"));
+        EXPECT_FALSE(agent_.Exists(padiag ? kHistory : kPadiagHistory));
+    }
 }
 
 TEST_F(PadiagTest, WithoutTheAgentOrAScheduleNothingRuns) {

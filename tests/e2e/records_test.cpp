@@ -46,7 +46,7 @@ TEST_F(PassTest, NextAddressGoesBackIntoTheSectionOfTheDisk) {
     // The flag, what was sent, and what stands in the file, which was 0x5.
     for (const Strings& row :
          Rows("1|0x12345678|0x0000000012345678\n2|0xffffffff|0x00000000ffffffff\n"
-              "3|0000000202|0x0000000000000082\n0|0x12345678|0x5\n"
+              "3|0000000202|0x0000000000000082\n1|-000000002|0x0000000000000000\n0|0x12345678|0x5\n"
               "3|oxxxxxxxxx|0x5\n4|0x12345678|0x5")) {
         Plan("OFF", "OFF", {"OFF", "OFF", "ON"});
         agent_.SetKey("HDD_SCHEDULE 2", "address", "0x5");
@@ -67,7 +67,7 @@ TEST_F(PassTest, AnAddressIsInPlaceBeforeThePassIsHeldUp) {
     agent_.Write("data/a", done);
     agent_.Write("data/b", LogRecord(2, "E0809", "end") + done);
     for (const std::string& second :
-         {hold + "cat $KVX_data/b", "cat $KVX_data/b; > $KVX_data/up; " + hold,
+         {hold + "cat $KVX_data/a", "cat $KVX_data/a; > $KVX_data/up; " + hold,
           std::string("> $SYSTEM_LOG.busy; cat $KVX_data/b; > $KVX_data/up")}) {
         SCOPED_TRACE(second);
         Forget();

@@ -230,9 +230,9 @@ TEST_F(ScheduleTest, ReloadChangesOnlyTheFlagsInPlace) {
         struct stat status = {};
         return stat(agent_.Path(kSchedule).c_str(), &status) == 0 ? status.st_mode & 0777U : 0U;
     };
-    EXPECT_EQ(chmod(agent_.Path(kSchedule).c_str(), 0640), 0);
+    EXPECT_EQ(chmod(agent_.Path(kSchedule).c_str(), 0646), 0);
     EXPECT_EQ(RunMode("reload"), 0);
-    EXPECT_EQ(mode(), 0640U) << "the permissions of the file that was replaced";
+    EXPECT_EQ(mode(), 0644U) << "the permissions of the file that was replaced, but for others";
     const std::string front =
         "; kept\n# kept too\n\n[CPU_SCHEDULE]\r\ncpu_exe=ON\ncpu_next_go=ON\n"
         "[MEM_SCHEDULE]\nmem_exe=ON\nmem_next_go=OFF\nmem_exe=ON\n"
@@ -245,6 +245,7 @@ TEST_F(ScheduleTest, ReloadChangesOnlyTheFlagsInPlace) {
     // The file as it was before the last write.
     EXPECT_EQ(agent_.Read(std::string(kSchedule) + ".old"), front + "7\n" + back);
     EXPECT_EQ(Join(agent_.History()), "[Change Setup] Target Diagnosis: cputest memtest hddtest\n");
+    EXPECT_EQ(chmod(agent_.Path(kSchedule).c_str(), 0640), 0);
     EXPECT_EQ(RunMode("confchg"), 0);
     EXPECT_EQ(mode(), 0640U);
     // Where sections are missing, and the last line has no end, keys are added at the end.

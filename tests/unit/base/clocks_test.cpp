@@ -3,6 +3,22 @@
 #include <climits>
 
 #include "../support.h"
+#include "base/local_time.h"
+
+namespace {
+
+std::time_t stopped_at = 0;
+
+}  // namespace
+
+// Takes the place of the C library's in this program: the clock of the machine, or the stopped one.
+extern "C" std::time_t time(std::time_t* result) noexcept {
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const std::time_t seconds = stopped_at != 0 ? stopped_at : now.tv_sec;
+    if (result != nullptr) *result = seconds;
+    return seconds;
+}
 
 namespace patrol_test {
 namespace {
@@ -56,6 +72,25 @@ TEST_F(ClockTest, DisksShareOneLastSample) {
     EXPECT_EQ(hdd_exec_tbl[0].run_time, 5U);
     EXPECT_EQ(hdd_exec_tbl[1].run_time, 0U);
     EXPECT_EQ(hdd_check_time(0, 0, 2), 0) << "not in the table";
+}
+
+TEST(LocalTimeTest, TheOffsetHasItsSignAndHoldsAcrossNewYear) {
+    const char* set = getenv("TZ");
+    const std::string zone = set != nullptr ? set : "";
+    for (const Strings& row : Rows("XYZ3:30|1782000000|2026-06-20T20:30:00-03:30\n"
+                                   "XYZ-5:45|1782000000|2026-06-21T05:45:00+05:45\n"
+                                   "XYZ-14|1798759800|2027-01-01T13:30:00+14:00\n"
+                                   "XYZ12|1798763400|2026-12-31T12:30:00-12:00")) {
+        setenv("TZ", row[0].c_str(), 1);
+        tzset();
+        stopped_at = std::stol(row[1]);
+        IsoTime text;
+        date2iso8601(stopped_at, &text);
+        EXPECT_EQ(text.view(), row[2]);
+    }
+    set != nullptr ? setenv("TZ", zone.c_str(), 1) : unsetenv("TZ");
+    tzset();
+    stopped_at = 0;
 }
 
 }  // namespace

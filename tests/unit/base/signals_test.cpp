@@ -18,8 +18,15 @@ volatile sig_atomic_t seen = 0;
 
 bool put_off = false;
 
+int answer_to = -1;
+
 void Noting(int signal) {
     seen = put_off ? 0 : signal;
+    NoteSignal();
+}
+
+void Answering(int) {
+    EXPECT_EQ(write(answer_to, "x", 1), 1);
     NoteSignal();
 }
 
@@ -64,6 +71,20 @@ TEST_F(SignalsTest, ASignalIsLetInAtOnceAndEndsItsOwnWaitWhenNothingIsToRead) {
         EXPECT_EQ(WaitReadable(pipe_[0]), -1);
         EXPECT_EQ(errno, EINTR);
     }
+}
+
+TEST_F(SignalsTest, WhatComesTogetherWithASignalIsTaken) {
+    answer_to = pipe_[1];
+    InstallHandler(SIGINT, Answering);
+    const std::string self = std::to_string(getpid());
+    Fork sender([&] {
+        const auto waits = [&] {
+            return ReadFile("/proc/" + self + "/stat").find(") S ") != kNone;
+        };
+        return Eventually(waits) ? kill(getppid(), SIGINT) : 1;
+    });
+    EXPECT_EQ(WaitReadable(pipe_[0]), 0);
+    EXPECT_EQ(sender.Wait(), 0);
 }
 
 TEST_F(SignalsTest, AResultIsNotLostToASignalThatCameEarlier) {

@@ -52,8 +52,17 @@ TEST_F(CommandTest, TheTimeLimitAndTerminationEndTheCommandAlone) {
                       60),
               0);
     EXPECT_FALSE(agent_.Exists("temp/woken")) << "it was not stopped";
-    EXPECT_EQ(TakePartsTrace(), "IN interproc()\nRecive SIGTERM.(pid:" + self +
-                                    ")\nNORMAL END interproc()\nINIT execute()\n");
+    const std::string terminated = "IN interproc()\nRecive SIGTERM.(pid:" + self +
+                                   ")\nNORMAL END interproc()\nINIT execute()\n";
+    EXPECT_EQ(TakePartsTrace(), terminated);
+    // This process finds the termination before it sees that the command has stopped, because it
+    // was stopped itself.
+    EXPECT_EQ(
+        Execute("(until grep -q '^State:.T' /proc/$$/status; do sleep 0.01; done; kill -CONT " +
+                    self + ") & kill -STOP " + self + "; kill -TERM " + self + "; kill -STOP $$",
+                60),
+        0);
+    EXPECT_EQ(TakePartsTrace(), terminated);
     EXPECT_EQ(other.Wait(), 4) << "it belongs to another wait";
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "the command was not waited for";
 }
