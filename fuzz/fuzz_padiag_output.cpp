@@ -11,16 +11,14 @@ using namespace patrol_fuzz;
 
 FUZZ_TARGET(padiag_output) {
     const Agent& agent = Agent::Fresh();
+    patrol_test::EventPipe events(agent);
     const Kind& kind = kKinds[input.Number(0, 2)];
     padiag_level = input.Number(1, 3);
     agent.Write("config/common.ini", "[sdb]\nenable=1\n");
     agent.WriteDiskSchedule("data/pat_sche2.txt");
     agent.Write("data/lba_outfile.ini", input.Text());
-    const auto much = input.Number<size_t>(0, 9000);
-    std::string bytes = input.Rest();
-    const size_t tab = bytes.find('\t');
-    if (tab != std::string::npos) bytes.replace(tab, 1, much, 'x');
-    agent.Write("data/out", bytes);
+    const auto much = input.Number<size_t>(0, kLongest);
+    agent.Write("data/out", Grown(input.Rest(), much));
     AllocateDiskTable(1);
     RunningTest* test = RunTest(kind.code);
     test->padiag.event_check = 1;
@@ -40,7 +38,11 @@ FUZZ_TARGET(padiag_output) {
         const size_t end = history.find('\n', at);
         Check(end != std::string::npos && end - at < 250, "a history line is whole",
               history.substr(at, end - at));
+        CheckOneLine(history.substr(at, end - at));
         at = end + 1;
     }
+    for (const std::string& line : patrol_test::Split(sent)) CheckOneLine(line);
+    CheckEvents(&events);
+    CheckReports(agent);
     FreeDiskTable();
 }

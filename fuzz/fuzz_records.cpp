@@ -34,6 +34,8 @@ Descriptor FilledPipe(Input* input, std::string bytes) {
     int ends[2];
     Check(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0, "a pipe can be made");
     const Descriptor writer(ends[1]);
+    const int room = 1 << 20;
+    setsockopt(writer.get(), SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
     for (int pieces = 0; !bytes.empty(); ++pieces) {
         const size_t most = std::min<size_t>(bytes.size(), 16384);
         const size_t piece = pieces < 64 ? input->Number<size_t>(1, most) : most;
@@ -80,6 +82,7 @@ void EndedChild() {
 
 FUZZ_TARGET(records) {
     Agent& agent = Agent::Fresh();
+    patrol_test::EventPipe events(agent);
     const Kind& kind = kKinds[input.Number(0, 2)];
     TestWait wait;
     if (input.Bool()) wait.mask = 0xff;
@@ -94,13 +97,14 @@ FUZZ_TARGET(records) {
     RunningTest* test = RunTest(kind.code);
     CheckTestTime(1, 0, test);
     agent.now += passed;
-    const std::string bytes = input.Text();
+    const std::string stream = input.Text();
+    const std::string bytes = Grown(stream, input.Number<size_t>(0, kLongest));
     const Descriptor pipe = FilledPipe(&input, bytes);
     test->read_fd = pipe.get();
     const int result = wait_for_testdata(test, wait);
     test->read_fd = -1;
     FlushDeferredWrites();
-    CheckLines(&input, bytes);
+    CheckLines(&input, stream);
     while (waitpid(-1, nullptr, WNOHANG) > 0) continue;
 
     Check(result == 0 || result == -1, "a wait succeeds or fails");
@@ -108,6 +112,9 @@ FUZZ_TARGET(records) {
     const std::string entered = agent.Read("log/patstat0.txt") + agent.Read("log/pastat.txt");
     Check(entered.size() < 300 && std::count(entered.begin(), entered.end(), '\n') <= 1,
           "a test has one line in the histories", entered);
+    CheckOneLine(entered.substr(0, entered.find('\n')));
+    CheckEvents(&events);
+    CheckReports(agent);
     FlushLogBuffers();
     for (const char* name : {"log/pat_trc0.log", "log/pat_sys.log"}) {
         Check(agent.Read(name).size() < 4 * bytes.size() + 8192, "a log grows with the stream");

@@ -67,6 +67,7 @@ Agent& Agent::Fresh() {
             std::filesystem::remove(entry);
         }
     }
+    agent.Remove("event_pipe");
     agent.now = 1000000;
     agent.system_log.clear();
     patrol_test::ClearLibrary();
@@ -91,6 +92,42 @@ void Agent::CheckDiskSchedule(const std::string& relative) const {
     Check(schedule.substr(0, before.size()) == before && schedule.substr(end) == kAfter &&
               end - before.size() <= 18,
           "nothing but the disk's address changes", schedule);
+}
+
+std::string Grown(std::string bytes, size_t much) {
+    size_t tab = 0;
+    for (int i = 0; i < 2 && (tab = bytes.find('\t', tab)) != std::string::npos; ++i) {
+        bytes.replace(tab, 1, much, 'x');
+        const size_t head = bytes.rfind("ONLPTL,0x", tab);
+        if (head == std::string::npos || head + 17 > tab) continue;
+        const std::string length = bytes.substr(head + 7, 10);
+        const auto size = std::strtoul(length.c_str(), nullptr, 0) + much - 1;
+        Text<11> longer;
+        longer.Format("0x%08x", static_cast<unsigned>(size));
+        bytes.replace(head + 7, 10, longer.view());
+    }
+    return bytes;
+}
+
+void CheckOneLine(const std::string& line) {
+    Check(WithoutControls(line) == line, "a line has no control characters", line);
+}
+
+void CheckEvents(patrol_test::EventPipe* events) {
+    for (const std::string& line : events->Lines()) {
+        CheckOneLine(line);
+        Check(line.find(':') <= 5, "an event begins with its number", line);
+    }
+}
+
+void CheckReports(const Agent& agent) {
+    for (const auto& entry : std::filesystem::directory_iterator(agent.Path("temp"))) {
+        const std::string report = patrol_test::ReadFile(entry.path());
+        const size_t from = report.find("\nSUMMARY=") + 9, to = report.find('\n', from);
+        const size_t detail = report.find("\nDETAIL=", to) + 8;
+        Check(to - from < 8192, "a summary is cut at its field", report);
+        Check(detail == to + 24 && report.size() - detail <= 49152, "so is a detail", report);
+    }
 }
 
 RunningTest* RunTest(int kind) {

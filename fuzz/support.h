@@ -56,8 +56,8 @@ std::map<std::string, Target>& Targets();
     static void Run([[maybe_unused]] Input& input)
 
 // An agent directory without catalogue and commands: "KVX_bin" is unset, so that no test program
-// is started; no trace is set up; "KVX_PIPE" names no pipe. The wall clock stands at `now` until
-// the input moves it.
+// is started; no trace is set up; "KVX_PIPE" names no pipe until the target makes it. The wall
+// clock stands at `now` until the input moves it.
 class Agent : public patrol_test::AgentDir {
  public:
     // The directory, and the library, as they are before every input.
@@ -74,6 +74,18 @@ class Agent : public patrol_test::AgentDir {
  private:
     Agent();
 };
+
+// Makes a text of `much` of each of the first two tabs in a stream of records, which may be more
+// than the fields of a part report hold, and announces the record that it stands in as so much
+// longer.
+constexpr size_t kLongest = 60000;
+std::string Grown(std::string bytes, size_t much);
+
+// Checks that a text is one line, as a test program's words must be wherever they go, that every
+// event is one and begins with a number, and that part reports keep to their fields.
+void CheckOneLine(const std::string& line);
+void CheckEvents(patrol_test::EventPipe* events);
+void CheckReports(const Agent& agent);
 
 // The test of a kind; of the disks, the one in the table, which is then in use: /dev/sdb, disk 1.
 RunningTest* RunTest(int kind);
