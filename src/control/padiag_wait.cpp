@@ -3,6 +3,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <ctime>
 #include <string>
 
@@ -14,6 +16,7 @@
 #include "base/signals.h"
 #include "control/padiag_launch.h"
 #include "control/padiag_output.h"
+#include "msg/call_failure.h"
 #include "msg/trace.h"
 #include "report/history.h"
 #include "report/system_event.h"
@@ -88,6 +91,8 @@ void WaitAndRead(const char* caller, RunningTest* test) {
     Stream file = OpenOutput(caller, path);
     if (file == nullptr) return;
     ReadPadiagOutput(caller, test, file.get());
+    if (std::ferror(file.get()) != 0)
+        ReportFileTrouble(caller, "read", path.c_str(), "fgets", errno);
     file.reset();
     unlink(path.c_str());
     // The readers of the output clear the mark when they announce the end.

@@ -24,6 +24,11 @@ struct CallFailure {
 // L1951, L1952. All but the event go to the trace-detail log.
 void ReportCallFailure(const CallFailure& failure);
 
+// Tells that something could not be done with a file: a trace line of `caller` ("Can't `what`
+// `path`."), and the group above with the file's name in the event.
+void ReportFileTrouble(const char* caller, const char* what, const char* path, const char* call,
+                       int error);
+
 // Reports L1951 alone: the name of a file with a note behind it.
 void ReportFileName(const char* file, const char* note);
 

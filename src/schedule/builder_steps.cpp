@@ -5,12 +5,30 @@
 #include <cerrno>
 #include <string>
 
+#include "base/run_mode.h"
 #include "msg/ptl_printf.h"
 #include "msg/trace.h"
 #include "schedule/device_config.h"
 #include "state/schedule_file.h"
 
 namespace patrol {
+
+namespace {
+
+void TellOfFile(const char* path) {
+    const std::string text = std::string("file name = ") + path;
+    ptl_printf(kAgentEvent, nullptr, "E3899", text);
+}
+
+// Says what has kept the file at `path` from being made, if a call has.
+void ReportFailedCall(const char* caller, const char* path, const FailedCall& failed) {
+    if (failed.call == nullptr) return;
+    Ptltrprintf("[%s] System Call Error (%s), errno:%d\n", caller, failed.call, failed.error);
+    // Here alone no exit status tells the agent.
+    if (RunMode() == kModeAgentStart) TellOfFile(path);
+}
+
+}  // namespace
 
 void PutSection(FILE* schedule, const char* section) { std::fprintf(schedule, "[%s]\n", section); }
 
@@ -37,8 +55,7 @@ bool ScheduleUsable(const char* caller, const char* path) {
 
 void ReportUnusable(const char* caller, const char* path) {
     Ptltrprintf("[%s] Error:%s is not usable as a Schedule File.\n", caller, path);
-    const std::string text = std::string("file name = ") + path;
-    ptl_printf(kAgentEvent, nullptr, "E3899", text);
+    TellOfFile(path);
 }
 
 bool BeginFile(const char* caller, const char* path, const FileReplacement& schedule) {
@@ -47,14 +64,18 @@ bool BeginFile(const char* caller, const char* path, const FileReplacement& sche
     const bool writable = access(path, W_OK) == 0 || errno == ENOENT;
     if (writable && schedule.stream() != nullptr) return true;
     Ptltrprintf("[%s] Can't open %s.\n", caller, path);
+    ReportFailedCall(caller, path, schedule.failure());
     Ptltrprintf("[%s] end.( -1 )\n", caller);
     return false;
 }
 
 bool EndFile(const char* caller, const char* path, int disks, FileReplacement* schedule) {
     // Disks that were not read are not to be forgotten.
-    if (disks != kUnread && schedule->Commit() && SyncDirectory(path) && disks == kScanned)
-        return true;
+    const bool placed = disks != kUnread && schedule->Commit();
+    const bool synced = placed && SyncDirectory(path);
+    if (synced && disks == kScanned) return true;
+    ReportFailedCall(caller, path,
+                     placed && !synced ? FailedCall{"fsync", errno} : schedule->failure());
     Ptltrprintf("[%s] end.( -1 )\n", caller);
     return false;
 }

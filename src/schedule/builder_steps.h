@@ -25,12 +25,13 @@ bool ScheduleUsable(const char* caller, const char* path);
 // Tells the trace and the agent that nothing can be done by the Schedule file at `path`.
 void ReportUnusable(const char* caller, const char* path);
 
-// Returns whether the new file at `path` can be written (traced when it cannot).
+// Returns whether the new file at `path` can be written (traced when it cannot; at agent start,
+// told to the agent as well).
 bool BeginFile(const char* caller, const char* path, const FileReplacement& schedule);
 
 // Puts the file in place when it is complete, or when there is no device configuration, by what the
-// step that wrote the disk sections has returned (`disks`). Returns false (traced) unless it is
-// complete.
+// step that wrote the disk sections has returned (`disks`). Returns false unless it is complete:
+// traced, and at agent start told to the agent where a call has failed.
 bool EndFile(const char* caller, const char* path, int disks, FileReplacement* schedule);
 
 }  // namespace patrol

@@ -229,7 +229,10 @@ ScanLine DiskScan::TakeStatus(const char* line) {
 }
 
 int DiskScan::End() {
-    if (file_ != nullptr && std::ferror(file_.get()) != 0) result_ = kUnread;
+    if (file_ != nullptr && std::ferror(file_.get()) != 0) {
+        result_ = kUnread;
+        Ptltrprintf("[%s] Can't read %s.\n", caller_, xml_path.c_str());
+    }
     Ptltrprintf("[%s] end.( %d )\n", caller_, result_ == kScanned ? 0 : -1);
     return result_;
 }

@@ -1,6 +1,7 @@
 #include "schedule/settings_files.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <iterator>
 #include <string_view>
@@ -9,9 +10,11 @@
 #include "base/number.h"
 #include "base/paths.h"
 #include "base/settings.h"
+#include "msg/call_failure.h"
 #include "msg/trace.h"
 #include "state/schedule_file.h"
 #include "sys/profile.h"
+#include "sys/profile_writer.h"
 
 namespace patrol {
 namespace {
@@ -41,15 +44,16 @@ constexpr Setting kPadiagSettings[] = {
 };
 
 // The launchers know the test parameters alone, so the name has to stand among them.
-void StoreTestName(const Setting& setting, const char* name) {
+void StoreTestName(const Setting& setting, const char* name, ProfileWriter* parameters) {
     setting.name->Assign(name);
-    WritePrivateProfileString(setting.param_section, "tp", name, para_path.c_str());
+    parameters->Write(setting.param_section, "tp", name);
 }
 
 // Stores a value. `caller` is the routine that it is traced under.
-void TakeValue(const char* caller, const Setting& setting, const char* line) {
+void TakeValue(const char* caller, const Setting& setting, const char* line,
+               ProfileWriter* parameters) {
     if (setting.form == SettingForm::kTestName) {
-        StoreTestName(setting, line);
+        StoreTestName(setting, line, parameters);
         Ptltrprintf("[%s] %s = %s.\n", caller, setting.section, setting.name->c_str());
         return;
     }
@@ -71,10 +75,18 @@ const Setting* FindSection(SettingList settings, std::string_view line) {
     return nullptr;
 }
 
-void ReadSettings(const char* caller, SettingList settings, FILE* file) {
+void ReadSettings(const char* caller, SettingList settings, FILE* file, const char* path,
+                  ProfileWriter* parameters = nullptr) {
     ScanSettings(settings, file, [&](const SettingLine& line) {
-        if (line.value_of != nullptr) TakeValue(caller, *line.value_of, line.text);
+        if (line.value_of != nullptr) TakeValue(caller, *line.value_of, line.text, parameters);
     });
+    // What was not read reads as switched off, which somebody has to know.
+    if (std::ferror(file) != 0) ReportFileTrouble(caller, "read", path, "fgets", errno);
+}
+
+// Puts the test names in place. A parameter file that is missing is not made for them.
+void SaveTestNames(const char* caller, ProfileWriter* parameters) {
+    if (parameters->failure().error != ENOENT) parameters->SaveOrReport(caller);
 }
 
 // Opens a settings file; traces that defaults will be used where that fails.
@@ -87,10 +99,11 @@ Stream OpenSettings(const char* caller, const Path& path) {
     return file;
 }
 
-void SetPatrolDefaults() {
+void SetPatrolDefaults(ProfileWriter* parameters) {
     cpu_timeout_data = mem_timeout_data = hdd_timeout_data = kDefaultTimeout;
     for (const Setting& setting : kPatrolSettings) {
-        if (setting.form == SettingForm::kTestName) StoreTestName(setting, setting.default_name);
+        if (setting.form == SettingForm::kTestName)
+            StoreTestName(setting, setting.default_name, parameters);
     }
 }
 
@@ -135,12 +148,15 @@ void ReadEnvIni() {
     Ptltrprintf("[%s] Start.\n", __func__);
     for (TestName* name : {&cpu_test_name, &mem_test_name, &hdd_test_name}) name->Clear();
     const Stream file = OpenSettings(__func__, env_path);
+    ProfileWriter parameters(para_path.c_str());
     if (file == nullptr) {
-        SetPatrolDefaults();
+        SetPatrolDefaults(&parameters);
+        SaveTestNames(__func__, &parameters);
         Ptltrprintf("[%s] Warning End.\n", __func__);
         return;
     }
-    ReadSettings(__func__, PatrolSettings(), file.get());
+    ReadSettings(__func__, PatrolSettings(), file.get(), env_path.c_str(), &parameters);
+    SaveTestNames(__func__, &parameters);
     hdd_max_data = GetPrivateProfileInt("HDDDIAG_PARAM", "max", kDefaultHddMax, para_path.c_str());
     Ptltrprintf("[%s] End.\n", __func__);
 }
@@ -155,7 +171,7 @@ void ReadPadiagIni() {
         Ptltrprintf("[%s] Warning End.\n", __func__);
         return;
     }
-    ReadSettings(__func__, PadiagSettings(), file.get());
+    ReadSettings(__func__, PadiagSettings(), file.get(), env_path2.c_str());
     Ptltrprintf("[%s] End.\n", __func__);
 }
 

@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 
 #include "base/file.h"
+#include "msg/call_failure.h"
 #include "state/schedule_file.h"
 #include "sys/profile_writer.h"
 
@@ -68,7 +70,12 @@ int32_t StartPercent(uint64_t start, uint64_t maximum) {
 // A copy without its file would have the next schedule start disks at addresses that nobody keeps
 // any more.
 void SaveProgressCopy(const char* path, const char* copy_path) {
-    if (KeepProfileAs(path, copy_path) || FileExists(path)) return;
+    if (KeepProfileAs(path, copy_path)) return;
+    const int error = errno;
+    if (FileExists(path)) {
+        ReportFileTrouble(__func__, "update", copy_path, "link", error);
+        return;
+    }
     const DataLock lock(copy_path);
     if (lock.held()) unlink(copy_path);
 }

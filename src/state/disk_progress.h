@@ -49,7 +49,7 @@ int32_t StartPercent(uint64_t start, uint64_t maximum);
 
 // Makes `copy_path` a second name of the file at `path`: a schedule takes the start addresses from
 // there. Where that file is missing, so is the copy afterwards; where the copy cannot be made, the
-// one before it stays.
+// one before it stays (reported).
 void SaveProgressCopy(const char* path, const char* copy_path);
 
 }  // namespace patrol

@@ -6,7 +6,6 @@
 
 #include "base/text.h"
 #include "msg/call_failure.h"
-#include "msg/trace.h"
 #include "sys/replace_file.h"
 
 namespace patrol {
@@ -86,13 +85,7 @@ bool ProfileWriter::Save() {
 
 void ProfileWriter::SaveOrReport(const char* caller) {
     if (Save()) return;
-    Ptltrprintf("[%s] Can't update %s.( %s, errno:%d )\n", caller, path_.c_str(), failure_.call,
-                failure_.error);
-    CallFailure failure(failure_.call, failure_.error);
-    const std::string event_text = "file name = " + path_;
-    failure.event_text = event_text.c_str();
-    failure.file = path_.c_str();
-    ReportCallFailure(failure);
+    ReportFileTrouble(caller, "update", path_.c_str(), failure_.call, failure_.error);
 }
 
 void ProfileWriter::Apply(const Entry& entry) {

@@ -22,12 +22,19 @@ struct Mode {
     const char* name;
     bool tests;     // its calls do not come in the same order each time
     bool rebuilds;  // the patrol file, from another set of disks
+
+    bool on_request() const { return name == std::string("pastart"); }
 };
-const Mode kModes[] = {{"reload", false, false}, {"confchg", false, true}, {"start", true, false}};
+const Mode kModes[] = {{"reload", false, false},
+                       {"confchg", false, true},
+                       {"KVXstart", false, true},
+                       {"start", true, false},
+                       {"pastart", true, false}};
 
 constexpr char kDevices[] = "data/devconf_new.xml";
 constexpr char kPadiagSettings[] = "data/padiag.ini";
 constexpr char kSettings[] = "data/pat_env0.ini";
+constexpr char kTestParameters[] = "data/pat_new_para.ini";
 constexpr char kNobodyFollows[] = "no process can be followed from call to call here";
 
 // Whether every call is to fail in every way, which takes many minutes.
@@ -42,12 +49,15 @@ std::vector<Strike> Spread(const std::vector<Strike>& strikes, size_t count) {
     return some;
 }
 
-std::string ScheduleOf(unsigned count, const std::string& flag) {
+// A patrol Schedule file, or one for an on-request diagnosis.
+std::string ScheduleOf(unsigned count, const std::string& flag, bool on_request = false) {
     Strings disks;
     for (unsigned i = 0; i < count; ++i) {
-        disks.push_back("hdd_exe=" + flag + "\nhdd_next_go=" + (i % 2 == 0 ? flag : "OFF") +
+        const std::string due = i % 2 == 0 ? flag : "OFF";
+        disks.push_back((on_request ? "hdd=" + due : "hdd_exe=" + flag + "\nhdd_next_go=" + due) +
                         "\naddress=" + Hex(0x100 + i, 16));
     }
+    if (on_request) return ScheduleText("cpu=ON", "mem=ON", disks, "level=3\ntime=60");
     return ScheduleText("cpu_exe=" + flag + "\ncpu_next_go=" + flag,
                         "mem_exe=" + flag + "\nmem_next_go=OFF", disks);
 }
@@ -78,22 +88,29 @@ class Scene {
         prctl(PR_SET_CHILD_SUBREAPER, 1);
         agent_.Write(kSettings, PatrolSettings("ON", "ON", "ON"));
         agent_.Write(kPadiagSettings, "[cpu]\non\n[mem]\non\n[hdd]\non\n[level]\n3\n[time]\n60\n");
-        agent_.Write("data/pat_new_para.ini",
-                     "[CPUDIAG_PARAM]\ntp=Instruction+Register\n[MEMDIAG_PARAM]\ntp=BMOVE\n"
-                     "[HDDDIAG_PARAM]\nmax=128\ntp=sector\n");
+        agent_.Write(kTestParameters,
+                     "[CPUDIAG_PARAM]\ntp=Instruction\n[MEMDIAG_PARAM]\ntp=BMOVE\n"
+                     "[HDDDIAG_PARAM]\nmax=128\ntp=other\n");
+        parameters_ = agent_.Read(kTestParameters);
         // So many that the file is written in pieces, or so few that the tests take little time.
         const int count = mode.tests ? 8 : 64;
         old_ = ScheduleOf(static_cast<unsigned>(count), mode.tests ? "ON" : "OFF");
         agent_.Write(kSchedule, old_);
+        if (mode.on_request()) {
+            old_padiag_ = ScheduleOf(3, "ON", true);
+            agent_.Write(kPadiagSchedule, old_padiag_);
+            agent_.Write("data/lba_outfile.ini", "[HDD_NEXT_LBA]\n/dev/sda=0x0000000000000800\n");
+        }
         std::vector<Disk> disks = NumberedDisks(count + 1);
         disks.erase(mode.rebuilds ? disks.begin() : disks.end() - 1);
         agent_.Write(kDevices, DeviceXml(disks));
         const std::string block =
             "I0399:<<CPU Error Ended>>\n" + ResultBlock("cputest", "CPU", "E3829 wrong sum") + "\n";
         Stub("cputest", LogRecord(1, "E0001", "to the agent") + StatusRecord(4, 6, block));
-        Stub("memtest", StatusRecord(1));
-        Stub("hddtest", StatusRecord(1, 1, "", "0x00000800"));
-        agent_.Script("parts", "exit 0");
+        Stub("memtest", StatusRecord(1, 2, ResultBlock("memtest", "mem", "none") + "\n"));
+        Stub("hddtest",
+             StatusRecord(1, 3, ResultBlock("hddtest", "disk", "none") + "\n", "0x00000800"));
+        agent_.Script("parts", "cat $2 >>$KVX_data/taken");
     }
 
     // Runs `mode`; follows the run up to the strike, or to the end where the strike names no call.
@@ -122,23 +139,60 @@ class Scene {
         return content;
     }
     // Whether an unfinished write has left something in the data directory.
-    bool LeftTemporary() const { return Content("data", true).find(".new\n") != std::string::npos; }
+    bool LeftTemporary() const { return Content("data", true).find(".new") != std::string::npos; }
+
+    // What the run was to do, in a form that is the same for each run.
+    std::string Work() const {
+        std::string work;
+        for (const char* file :
+             {kSchedule, kPadiagSchedule, kTestParameters, "data/lba_outfile_bup.ini"})
+            work += agent_.Read(file);
+        for (const char* file : {kHistory, "log/pastat.txt", "data/taken"}) {
+            Strings lines = agent_.Lines(file);
+            for (std::string& line : lines)
+                line = Masked(line, "TIME=.*|^..../../.. ..:..:..|\\[[0-9]+s\\]", "");
+            std::sort(lines.begin(), lines.end());
+            work += file + std::string(":\n") + Join(lines);
+        }
+        return work;
+    }
+    // Everything that somebody may read of the run but the result itself.
+    std::string Told() {
+        for (const std::string& line : events_.Lines()) told_ += line + "\n";
+        std::string told = result_.out + result_.err + told_;
+        for (const char* log : {"pat_trc_log", "padiag_log", "pat_trc0.log", "pat_log0.log"})
+            told += agent_.Read(std::string("log/") + log);
+        return told;
+    }
+    // The lines of that which tell of trouble, without their numbers.
+    std::set<std::string> Complaints() {
+        std::set<std::string> complaints;
+        for (const std::string& line : Split(Told())) {
+            for (const char* word : {"rror", "ailed", "Can't", "went wrong", "Not ", "dropped",
+                                     "E38", "E39", "Default Value", "RETRY"}) {
+                if (line.find(word) != std::string::npos)
+                    complaints.insert(Masked(line, "[0-9]+", "#"));
+            }
+        }
+        return complaints;
+    }
 
     AgentDir agent_;
     EventPipe events_{agent_};
-    std::string old_;
+    std::string old_, old_padiag_, parameters_;
     Calls calls_;
     Result result_;
 
  private:
+    std::string told_;
     void Stub(const std::string& name, const std::string& records) const {
         agent_.Script(name, "printf '%s' '" + records + "'");
     }
 };
 
-// What the two Schedule files may be mixed of.
+// What the two Schedule files and the test parameters may be mixed of.
 struct Wholes {
-    Strings patrol, padiag;
+    Strings patrol, padiag, parameters;
 };
 
 class FaultTest : public ::testing::TestWithParam<Mode> {
@@ -150,10 +204,14 @@ class FaultTest : public ::testing::TestWithParam<Mode> {
         if (scene.calls_.empty()) GTEST_SKIP() << kNobodyFollows;
         calls_ = scene.calls_;
         new_ = scene.agent_.Read(kSchedule);
-        wholes_ = {{new_}, {scene.agent_.Read(kPadiagSchedule)}};
+        wholes_ = {{new_},
+                   {scene.agent_.Read(kPadiagSchedule)},
+                   {scene.parameters_, scene.agent_.Read(kTestParameters)}};
         if (!mode_.rebuilds) wholes_.patrol.push_back(scene.old_);
-        for (const char* input :
-             {kDevices, kPadiagSettings, kSettings, "data/pat_new_para.ini", "data/pat_msge.txt"}) {
+        if (mode_.on_request()) wholes_.padiag.push_back(scene.old_padiag_);
+        work_ = scene.Work();
+        usual_ = scene.Complaints();
+        for (const char* input : {kDevices, kPadiagSettings, kSettings, "data/pat_msge.txt"}) {
             inputs_[input] = scene.agent_.Read(input);
         }
     }
@@ -190,12 +248,14 @@ class FaultTest : public ::testing::TestWithParam<Mode> {
         const std::string text = scene.agent_.Read(kSchedule);
         EXPECT_TRUE(text == scene.old_ || Mix(text, wholes.patrol)) << text;
         EXPECT_TRUE(!mode_.rebuilds || Addresses(text) == Addresses(new_) ||
-                    (scene.result_.status != 0 && text == scene.old_))
+                    ((scene.result_.status != 0 || mode_.name == std::string("KVXstart")) &&
+                     text == scene.old_))
             << "an address is lost";
         if (scene.agent_.Exists(kPadiagSchedule)) {
             const std::string padiag = scene.agent_.Read(kPadiagSchedule);
             EXPECT_TRUE(Mix(padiag, wholes.padiag)) << padiag;
         }
+        EXPECT_TRUE(Mix(scene.agent_.Read(kTestParameters), wholes.parameters));
         for (const auto& [input, bytes] : inputs_) EXPECT_EQ(scene.agent_.Read(input), bytes);
     }
 
@@ -203,6 +263,8 @@ class FaultTest : public ::testing::TestWithParam<Mode> {
     Calls calls_;
     std::string new_;
     Wholes wholes_;
+    std::string work_;
+    std::set<std::string> usual_;
     std::map<std::string, std::string> inputs_;
 };
 
@@ -221,13 +283,13 @@ TEST_P(FaultTest, AKilledRunLeavesAWholeScheduleToANextRunThatWorks) {
         ExpectWhole(scene, wholes_);
         const std::string text = scene.agent_.Read(kSchedule);
         EXPECT_TRUE(mode_.tests || mode_.rebuilds || text == scene.old_ || text == new_) << text;
-        if (strike.call.rfind("rename", 0) == 0) {
+        if (strike.call.rfind("rename", 0) == 0 && !mode_.on_request()) {
             // What it left behind does no harm when the next run is killed, too.
             scene.Run("reload", Strike{"write data/pat_new_sche.txt.old.new", 1, kKill});
             EXPECT_EQ(scene.result_.status, -SIGKILL);
             EXPECT_EQ(Split(scene.agent_.Read(kSchedule)).size(), Split(new_).size());
         }
-        scene.Run(mode_.rebuilds ? mode_.name : "reload");
+        scene.Run(mode_.rebuilds || mode_.on_request() ? mode_.name : "reload");
         EXPECT_EQ(scene.result_.status, 0);
         EXPECT_TRUE(Mix(scene.agent_.Read(kSchedule), wholes_.patrol))
             << scene.agent_.Read(kSchedule);
@@ -262,8 +324,11 @@ TEST_P(FaultTest, AFailedCallEndsTheRunInOrderAndKeepsTheFiles) {
         // A sanitizer's own memory is not to be refused.
         if (kSanitized && name == "memory") continue;
         const auto same = [&](const std::string& call) { return call == name; };
+        const std::string open_schedule = std::string("open ") + kPadiagSchedule;
         for (Strike strike : Spread(Strikes(same), mode_.tests ? 2 : 3)) {
             for (const int how : WaysToFail(name)) {
+                // An on-request diagnosis tries each output for seconds.
+                if (how == kNoDescriptors && mode_.on_request() && name != open_schedule) continue;
                 strike.how = how;
                 SCOPED_TRACE(name + " " + std::to_string(strike.turn) + ": " + std::to_string(how));
                 Scene scene(mode_);
@@ -280,6 +345,14 @@ TEST_P(FaultTest, AFailedCallEndsTheRunInOrderAndKeepsTheFiles) {
                 // A run that memory forces to its end leaves what a killed one leaves.
                 EXPECT_TRUE(!scene.LeftTemporary() || how == kNoMemory ||
                             name.rfind("unlink", 0) == 0);
+                // Without a descriptor nobody can be told anything.
+                if (status != 0 || how == kNoDescriptors || scene.Work() == work_) continue;
+                Strings told;
+                for (const std::string& line : scene.Complaints()) {
+                    if (usual_.count(line) == 0) told.push_back(line);
+                }
+                EXPECT_NE(Join(told), "") << "nobody was told of what is missing in\n"
+                                          << scene.Work();
             }
         }
     }
