@@ -193,7 +193,7 @@ class SoakTest : public PassTest, public ::testing::WithParamInterface<Lane> {
         Texts found;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(agent_.Path())) {
             const std::string path = entry.path();
-            if (Masked(path, "/temp/.|\\.new$|\\.tmp$|_stdout[0-9]*$", "") != path) {
+            if (Masked(path, "/temp/.|\\.new\\b|\\.tmp$|_stdout[0-9]*$", "") != path) {
                 found.push_back(path);
             }
         }
@@ -257,6 +257,101 @@ class SoakTest : public PassTest, public ::testing::WithParamInterface<Lane> {
         }
     }
 
+    // Where the disks of the Schedule go on.
+    std::map<std::string, std::string> Addresses() const {
+        std::map<std::string, std::string> addresses;
+        for (int i = 0; i < disks_; ++i) {
+            const std::string section = "HDD_SCHEDULE " + std::to_string(i);
+            addresses[agent_.Key(section, "device_name")] = agent_.Key(section, "address");
+        }
+        return addresses;
+    }
+    // Starts a few runs of any modes at about the same time, all with the same disks, which may be
+    // others than before, and checks what they have made of the Schedule together.
+    void Overlap() {
+        const int disks = 1 + static_cast<int>(Pick(kMostDisks));
+        const auto before = Addresses();
+        const std::string address = Hex(0x40U * static_cast<unsigned>(++runs_), 8);
+        agent_.Write("data/devconf_new.xml", DeviceXml(NumberedDisks(disks)));
+        agent_.Write("data/send.a", StatusRecord(1, 1, "", address));
+        Launch launch;
+        Plans plans = Programs(true, kAll);
+        for (auto& [name, plan] : plans) {
+            if (name[0] == '/') plan = PickOf({"a", "sa"});
+            launch.env["PLAN_" + name] = plan;
+        }
+        std::vector<std::pair<std::string, std::unique_ptr<Process>>> runs;
+        std::map<std::string, int> modes;
+        for (unsigned i = 2 + Pick(3); i > 0; --i) {
+            runs.emplace_back(PickOf({"start", "start", "reload", "confchg", "pastart"}), nullptr);
+            ++modes[runs.back().first];
+        }
+        std::string trace = std::to_string(disks) + " disks:";
+        for (auto& [mode, run] : runs) {
+            trace += " " + mode;
+            run = agent_.Start({mode}, launch);
+            usleep(1U << Pick(16));
+        }
+        SCOPED_TRACE(trace);
+        // Whoever stops for a moment may hold the lock, or have read what another changes.
+        Process& stopped = *runs[Pick(runs.size())].second;
+        stopped.Signal(SIGSTOP);
+        usleep(1U << Pick(16));
+        stopped.Signal(SIGCONT);
+        Texts tested;
+        size_t refused = 0;
+        for (auto& [mode, run] : runs) {
+            const int status = run->Wait().status;
+            const bool may_refuse = mode.find("start") != std::string::npos && modes[mode] > 1;
+            EXPECT_TRUE(status == 0 || (status == 1 && may_refuse)) << mode << ": " << status;
+            refused += status == 0 ? 0 : 1;
+            const std::string file = "data/ran." + std::to_string(run->pid());
+            Texts ran = agent_.Lines(file);
+            agent_.Remove(file);
+            std::sort(ran.begin(), ran.end());
+            EXPECT_EQ(std::adjacent_find(ran.begin(), ran.end()), ran.end()) << "tested twice";
+            if (mode == "start") tested.insert(tested.end(), ran.begin(), ran.end());
+        }
+        for (const std::string& event : pipe_.Lines()) {
+            EXPECT_TRUE(event.find("E3899:<<another ") == 0 || event.find("I1121:") == 0) << event;
+            refused -= event[0] == 'E' ? 1 : 0;
+        }
+        EXPECT_EQ(refused, 0U) << "not every refusal was told";
+        if (modes["confchg"] > 0) disks_ = disks;
+        if (modes["reload"] > 0) padiag_ = Shape(agent_.Read(kPadiagSchedule));
+        CheckSchedules();
+        const auto after = Addresses();
+        for (const auto& [device, was] : before) {
+            if (after.count(device) == 0) continue;
+            const bool moved = std::count(tested.begin(), tested.end(), device) > 0;
+            EXPECT_EQ(after.at(device), moved ? "0x00000000" + address.substr(2) : was) << device;
+        }
+        for (const std::string& file : Temporary()) ADD_FAILURE() << file;
+        EXPECT_TRUE(Eventually(NoChildLeft));
+    }
+    // In quiet times each component has its turn, and no more than that.
+    void ExpectTurns() {
+        Configure("confchg", kMostDisks);
+        visits_.clear();
+        for (int i = 0; i < 4; ++i) Pass(true);
+        for (const std::string& device : kAll) EXPECT_EQ(visits_[device], 2) << device;
+        std::cout << runs_ << " runs, " << passes_ << " passes that came to their end\n";
+    }
+    // Goes on until the time is up or something is wrong.
+    template <class Step>
+    void GoOn(Step step) {
+        const char* asked = getenv("PATROL_SOAK_SECONDS");
+        const auto end = Clock::now() + std::chrono::seconds(asked        ? std::stoi(asked)
+                                                             : kSanitized ? 20
+                                                                          : 5);
+        for (const char* mode : {"reload", "confchg", "reload"}) Configure(mode, GetParam().disks);
+        while (!HasFailure() && Clock::now() < end) {
+            SCOPED_TRACE("run " + std::to_string(runs_));
+            step();
+        }
+        if (!HasFailure()) ExpectTurns();
+    }
+
     EventPipe pipe_{agent_};
     std::mt19937 random_;
     int disks_ = 0, configured_ = 0;  // of the Schedule, and of the device configuration
@@ -267,29 +362,24 @@ class SoakTest : public PassTest, public ::testing::WithParamInterface<Lane> {
 };
 
 TEST_P(SoakTest, EveryRunEndsInOrderAndLeavesNothingBehind) {
-    const char* asked = getenv("PATROL_SOAK_SECONDS");
-    const auto end = Clock::now() + std::chrono::seconds(asked        ? std::stoi(asked)
-                                                         : kSanitized ? 20
-                                                                      : 5);
-    for (const char* mode : {"reload", "confchg", "reload"}) Configure(mode, GetParam().disks);
-    while (!HasFailure() && Clock::now() < end) {
-        SCOPED_TRACE("run " + std::to_string(runs_));
+    GoOn([this] {
         const unsigned choice = Pick(16);
         if (choice == 0) Configure(PickOf({"reload", "confchg", "KVXstart", "start"}));
         if (choice == 1) Drive("pastart", Programs(false, kAll), true);
         if (choice > 1) Pass(choice < 5);
-    }
-    if (HasFailure()) return;
-    // In quiet times each component has its turn, and no more than that.
-    Configure("confchg", kMostDisks);
-    visits_.clear();
-    for (int i = 0; i < 4; ++i) Pass(true);
-    for (const std::string& device : kAll) EXPECT_EQ(visits_[device], 2) << device;
-    std::cout << runs_ << " runs, " << passes_ << " passes that came to their end\n";
+    });
 }
 
-INSTANTIATE_TEST_SUITE_P(Lanes, SoakTest, ::testing::ValuesIn(kLanes),
-                         [](const auto& tested) { return tested.param.name; });
+using OverlapSoakTest = SoakTest;
+
+TEST_P(OverlapSoakTest, RunsAtTheSameTimeLoseNothingOfEachOther) {
+    GoOn([this] { Overlap(); });
+}
+
+const auto kName = [](const auto& tested) { return std::string(tested.param.name); };
+INSTANTIATE_TEST_SUITE_P(Lanes, SoakTest, ::testing::ValuesIn(kLanes), kName);
+INSTANTIATE_TEST_SUITE_P(Lanes, OverlapSoakTest, ::testing::Values(Lane{"overlap", kMostDisks}),
+                         kName);
 
 }  // namespace
 }  // namespace patrol_test
