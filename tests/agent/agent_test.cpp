@@ -403,7 +403,8 @@ TEST_F(AgentUnitTest, ARequestKeepsToThePadiagIniOfTheAdministrator) {
 TEST_F(AgentUnitTest, EventsReachTheJournalWithNumberAndPriority) {
     agent_.Script("logger", "test \"$1\" = --journald && cat >> $KVX_data/journal");
     Agent("events", {},
-          "E0809:memtest $(x) \\n `y`\nMB;W2825:two\nI1121:three\nno number\nT1100:t\n");
+          "E0809:memtest $(x) \\n `y`\nMB;W2825:two\nI1121:three\nno number\nT1100:t\n\n"
+          "E3899:<<old = a:b>>MB;E3899:<<new>>I1121:four\nE3899:<<end>>");
     std::string all;
     for (const std::string& line : agent_.Lines("data/journal")) {
         const size_t equals = line.find('=');
@@ -411,7 +412,8 @@ TEST_F(AgentUnitTest, EventsReachTheJournalWithNumberAndPriority) {
     }
     EXPECT_EQ(all,
               "E0809:memtest $(x) \\n `y`|3|E0809|MB;W2825:two|4|W2825|I1121:three|6|I1121|"
-              "no number|5||T1100:t|7|T1100|");
+              "no number|5||T1100:t|7|T1100|E3899:<<old = a:b>>|3|E3899|MB;E3899:<<new>>|3|E3899|"
+              "I1121:four|6|I1121|E3899:<<end>>|3|E3899|");
 }
 
 }  // namespace
