@@ -325,7 +325,8 @@ class AgentUnitTest : public AgentProgramTest {
         agent_.Write("data/devconf_new.xml", DeviceXml(NumberedDisks(1)));
         agent_.Write("config/pat_env0.ini", PatrolSettings("ON", "OFF", "OFF"));
         agent_.Write("config/pat_new_para.ini", "[CPUDIAG_PARAM]\nlv=0\n[MEMDIAG_PARAM]\nlv=0\n");
-        agent_.Write("config/padiag.ini", "# all\n[cpu]\non\n[level]\n3\n[time]\n\n2\n");
+        agent_.Write("config/padiag.ini",
+                     "# all\n[mem]\n[cpu]\non\r\n[level]\n3\n[time]\n\n008\r\n");
         symlink(agent_.Path("config/pat_env0.ini").c_str(),
                 agent_.Path("data/pat_env0.ini").c_str());
     }
@@ -388,7 +389,7 @@ TEST_F(AgentUnitTest, ARequestKeepsToThePadiagIniOfTheAdministrator) {
         EXPECT_NE(result.out.find("cputest"), std::string::npos) << result.out;
         const std::string words = agent_.Read("data/words");
         EXPECT_NE(words.find("-lv 2"), std::string::npos) << words;
-        EXPECT_NE(words.find("/runtime 2"), std::string::npos) << words;
+        EXPECT_NE(words.find("/runtime 8"), std::string::npos) << words;
         EXPECT_EQ(agent_.Read("data/padiag.ini"), agent_.Read("config/padiag.ini"));
     }
     agent_.Remove("data/words");
