@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <ctime>
 #include <nlohmann/json.hpp>
-#include <optional>
 
 #include "base/file.h"
 #include "sys/profile.h"
@@ -23,7 +22,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr int kVersion = 1;
-constexpr size_t kMaxFault = 4 << 20;
+constexpr size_t kMaxFault =
+    16 << 20;  // a report of control characters grows to six times its size
 
 // "2026-11-21T22:15:07+00:00"
 std::string IsoTime() {
@@ -73,30 +73,43 @@ bool IsFault(const Json& fault) {
            fault.value("count", Json()) < INT32_MAX;
 }
 
-// The fault as the file has it; a file that cannot be read as one is moved aside.
-std::optional<Json> Load(const std::string& path, const std::string& aside) {
-    if (access(path.c_str(), F_OK) != 0) return std::nullopt;
-    const auto text = ReadRegularFile(path, kMaxFault);
-    constexpr bool kMayThrow = false;
-    Json fault = Json::parse(text.value_or(""), nullptr, kMayThrow);
-    if (IsFault(fault)) return fault;
-    std::rename(path.c_str(), aside.c_str());
-    return std::nullopt;
+// What a new report takes over from the fault that it adds to.
+struct History {
+    std::string first;
+    long count = 0;
+};
+
+// The history of the fault in the file; one that has just begun where there is no file. A file that
+// cannot be read as a fault is moved to `aside`, or beside what stands there already.
+History Load(const std::string& path, const std::string& aside) {
+    if (access(path.c_str(), F_OK) == 0) {
+        const auto text = ReadRegularFile(path, kMaxFault);
+        constexpr bool kMayThrow = false;
+        const Json fault = Json::parse(text.value_or(""), nullptr, kMayThrow);
+        if (IsFault(fault)) return {fault["first"], fault["count"]};
+        std::string place = aside;
+        for (int i = 2; access(place.c_str(), F_OK) == 0; ++i) {
+            place = aside + "." + std::to_string(i);
+        }
+        std::rename(path.c_str(), place.c_str());
+    }
+    return {IsoTime(), 0};
 }
 
-Json Enter(const std::optional<Json>& old, const Report& report, const std::string& id,
+// The fault after the report. Nothing else is taken over: what somebody has put into the file may
+// be nested deeper than it can be written.
+Json Enter(const History& history, const Report& report, const std::string& id,
            const std::string& serial) {
-    const std::string now = IsoTime();
-    Json fault = old.value_or(Json::object());
+    Json fault;
     fault["version"] = kVersion;
     fault["id"] = id;
     fault["kind"] = report.kind;
     fault["device"] = report.device;
     fault["serial"] = serial;
     fault["fru"] = report.fru;
-    if (!old.has_value()) fault["first"] = now;
-    fault["last"] = now;
-    fault["count"] = old.has_value() ? fault["count"].get<long>() + 1 : 1;
+    fault["first"] = history.first;
+    fault["last"] = IsoTime();
+    fault["count"] = history.count + 1;
     fault["report"] = {{"name", report.name},           {"time", report.time},
                        {"flag", report.flag},           {"summary", report.summary},
                        {"operation", report.operation}, {"detail", report.detail}};
@@ -157,7 +170,7 @@ Stored Store(const std::string& data, const Report& report, const std::string& s
     constexpr int kIndent = 2;
     const std::string text = fault.dump(kIndent, ' ', false, Json::error_handler_t::replace) + "\n";
     patrol::FileReplacement file(path.c_str());
-    if (!file.Write(text) || !file.Commit()) return Stored::kFailed;
+    if (!file.Write(text) || !file.Commit() || !patrol::SyncDirectory(path)) return Stored::kFailed;
     *count = fault["count"].get<long>();
     return Stored::kDone;
 }

@@ -43,7 +43,7 @@ void LayOut(const std::string& data, const std::string& id, const std::string& t
     const std::string name = id + "@" + std::to_string(now.tv_sec) + "." +
                              std::to_string(now.tv_nsec) + "." + std::to_string(getpid());
     patrol::FileReplacement file((outbox + "/" + name).c_str());
-    if (!file.Write(text) || !file.Commit()) {
+    if (!file.Write(text) || !file.Commit() || !patrol::SyncDirectory(outbox + "/" + name)) {
         Fail(kTaken, "the report on " + id + " cannot be handed on: " + std::strerror(errno));
     }
 }
