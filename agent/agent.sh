@@ -5,14 +5,23 @@
 : "${KVX_temp:=/var/lib/patrol/temp}" "${KVX_config:=/etc/patrol}" "${KVX_PIPE:=/run/patrol/events}"
 export KVX_data KVX_log KVX_bin KVX_temp KVX_config KVX_PIPE
 
-# setting KEY DEFAULT: the value of the last line KEY=VALUE of agent.conf.
+# setting KEY DEFAULT: the value of the last line KEY=VALUE of agent.conf, without the blanks (and the
+# carriage return of other systems' editors) around it.
 setting() {
-    value=$(sed -n "s/^$1=//p" "$KVX_config/agent.conf" 2>/dev/null | tail -n 1)
+    value=$(sed -n "s/^[[:space:]]*$1[[:space:]]*=[[:space:]]*//p" "$KVX_config/agent.conf" \
+        2>/dev/null | sed -n '$ s/[[:space:]]*$//p')
     printf '%s\n' "${value:-$2}"
 }
 
-# Whether the setting KEY (by default DEFAULT) is "yes".
-is_set() { [ "$(setting "$1" "$2")" = yes ]; }
+# Whether the setting KEY is "yes"; what is neither that nor "no" counts as DEFAULT.
+is_set() {
+    case $(setting "$1" "$2") in
+    [Yy][Ee][Ss]) return 0 ;;
+    [Nn][Oo]) return 1 ;;
+    esac
+    complain "$1 in $KVX_config/agent.conf is neither yes nor no; taking $2"
+    [ "$2" = yes ]
+}
 
 complain() { printf '%s: %s\n' "${0##*/}" "$*" >&2; }
 

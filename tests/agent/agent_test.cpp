@@ -199,7 +199,12 @@ TEST_F(StatusCommandTest, EachReasonIsSaidAndHasItsSwitch) {
     EXPECT_EQ(Answer().substr(0, 8), "1 load: ");
     Conf("max_load_per_cpu=0\nwait_for_raid=no\non_battery=yes\n");
     EXPECT_EQ(Answer(), "0 ready\n");
-    for (const char* wrong : {"many", "1.2.3", ".", "-1"}) {
+    // As other systems' editors and other programs' settings would have it.
+    Conf(" max_load_per_cpu = 0 \r\nwait_for_raid=No\r\non_battery = YES\r\n");
+    EXPECT_EQ(Answer(), "0 ready\n");
+    Conf("max_load_per_cpu=0\nwait_for_raid=true\n");
+    EXPECT_EQ(Answer().substr(0, 8), "1 raid: ");
+    for (const char* wrong : {"many", "1.2.3", ".", "-1", "0.001", "99999999999999999999"}) {
         Conf("max_load_per_cpu=" + std::string(wrong) + "\n");
         EXPECT_EQ(Answer().substr(0, 8), "1 load: ") << wrong;
     }
@@ -234,8 +239,14 @@ class FaultStoreTest : public AgentProgramTest {
         agent_.Write("temp/" + name,
                      "TIME=2026-01-02T03:04:05TIME=2026-01-02T03:04:05+00:00\nFRU1=" + unit +
                          "\nFLAG=patrol\nSUMMARY=bad \"bit\"\nOPERATION=E3890\nDETAIL=" + detail +
+    symlink("nothing", agent_.Path("hold").c_str());
+    EXPECT_FALSE(Ready());
+    agent_.Remove("hold");
                          "\n");
         return Agent("parts", {"set", agent_.Path("temp/" + name)}).status;
+    // For systemd, a condition that is not met is no failure; this is one.
+    env_["KVX_bin"] = agent_.Path("nowhere");
+    EXPECT_EQ(Agent("ready").status, 255);
     }
     bool Stored(const std::string& file, const std::string& part) {
         return agent_.Read(file).find(part) != std::string::npos;
