@@ -30,10 +30,18 @@ class Writer {
     std::string text_;
 };
 
+// What is left of the text when its line is to have room in the 98 characters that the controller
+// takes of it.
+std::string Identity(std::string text) {
+    constexpr size_t kLimit = 60;
+    while (EscapeXml(text).size() > kLimit) text.pop_back();
+    return text;
+}
+
 void WriteMachine(const Machine& machine, Writer* out) {
     out->Open("SYSTEM", "/SYSTEM");
-    out->AttributeIfAny("model", machine.model);
-    out->AttributeIfAny("S/N", machine.serial);
+    out->AttributeIfAny("model", Identity(machine.model));
+    out->AttributeIfAny("S/N", Identity(machine.serial));
     out->Close();
     out->Open("Partition", "/SYSTEM/PARTITION0", " path=\"0\"");
     out->Attribute("status", "ok");

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
+#include <map>
 #include <memory>
 
 #include "text.h"
@@ -77,6 +78,13 @@ bool Chosen(const Device& device, const DiskChoice& choice) {
     return kind.empty() || Contains(choice.with, kind);
 }
 
+// Whether the name can stand in a device line. The kernel gives no other.
+bool Writable(const std::string& name) {
+    return std::all_of(name.begin(), name.end(), [](char c) {
+        return c > ' ' && c <= '~' && c != '"' && c != '&' && c != '<' && c != '>';
+    });
+}
+
 std::string Resolve(const std::string& path) {
     char resolved[PATH_MAX];
     return realpath(path.c_str(), resolved) != nullptr ? resolved : "";
@@ -129,15 +137,20 @@ std::string FirstOf(std::initializer_list<std::string> values) {
     return {};
 }
 
+// The name that the disk has in the whole world, where it has one.
+std::string Wwid(const Device& device) {
+    return FirstOf(
+        {ReadWord(device.directory + "/wwid"), ReadWord(device.directory + "/device/wwid")});
+}
+
 // Sysfs is asked before udev: its answer is the same before and after udev has seen the disk, and
 // the disk's progress is kept by this text.
 std::string Serial(const Device& device, const std::string& location, const UdevProperty& udev) {
     constexpr size_t kPageHeader = 4;  // of the SCSI page that holds the number
-    std::string serial = FirstOf(
-        {ReadWord(device.directory + "/device/vpd_pg80", kPageHeader),
-         ReadWord(device.directory + "/serial"), ReadWord(device.directory + "/device/serial"),
-         Clean(udev(device.directory, "ID_SERIAL_SHORT")), ReadWord(device.directory + "/wwid"),
-         ReadWord(device.directory + "/device/wwid")});
+    std::string serial = FirstOf({ReadWord(device.directory + "/device/vpd_pg80", kPageHeader),
+                                  ReadWord(device.directory + "/serial"),
+                                  ReadWord(device.directory + "/device/serial"),
+                                  Clean(udev(device.directory, "ID_SERIAL_SHORT")), Wwid(device)});
     // The namespaces of a drive share its number.
     const std::string part = ReadWord(device.directory + "/nsid");
     if (!serial.empty() && !part.empty() && part != "1") serial += "_" + part;
@@ -165,15 +178,22 @@ std::string Status(const Device& device) {
     return state.empty() || state == "running" || state == "live" ? "ok" : state;
 }
 
+// In sysfs "!" stands for the "/" of a name such as etherd/e0.0.
+std::string DevicePath(const std::string& name) {
+    std::string path = (name.compare(0, 2, "sd") == 0 ? "/dev/" : "/dev/sdisk/") + name;
+    std::replace(path.begin(), path.end(), '!', '/');
+    return path;
+}
+
 Disk Describe(const Device& device, const UdevProperty& udev) {
     constexpr uint64_t kBlock = 512;  // what sysfs counts in, whatever the disk's sectors
     Disk disk;
     disk.name = device.name;
-    const bool sd = device.name.compare(0, 2, "sd") == 0;
-    disk.device = (sd ? "/dev/" : "/dev/sdisk/") + device.name;
+    disk.device = DevicePath(device.name);
     disk.scsi = device.subsystem == "scsi";
     disk.location = Location(device, udev);
     disk.serial = Serial(device, disk.location, udev);
+    disk.wwid = Wwid(device);
     disk.vendor = Vendor(device, udev);
     disk.model = FirstOf({ReadWord(device.directory + "/device/model"),
                           ReadWord(device.directory + "/device/name"),
@@ -181,6 +201,23 @@ Disk Describe(const Device& device, const UdevProperty& udev) {
     disk.status = Status(device);
     disk.bytes = std::strtoull(ReadWord(device.directory + "/size").c_str(), nullptr, 10) * kBlock;
     return disk;
+}
+
+// Whether the two are the same disk, as far as sysfs says: some have several ways to it.
+bool IsSame(const Disk& a, const Disk& b) { return !a.wwid.empty() && a.wwid == b.wwid; }
+
+// Disks are told apart by their serial numbers, so those that a maker has used twice are followed
+// by the place.
+void TellApart(std::vector<Disk>* disks) {
+    std::map<std::string, std::vector<Disk*>> by_serial;
+    for (Disk& disk : *disks) by_serial[disk.serial].push_back(&disk);
+    for (const auto& [serial, alike] : by_serial) {
+        const bool same = std::all_of(
+            alike.begin(), alike.end(),
+            [&alike = alike](const Disk* disk) { return IsSame(*disk, *alike.front()); });
+        if (alike.size() == 1 || same) continue;
+        for (Disk* disk : alike) disk->serial += " (" + disk->location.substr(1) + ")";
+    }
 }
 
 }  // namespace
@@ -200,13 +237,14 @@ bool FindDisks(const std::string& sys, const DiskChoice& choice, const UdevPrope
     const std::unique_ptr<DIR, int (*)(DIR*)> block(opendir((sys + "/block").c_str()), closedir);
     if (block == nullptr) return false;
     while (const dirent* entry = readdir(block.get())) {
-        if (entry->d_name[0] == '.') continue;
+        if (entry->d_name[0] == '.' || !Writable(entry->d_name)) continue;
         const Device device = Look(sys, entry->d_name);
         // Gone again since, or not to be tested.
         if (device.directory.empty() || !Chosen(device, choice)) continue;
         Disk disk = Describe(device, udev);
         if (disk.bytes != 0) disks->push_back(std::move(disk));  // else no medium is in it
     }
+    TellApart(disks);
     std::sort(disks->begin(), disks->end(), [](const Disk& a, const Disk& b) {
         if (a.device.size() != b.device.size()) return a.device.size() < b.device.size();
         return a.device < b.device;

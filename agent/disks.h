@@ -13,7 +13,9 @@ struct Disk {
     std::string device;    // the controller's: "/dev/sda", "/dev/sdisk/nvme0n1"
     bool scsi = false;     // SCSI and what the kernel drives as SCSI (SATA, SAS, USB)
     std::string location;  // where it is plugged in, for people: "/pci-0000:00:1f.2-ata-1"
-    std::string serial;    // never empty: a disk that has none is known by its location
+    std::string serial;    // never empty: a disk that has none, or shares it with another one, is
+                           // known by its location
+    std::string wwid;      // empty where the kernel does not say
     std::string vendor;    // never empty
     std::string model;     // never empty
     std::string status;    // "ok" or the kernel's word for what is wrong

@@ -43,10 +43,12 @@ int Fail(const std::string& sentence) {
     return kFailed;
 }
 
-void AppendWords(const std::string& list, std::vector<std::string>* words) {
+// Takes a list such as "sdb, nvme*" apart.
+void AppendWords(std::string_view list, std::vector<std::string>* words) {
     for (size_t at = 0; at <= list.size();) {
         const size_t end = std::min(list.find(',', at), list.size());
-        if (end > at) words->push_back(list.substr(at, end - at));
+        const std::string word = agent::Clean(list.substr(at, end - at));
+        if (!word.empty()) words->push_back(word);
         at = end + 1;
     }
 }
@@ -95,7 +97,7 @@ int Put(const std::string& text, const std::string& path) {
     const auto old = agent::ReadRegularFile(path, kMaxConfig);
     if (old.has_value() && *old == text) return kUnchanged;
     patrol::FileReplacement file(path.c_str());
-    if (file.Write(text) && file.Commit()) return kChanged;
+    if (file.Write(text) && file.Commit() && patrol::SyncDirectory(path)) return kChanged;
     return Fail("cannot write " + path + ": " + std::strerror(errno));
 }
 

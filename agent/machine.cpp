@@ -12,9 +12,6 @@
 namespace agent {
 namespace {
 
-// The controller reads lines of 98 characters for these two.
-constexpr size_t kIdentityLimit = 60;
-
 // What makers leave in the firmware when they do not fill it in.
 bool IsPlaceholder(const std::string& text) {
     static constexpr const char* kPlaceholders[] = {"none",
@@ -34,7 +31,7 @@ bool IsPlaceholder(const std::string& text) {
 
 std::string FirstIdentity(const std::string& sys, std::initializer_list<const char*> files) {
     for (const char* file : files) {
-        std::string text = Clean(ReadWord(sys + "/" + file), kIdentityLimit);
+        std::string text = ReadWord(sys + "/" + file);
         if (text.size() > 1 && !IsPlaceholder(text)) return text;
     }
     return {};

@@ -131,12 +131,17 @@ TEST_F(InventoryTest, TheControllerFindsEveryDiskAndNothingElse) {
     Block("virtual/block", "md0", {{"md/level", "raid1"}});
     for (const char* name : {"loop0", "ram0", "zram0", "nbd0", "zd0"}) Block("virtual/block", name);
     Block("platform/floppy.0", "fd0");
+    Block("pci0000:00/0000:00:02.0", "etherd!e0", {{"serial", "N1"}});
+    for (const char* name : {"sd\"x", "sd\ny"}) Block("pci0000:00", name);
+    symlink("sdloop", agent_.Path("sys/block/sdloop").c_str());
 
     EXPECT_EQ(Inventory(), 0);
-    EXPECT_EQ(Targets(), "/dev/sdb,/dev/sdaa,/dev/sdisk/vda,/dev/sdisk/nvme0n1,/dev/sdisk/nvme0n2");
+    EXPECT_EQ(Targets(),
+              "/dev/sdb,/dev/sdaa,/dev/sdisk/vda,/dev/sdisk/nvme0n1,/dev/sdisk/nvme0n2,"
+              "/dev/sdisk/etherd/e0");
     EXPECT_EQ(agent_.Key("HDD_SCHEDULE 0", "serial_number"), "S&lt;&amp;&quot;1");
     EXPECT_EQ(agent_.Key("HDD_SCHEDULE 1", "serial_number"), "none (pci-0000:00:1f.2-sdaa)");
-    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 3", "serial_number"), "N1");
+    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 3", "serial_number"), "N1 (pci-0000:01:00.0-nvme0n1)");
     EXPECT_EQ(agent_.Key("HDD_SCHEDULE 4", "serial_number"), "N1_2");
     const std::string text = agent_.Read("data/devconf_new.xml");
     EXPECT_EQ(agent_.Read("data/devconf_cur.xml"), text);
@@ -146,7 +151,7 @@ TEST_F(InventoryTest, TheControllerFindsEveryDiskAndNothingElse) {
     EXPECT_NE(text.find("<attr name=\"status\">offline</attr>"), std::string::npos);
     EXPECT_NE(text.find("<attr name=\"size\">1048576</attr>"), std::string::npos);
 
-    EXPECT_EQ(Inventory({"--with", "loop,removable", "--without", "nvme*,sdb"}), 0);
+    EXPECT_EQ(Inventory({"--with", "loop, removable\r", "--without", "nvme* , sdb,,e*"}), 0);
     EXPECT_EQ(Targets(), "/dev/sdu,/dev/sdaa,/dev/sdisk/vda,/dev/sdisk/loop0");
 }
 
@@ -161,6 +166,12 @@ TEST_F(InventoryTest, TheStatusSaysWhetherAnythingChanged) {
     EXPECT_NE(text.find("<attr name=\"model\">Server 1</attr>\n    <attr name=\"S/N\">B-7</attr>"),
               std::string::npos);
     EXPECT_EQ(Inventory(), 1);
+    agent_.Write("sys/class/dmi/id/product_name", std::string(200, '&'));
+    EXPECT_EQ(Inventory(), 0);
+    // The controller takes no more of a line.
+    for (const std::string& line : agent_.Lines("data/devconf_cur.xml")) {
+        EXPECT_LE(line.size(), 97U) << line;
+    }
     agent_.Remove("data/devconf_cur.xml");
     EXPECT_EQ(Inventory(), 0);
     agent_.Remove("sys/block/vda");
@@ -228,8 +239,14 @@ TEST_F(StatusCommandTest, NoReasonOfAHoldReadsAsReady) {
         EXPECT_EQ(Agent("ready").status, 1);
     }
     agent_.Remove("hold");
+    symlink("nothing", agent_.Path("hold").c_str());
+    EXPECT_FALSE(Ready());
+    agent_.Remove("hold");
     EXPECT_TRUE(Ready());
     EXPECT_EQ(Agent("ready").status, 0);
+    // For systemd, a condition that is not met is no failure; this is one.
+    env_["KVX_bin"] = agent_.Path("nowhere");
+    EXPECT_EQ(Agent("ready").status, 255);
 }
 
 class FaultStoreTest : public AgentProgramTest {
@@ -239,14 +256,8 @@ class FaultStoreTest : public AgentProgramTest {
         agent_.Write("temp/" + name,
                      "TIME=2026-01-02T03:04:05TIME=2026-01-02T03:04:05+00:00\nFRU1=" + unit +
                          "\nFLAG=patrol\nSUMMARY=bad \"bit\"\nOPERATION=E3890\nDETAIL=" + detail +
-    symlink("nothing", agent_.Path("hold").c_str());
-    EXPECT_FALSE(Ready());
-    agent_.Remove("hold");
                          "\n");
         return Agent("parts", {"set", agent_.Path("temp/" + name)}).status;
-    // For systemd, a condition that is not met is no failure; this is one.
-    env_["KVX_bin"] = agent_.Path("nowhere");
-    EXPECT_EQ(Agent("ready").status, 255);
     }
     bool Stored(const std::string& file, const std::string& part) {
         return agent_.Read(file).find(part) != std::string::npos;
@@ -304,6 +315,14 @@ TEST_F(FaultStoreTest, WhatCannotBeStoredIsAnsweredAsTheControllerExpects) {
         EXPECT_EQ(Set("parts_pt_mem", "Partition;0"), 0) << damage;
         EXPECT_TRUE(Stored(kMemoryFault, "\"count\": 1,")) << damage;
     }
+    EXPECT_EQ(Names("data/faults", "memory.damaged.").size(), 5U);
+    // Neither what nests deeper than it can be written, nor a report that grows, costs the count.
+    agent_.Write(kMemoryFault, "{\"version\":1,\"first\":\"f\",\"count\":3,\"x\":" +
+                                   std::string(200000, '[') + std::string(200000, ']') + "}");
+    EXPECT_EQ(Set("parts_pt_mem", "Partition;0", std::string(1000000, '\1')), 0);
+    EXPECT_TRUE(Stored(kMemoryFault, "\"count\": 4,"));
+    EXPECT_EQ(Set("parts_pt_mem", "Partition;0"), 0);
+    EXPECT_TRUE(Stored(kMemoryFault, "\"count\": 5,"));
     agent_.Remove("data/faults");
     agent_.Write("data/faults", "in the way");
     EXPECT_EQ(Set("parts_pt_mem", "Partition;0"), 4);
@@ -326,14 +345,6 @@ TEST_F(FaultStoreTest, EveryReportReachesTheProgramsOfPartsD) {
                                         "memory FRU1=Partition;1 there"}));
     EXPECT_EQ(Names("data/outbox"), std::vector<std::string>{});
 }
-    EXPECT_EQ(Names("data/faults", "memory.damaged.").size(), 5U);
-    // Neither what nests deeper than it can be written, nor a report that grows, costs the count.
-    agent_.Write(kMemoryFault, "{\"version\":1,\"first\":\"f\",\"count\":3,\"x\":" +
-                                   std::string(200000, '[') + std::string(200000, ']') + "}");
-    EXPECT_EQ(Set("parts_pt_mem", "Partition;0", std::string(1000000, '\1')), 0);
-    EXPECT_TRUE(Stored(kMemoryFault, "\"count\": 4,"));
-    EXPECT_EQ(Set("parts_pt_mem", "Partition;0"), 0);
-    EXPECT_TRUE(Stored(kMemoryFault, "\"count\": 5,"));
 
 class AgentUnitTest : public AgentProgramTest {
  protected:
