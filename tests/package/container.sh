@@ -48,8 +48,9 @@ make_container() {
     work=$(mktemp -d /tmp/agent-container.XXXXXX)
     mkdir "$work/root"
     tar -xf "$tar" -C "$work/root" --exclude=./dev/\*
-    make_disk sda 0 1G
-    make_disk nvme0n1 1 1G
+    # No pass gets through one of these, so addresses move. Sparse: they take no room.
+    make_disk sda 0 1T
+    make_disk nvme0n1 1 1T
     mkdir -p "$work/root/etc/tmpfiles.d" "$work/root/stand-in"
     echo 'L /dev/sdisk/nvme0n1 - - - - ../nvme0n1' >"$work/root/etc/tmpfiles.d/stand-in.conf"
     # The system in the container mounts its own /sys, so this has to come after it.
@@ -93,8 +94,10 @@ make_disk() {
 }
 
 boot() {
-    # Not a job of the calling terminal: the console is a file.
+    # Not a job of the calling terminal: the console is a file. Without this capability no process of
+    # the container may lock memory, as the memory test does.
     systemd-nspawn --quiet --boot --register=no --keep-unit --private-network --console=pipe \
+        --capability=CAP_IPC_LOCK \
         --machine=patrol-test --directory="$work/root" \
         --bind-ro="$work/block:/stand-in" \
         --bind="${loops[0]}:/dev/sda" --bind="${loops[1]}:/dev/nvme0n1" \
