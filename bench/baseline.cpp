@@ -5,7 +5,8 @@
 //       on a pipe and CHILD trace lines on the way from fork to exec; drains and collects them one
 //       after the other. LAUNCH lines are spread over the starts, WAIT lines over the waits.
 //   baseline files LOG SIZE LINES READ REPLACED...
-//       Appends trace lines, reads the file READ and puts a copy in the place of every other.
+//       Appends trace lines, reads the file READ and replaces every other by a copy that outlasts a
+//       power cut; one whose name ends in ".old", by a second name of the file without that.
 //   baseline peak PROGRAM WORD...
 //       Prints the peak memory of the program in bytes. What the system tells of a child counts its
 //       parent up to the exec too, so this has to be a small one.
@@ -127,14 +128,35 @@ std::string Read(const char* path) {
     return bytes;
 }
 
+void Sync(const std::string& path) {
+    const int file = Checked(open(path.c_str(), O_RDONLY | O_CLOEXEC), path.c_str());
+    Checked(fsync(file), "fsync");
+    close(file);
+}
+
+void Replace(const std::string& name) {
+    constexpr size_t kEnd = 4;
+    const size_t front = name.size() < kEnd ? 0 : name.size() - kEnd;
+    const std::string fresh = name + ".new";
+    if (name.substr(front) == ".old") {
+        Checked(link(name.substr(0, front).c_str(), fresh.c_str()), "link");
+    } else {
+        WriteAndClose(open(fresh.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666),
+                      Read(name.c_str()));
+        Sync(fresh);
+    }
+    Checked(rename(fresh.c_str(), name.c_str()), "rename");
+}
+
 void Files(const Trace& trace, char** words) {
     trace.Append(std::atol(words[0]));
     Read(words[1]);
-    for (char** name = words + 2; *name != nullptr; ++name) {
-        const std::string fresh = std::string(*name) + ".new";
-        WriteAndClose(open(fresh.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666), Read(*name));
-        Checked(rename(fresh.c_str(), *name), "rename");
+    std::string name;
+    for (char** word = words + 2; *word != nullptr; ++word) {
+        name = *word;
+        Replace(name);
     }
+    if (!name.empty()) Sync(name.substr(0, name.rfind('/')));
 }
 
 void Peak(char** words) {

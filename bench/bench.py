@@ -205,14 +205,14 @@ def schedule_row(word, disks, files):
     lines = lines_of(word, Agent, disks)
     least = [*baseline("files", agent, lines), str(lines[2]), str(agent.data / "devconf_new.xml"),
              *(str(agent.data / name) for name in files)]
-    return Row(f"{word} with {disks} disks", "reading the configuration, copying every file that "
-               "results and appending as many trace lines", lambda: agent.run([PATROL, word]),
+    return Row(f"{word} with {disks} disks", "reading the configuration, replacing every file that "
+               "results, synced, and appending as many trace lines", lambda: agent.run([PATROL, word]),
                lambda: agent.run(least))
 
 
 def main():
     one, few, some, many = pass_row(1), pass_row(16), pass_row(128, 1.3), pass_row(1000)
-    schedule_files = ["pat_new_sche.txt", "pat_new_sche.txt.old"]
+    schedule_files = ["pat_new_sche.txt.old", "pat_new_sche.txt"]
     others = [relay_row(20000, 0.7), start_up_row("version", "version"),
               start_up_row("start with nothing due", "start"), memory_row(128, 6),
               schedule_row("reload", 1000, [*schedule_files, "pat_sche2.txt"]),
