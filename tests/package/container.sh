@@ -103,7 +103,7 @@ boot() {
         --bind="${loops[0]}:/dev/sda" --bind="${loops[1]}:/dev/nvme0n1" \
         >"$work/console" 2>&1 </dev/null &
     nspawn=$!
-    eventually 60 "the container starts" running
+    eventually 180 "the container starts" running
 }
 
 leader() { pgrep -P "$nspawn" | head -n 1; }
