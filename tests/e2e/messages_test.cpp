@@ -41,7 +41,8 @@ TEST_F(MessageTest, OnlyAReaderGetsTheMessageAndNobodyWaits) {
 }
 
 TEST_F(MessageTest, OnlyLinesOfThisProgramsFormAreTaken) {
-    const std::string other = "\"E3895\",\"filler\";\n", foreign = "\"E3195\",\"f\";\n#\n\n\"\n";
+    const std::string other = "\"E3895\",\"filler\";\n";
+    const std::string foreign = "\"E3195\",\"f\";\n\"E3815\",\"f\";\n#\n\n\"\n";
     std::string almost_full;
     for (int i = 0; i < 127; ++i) almost_full += foreign + other;
     const std::string own = "\"W2896\",\"text\";\n", widest(79, 'w'), none = "(none)";
