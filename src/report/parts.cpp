@@ -52,7 +52,7 @@ ReportPaths ChoosePaths(const std::string& directory, int run_mode, const char* 
     if (name == "CPU") return with_bak(base + "cpu");
     if (name == "Memory") return with_bak(base + "mem");
     constexpr std::string_view kDeviceDirectory = "/dev/";
-    if (name.substr(0, 7) != "/dev/sd") return with_bak(directory + "/parts_io");
+    if (!StartsWith(name, "/dev/sd")) return with_bak(directory + "/parts_io");
     std::string file(name.substr(kDeviceDirectory.size()));
     std::replace(file.begin(), file.end(), '/', '_');
     const std::string report = base + "hdd." + file;
@@ -76,7 +76,7 @@ Block ComposeReport(const FaultRecord& record, int run_mode) {
     // A line feed in the location would begin another line of the report.
     Text<40> location = record.location;
     remove_char(location.data(), '\n');
-    snprintfx(text.get(), size,
+    set_array(text.get(), size,
               "%s%s\nLEVEL=1st\nTYPE=error\nMODE=SB\nREFLOG=NONE\nFRU_NUM=1\nFRU1=%s;%s\n"
               "FLAG=%s\nSUMMARY=%s\nOPERATION=E%d\nDETAIL=%s\n",
               time_line, date_tm_tz(now).c_str(), record.fru_name.c_str(), location.c_str(),

@@ -40,6 +40,9 @@ int exec_parts_cmd(const char* report_path);
 // calls; `counter` is the caller's for one report.
 int check_parts_cmd_value(int exit_status, int* counter);
 
+// The routine that formats the report: snprintfx under the name it has here.
+inline constexpr auto* set_array = snprintfx;
+
 // Removes every `unwanted` from `text` in place. Returns 0, or -1 for an empty text.
 int remove_char(char* text, char unwanted);
 

@@ -111,7 +111,7 @@ std::optional<PadiagDetail> ParseDetail(const std::string& rest) {
 
 bool ParseChange(std::string_view line, std::time_t* time) {
     constexpr std::string_view kTarget = "] Target ";
-    return TakeStamp(&line, time) && line.substr(0, 1) == "[" &&
+    return TakeStamp(&line, time) && StartsWith(line, "[") &&
            line.find(kTarget) != std::string_view::npos;
 }
 

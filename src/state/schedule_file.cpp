@@ -50,7 +50,7 @@ Place LookAtSchedule(const char* path) {
 Flag ReadFlag(const ProfileReader& profile, const char* section, const char* key) {
     const Text<65> value = profile.Value<64>(section, key, "OFF");
     if (value.view() == "OFF") return Flag::kOff;
-    return value.view().substr(0, 3) == "OFF" ? Flag::kBeginsOff : Flag::kOn;
+    return StartsWith(value.view(), "OFF") ? Flag::kBeginsOff : Flag::kOn;
 }
 
 Text<65> WaitedName(std::string_view device) {
