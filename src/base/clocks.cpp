@@ -15,6 +15,8 @@ int32_t hdd_sample = 0;
 
 std::time_t WallClock() { return std::time(nullptr); }
 
+// Every clock that is started stamps the history: what is entered bears the time at which the last
+// test, or the pass, began.
 void Start(int32_t* last) {
     start_time = static_cast<int32_t>(clock_now());
     *last = start_time;

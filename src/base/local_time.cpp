@@ -8,6 +8,7 @@ namespace {
 constexpr int kHoursADay = 24;
 constexpr int kMinutesAnHour = 60;
 
+// Days before the first of the year count below 0.
 int MinuteOfYear(const std::tm& time) {
     return (time.tm_yday * kHoursADay + time.tm_hour) * kMinutesAnHour + time.tm_min;
 }

@@ -52,6 +52,7 @@ void LetPendingIn() {
 // Returns whether a wait for `polled` would be over at once.
 bool Ready(pollfd* polled) { return poll(polled, 1, 0) > 0; }
 
+// Returns -1 as a call does that a signal ended.
 int Interrupted() {
     errno = EINTR;
     return -1;

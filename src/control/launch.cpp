@@ -32,6 +32,8 @@ int pipe_rw_wk[2] = {-1, -1};
 constexpr int kSignalMaskFailed = 1;
 constexpr int kNotExecuted = 4;
 
+// Both trace what has failed and return -1. The first is for the trace of the pass; the second is
+// for the log, as a child that is about to be a test has no other place.
 int LaunchFailed(const char* caller, const char* call, int error) {
     Ptltrprintf("[%s] System Call Error (%s), errno:%d\n", caller, call, error);
     Ptltrprintf("[%s] cause     : %s\n", caller, std::strerror(error));

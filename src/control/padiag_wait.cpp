@@ -28,6 +28,8 @@ namespace {
 
 constexpr int kOpenAttempts = 5;
 
+// The addresses that disks have reported are in place before: a second is long enough for somebody
+// to switch the machine off.
 void PauseASecond() {
     BlockingCall([] { sleep(1); });
 }
@@ -46,6 +48,8 @@ void WaitForTest(const char* caller, const RunningTest& test, const SignalWatch&
     } while (!WIFEXITED(status) && !WIFSIGNALED(status));
 }
 
+// Returns null when the file cannot be opened in all its tries; each is traced. The test has ended
+// by then, but its file may lie on a file system that is slow to show it.
 Stream OpenOutput(const char* caller, const std::string& path) {
     Stream file;
     for (int i = 1; i <= kOpenAttempts && file == nullptr; ++i) {
@@ -74,6 +78,8 @@ void ReportAborted(const char* caller, RunningTest* test) {
     PadiagHistory(kResultAbort, test, message.c_str());
 }
 
+// The whole of a wait, the same for every kind: until the end of the test, through its output, to
+// its entry in the history.
 void WaitAndRead(const char* caller, RunningTest* test) {
     const SignalWatch watch;
     const char* name = FindKind(test->kind)->short_name;

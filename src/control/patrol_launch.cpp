@@ -23,11 +23,14 @@ constexpr char kHddParameters[] = "HDDDIAG_PARAM";
 // Not the section of the other disk parameters; administrators' files have it so.
 constexpr char kHddErrorParameters[] = "HDD_DIAGPARAM";
 
+// How large the test program lets its own log grow, and how many generations it keeps.
 void AddLogItems(CommandLineBuilder* line, const ProfileReader& parameters, const char* section) {
     line->AddNumber("-log", parameters, section, "log", 512);
     line->AddNumber("-gen", parameters, section, "gen", 4);
 }
 
+// The commands differ too much to come from one table: in error mode each kind is made to fail in
+// its own way.
 TestCommand CpuCommand() {
     const ProfileReader parameters(para_path.c_str());
     TestCommand command;

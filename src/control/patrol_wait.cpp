@@ -40,6 +40,7 @@ int ErrorEnd() {
     return -1;
 }
 
+// The test may be in the middle of its work: nothing that it goes on to say would be heard.
 int StopWithError(const RunningTest& test) {
     ptl_test_terminate(test.pid);
     return ErrorEnd();
@@ -106,6 +107,8 @@ Next TakeStatus(RunningTest* test, const TestWait& wait, RecordReader* record,
     }
 }
 
+// A record of a type that nobody has asked for is passed over; a header that makes no sense ends
+// the test, because what follows it cannot be trusted either.
 Next TakeRecord(RunningTest* test, const TestWait& wait, RecordReader* record) {
     RecordContext context;
     if (check_testdata_head(record->body(), test->device_name.c_str(), &context) != 0) {

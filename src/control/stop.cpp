@@ -48,6 +48,7 @@ struct Chosen {
     bool (*disk)(const RunningTest& disk);
 };
 
+// In the order of the kinds; those that are not running are not spoken of.
 void CleanUp(const char* cause, const Chosen& chosen) {
     Ptltrprintf("[%s] Clean Up Process : %s\n", "ptl_clean_up", cause);
     if (chosen.cpu) Cancel("Cputest", ProcessIdCpu);
@@ -60,6 +61,7 @@ void CleanUp(const char* cause, const Chosen& chosen) {
 // A patrol pass has none of these flags set: there a signal only ends the wait under way.
 bool OfThisRun(const RunningTest&) { return f_padiag_hdd == 1; }
 
+// A number that was collected may belong to a stranger by now.
 bool IsRunning(const RunningTest& test) { return test.pid > 0 && !WasCollected(test.pid); }
 
 }  // namespace

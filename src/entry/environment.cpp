@@ -61,6 +61,7 @@ void EndWithoutMemory() {
     _exit(1);
 }
 
+// A run without a handler is worth more than none: the failure is told, and that is all.
 void Install(int signal, SignalHandler handler) {
     if (InstallHandler(signal, handler) == 0) return;
     const int error = errno;

@@ -84,6 +84,8 @@ std::string Pad(const Conversion& conversion, const std::string& prefix, const s
     return std::string(fill, ' ') + prefix + body;
 }
 
+// As printf does it, but for what it leaves undefined: a sign with an unsigned conversion is passed
+// over.
 std::string FormatNumber(const Conversion& conversion, const FormatArg& argument) {
     std::string prefix;
     std::string body;

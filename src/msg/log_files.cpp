@@ -41,6 +41,7 @@ constexpr LogStream kStreams[] = {
     {"pat_dbg", &patdbg_buff},
 };
 
+// Generation 0 is the file that is written to.
 std::string GenerationPath(const char* stream, int generation) {
     return std::string(trc_name) + "/" + stream + std::to_string(generation) + ".log";
 }

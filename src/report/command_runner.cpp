@@ -26,6 +26,8 @@ void term_process(int signal) {
     NoteSignal();
 }
 
+// Returns false (told to the agent and traced) when the handler cannot be had; without it nothing
+// would end a command that hangs.
 bool InstallTermProcess(int signal, const char* name) {
     if (rsignal(signal, term_process, kAttempts) == 0) return true;
     const int error = errno;

@@ -30,6 +30,7 @@ std::optional<std::string> LineText(const std::string& text, const char* label, 
     return std::nullopt;
 }
 
+// Test programs have always been free to write their own name as they like.
 std::string Lower(std::string text) {
     for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return text;

@@ -114,6 +114,7 @@ bool WriteAndSubmit(const FaultRecord& record, int run_mode, const char* device)
            delfile(paths.backup.c_str()) == 0;
 }
 
+// Tells the agent and the trace; returns 1.
 int WriteFailed(int code, const char* path) {
     put_error_message(code, path);
     outtrace("write_parts_data ERROR end");

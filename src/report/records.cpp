@@ -25,6 +25,7 @@ constexpr size_t kFirmwareAt = 40;
 
 constexpr size_t kMaxLogText = 106;
 
+// The fields of a record as a debug run shows them. Others cost no more than a look at the flags.
 void DebugNumber(const char* name, uint32_t number) {
     ptl_printf(kDebugDetail, nullptr, "D1500", name, number);
 }

@@ -70,6 +70,7 @@ const char* EventName(int test_kind, bool starts) {
 enum : int { kStarted = 0, kCompleted = 1, kFailed = 2 };
 constexpr int kWithProgress = 2;
 
+// Only the end of a disk test at the level that keeps progress has any to tell.
 int OptionFormat(const EventRow& row, int state, const EventRecord& record) {
     if (row.starts) return kStarted;
     const bool with_progress = row.kind == kHddTest && record.level == kProgressLevel;

@@ -53,6 +53,8 @@ constexpr TextAttribute kTextAttributes[] = {
     {"\"model\"", "model", &scanned_disk.model, 5},
 };
 
+// Returns the result of the attribute, or 0 (traced) when no text stands between two angle
+// brackets; the text of the disk before stays then.
 int TakeText(const TextAttribute& attribute, const char* line) {
     // These two lines have always borne the name of the type check.
     constexpr char kTraceName[] = "GetAttrData";

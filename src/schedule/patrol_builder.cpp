@@ -28,6 +28,7 @@ void WriteComponent(FILE* schedule, int kind, bool enabled, bool due) {
     PutFlag(schedule, keys.due, due);
 }
 
+// The order of the keys is part of the file: people compare files line by line.
 void WriteDisk(FILE* schedule, int number, const Disk& disk, bool due) {
     const ScheduleKeys& keys = KeysOf(kKindHdd);
     const bool enabled = f_hdd_exe == 1;

@@ -20,6 +20,7 @@ constexpr char kName[] = "sched_main";
 // The mask has a bit in common with every entry of the table.
 void CloseWorkFiles() { ptl_file_cntl(0, 255, nullptr); }
 
+// Tells the agent and the trace that there is no schedule to go by; returns -1.
 int PatrolError() {
     CloseWorkFiles();
     ptl_printf(kAgentEvent, nullptr, "E3823");
@@ -27,6 +28,7 @@ int PatrolError() {
     return -1;
 }
 
+// Both files, the patrol one first: where that fails the other stays as it is.
 int Reload() {
     if (UpdateSchedule() != 0 && CreateSchedule() != 0) return PatrolError();
     if (!ScheduleUsable(kName, sche_path2.c_str()) || PadiagCreateSchedule() != 0) {
@@ -37,6 +39,7 @@ int Reload() {
     return 0;
 }
 
+// Only a missing Schedule file is made: one whose rebuild failed is left to whoever looks after it.
 int ConfigChange() {
     const int result = CompareSchedule();
     if (result == 0) Ptltrprintf("[%s] Patrol Confchg Succedd.\n", kName);

@@ -64,6 +64,8 @@ void TakeValue(const char* caller, const Setting& setting, const char* line,
     Ptltrprintf("[%s] %s = %d%s.\n", caller, setting.section, *setting.number, meaning);
 }
 
+// Returns the setting whose section the line opens; null for any other line. What follows the
+// closing bracket does not count.
 const Setting* FindSection(SettingList settings, std::string_view line) {
     for (const Setting& setting : settings) {
         const std::string_view name = setting.section;
@@ -99,6 +101,7 @@ Stream OpenSettings(const char* caller, const Path& path) {
     return file;
 }
 
+// The switches have none: without settings they stay what they are, which is off in a fresh run.
 void SetPatrolDefaults(ProfileWriter* parameters) {
     cpu_timeout_data = mem_timeout_data = hdd_timeout_data = kDefaultTimeout;
     for (const Setting& setting : kPatrolSettings) {

@@ -28,6 +28,7 @@ std::optional<std::string> ConfigurationPath(bool main_board) {
     return std::string(directory) + (main_board ? "/MB" : "") + "/devconf_cur.xml";
 }
 
+// Returns null when there is no file, or no data directory.
 Stream OpenConfiguration(bool main_board) {
     const std::optional<std::string> path = ConfigurationPath(main_board);
     return path.has_value() ? OpenForReading(path->c_str()) : nullptr;

@@ -50,6 +50,7 @@ void RestoreSignals() {
     sigprocmask(SIG_SETMASK, &StartMask(), nullptr);
 }
 
+// Everything between the fork and the program, in this one place.
 [[noreturn]] void RunChild(const ChildStart& start) {
     // A flush that failed before the fork has left its lines; they are the parent's to write.
     ClearLogBuffers();

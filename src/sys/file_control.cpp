@@ -12,6 +12,8 @@
 namespace patrol {
 namespace {
 
+// Return false (reported) where the call fails. An entry that failed to close keeps its mark until
+// the next attempt.
 bool OpenEntry(FileEntry* entry, const char* mode) {
     ptl_printf(kTraceAndDebug, nullptr, "T1130", entry->path, mode);
     entry->stream = std::fopen(entry->path, (std::string(mode) + "e").c_str());

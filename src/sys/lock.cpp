@@ -19,6 +19,7 @@ Descriptor lock_fd;
 // A handler is all it takes for the alarm to interrupt the wait.
 void lock_timeout(int) {}
 
+// Returns false, with errno set, where the file cannot be had.
 bool OpenLockFile(const char* path) {
     // The lock held before is given up even where this one cannot be had.
     lock_fd.Reset(-1);

@@ -21,6 +21,7 @@ bool IsHeader(const std::string& line, bool bracket_needed) {
     return StartsWith(line, "[") && (!bracket_needed || line.find(']') != std::string::npos);
 }
 
+// Stores the value in `size` bytes and one more. Returns how many characters it says it has stored.
 int CopyValue(std::string_view value, char* result, int size) {
     const auto room = static_cast<size_t>(size);
     if (value.size() <= room) {

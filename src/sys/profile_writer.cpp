@@ -19,6 +19,7 @@ bool Empty(const char* text) { return text == nullptr || text[0] == '\0'; }
 // The piece as the text functions see it: up to its first NUL.
 std::string BeforeNul(const std::string& piece) { return piece.substr(0, piece.find('\0')); }
 
+// Unlike the readers of numbers, this takes no "[" for a header that nothing closes.
 bool IsHeader(const std::string& piece) {
     return piece[0] == '[' && BeforeNul(piece).find(']') != std::string::npos;
 }

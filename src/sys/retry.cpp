@@ -17,6 +17,7 @@
 namespace patrol {
 namespace {
 
+// The errors that the calls below take for passing ones.
 bool InterruptedOrShort(int error) { return error == EINTR || error == EAGAIN; }
 bool Interrupted(int error) { return error == EINTR; }
 bool Short(int error) { return error == EAGAIN; }
