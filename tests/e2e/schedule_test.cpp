@@ -322,6 +322,7 @@ TEST_F(ScheduleTest, AFailedBuildIsToldAndCostsNoAddress) {
     // At agent start a failure is no error; an update fails only behind the patrol file.
     EXPECT_EQ(RunMode("KVXstart"), 0);
     EXPECT_TRUE(agent_.Traced("[sched_main] Patrol KVXstart Not Create Schedule."));
+    EXPECT_EQ(OfDisk(0, "address", "data/pat_new_sche.txt.old"), "0x1") << "where it was kept";
     EXPECT_EQ(RunMode("reload"), 1);
     EXPECT_EQ(Last(agent_.Trace()), "[sched_main] Error:Padiag Schedule Creation Error Ended.");
     EXPECT_EQ(Join(pipe.Lines()), "");
