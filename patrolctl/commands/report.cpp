@@ -26,9 +26,9 @@ constexpr char kStyle[] = R"(
 @media (prefers-color-scheme: dark) { :root { --ink: #e3e8ed; --paper: #14191f; --faint: #94a1ae;
   --line: #323c46; --ok: #58b97f; --error: #f0706a; --late: #eda340; --skipped: #d6bb4d; } }
 @media print { :root { --ink: #000; --paper: #fff; --faint: #444; --line: #bbb; --ok: #2e7d4f;
-  --error: #c62828; --late: #c77700; --skipped: #8a6d00; } details { display: block; } }
+  --error: #c62828; --late: #c77700; --skipped: #8a6d00; } }
 * { box-sizing: border-box; }
-body { margin: 0 auto; padding: 1rem; max-width: 62rem; background: var(--paper); color: var(--ink);
+body { margin: 0 auto; padding: 1rem; max-width: 68rem; background: var(--paper); color: var(--ink);
   font: 15px/1.45 system-ui, sans-serif; }
 h1 { font-size: 1.35rem; margin: 0; } h2 { font-size: 1.05rem; margin: 1.8rem 0 .5rem; }
 .state { border-left: .4rem solid var(--skipped); padding: .5rem .8rem; margin: 1rem 0; }
@@ -38,24 +38,28 @@ h1 { font-size: 1.35rem; margin: 0; } h2 { font-size: 1.05rem; margin: 1.8rem 0 
 table { border-collapse: collapse; width: 100%; }
 th, td { text-align: left; padding: .25rem .7rem .25rem 0; border-bottom: 1px solid var(--line);
   vertical-align: top; white-space: nowrap; }
-th { color: var(--faint); font-weight: normal; } td:last-child { white-space: normal; }
+th { color: var(--faint); font-weight: normal; } td:last-child { white-space: normal; min-width: 14rem; }
 tr { break-inside: avoid; }
 td.ok { color: var(--ok); } td.error { color: var(--error); font-weight: bold; }
 td.late { color: var(--late); font-weight: bold; } td.skipped { color: var(--skipped); }
 td.cancel { color: var(--cancel); }
-svg { width: 100%; height: auto; display: block; }
-svg text { font: 11px system-ui, sans-serif; fill: var(--ink); } svg .tick { fill: var(--faint); }
+svg { width: 100%; max-width: 46rem; height: auto; display: block; }
+svg text { font: 8px system-ui, sans-serif; fill: var(--ink); } svg .tick { fill: var(--faint); }
 svg .grid { stroke: var(--line); } rect.ok { fill: var(--ok); } rect.error { fill: var(--error); }
 rect.late { fill: var(--late); } rect.skipped { fill: var(--skipped); }
 rect.cancel { fill: var(--cancel); }
 .key span { margin-right: 1rem; white-space: nowrap; } .key i { display: inline-block; width: .7rem;
   height: .7rem; margin-right: .3rem; }
-pre { white-space: pre-wrap; overflow-wrap: anywhere; border: 1px solid var(--line); padding: .6rem;
-  font-size: 12px; }
-@media (max-width: 44rem) { tr { display: block; padding: .3rem 0; border-bottom: 1px solid var(--line); }
-  td, td:last-child { display: inline-block; border: 0; padding: 0 .7rem 0 0; white-space: normal; }
+pre { overflow-x: auto; border: 1px solid var(--line); padding: .6rem; font-size: 12px; }
+@media print { h2 { break-after: avoid; } body { padding: 0; font-size: 11px; } .wide { overflow: visible; }
+  td, td:last-child { white-space: normal; min-width: 0; }
+  pre { white-space: pre-wrap; overflow-wrap: anywhere; } }
+@media screen and (max-width: 44rem) { tr { display: block; padding: .3rem 0; border-bottom: 1px solid var(--line); }
+  td, td:last-child { display: inline-block; border: 0; padding: 0 .7rem 0 0; white-space: normal;
+    min-width: 0; }
+  td[data-head]::before { content: attr(data-head) " "; color: var(--faint); }
   td:first-child { font-weight: bold; } td:empty, th { display: none; }
-  svg text { font-size: 16px; } }
+  svg text { font-size: 12px; } svg .minor { display: none; } }
 )";
 
 const char* ClassOf(const Result& result) {
@@ -77,24 +81,42 @@ std::string Head(const std::vector<const char*>& heads) {
 
 constexpr char kTableEnd[] = "</table></div>\n";
 
-std::string ResultCell(const Result* result) {
-    if (result == nullptr) return Element("td", "none", "faint");
-    return Element("td", ResultText(*result), ClassOf(*result));
+// A cell that says its column's head where the page is too narrow for columns.
+std::string Named(const char* head, const std::string& text) {
+    if (text.empty()) return "<td></td>";
+    return std::string("<td data-head=\"") + head + "\">" + ForHtml(text) + "</td>";
 }
+
+// The cells of a result, its time, how long it took and what it says; of none, empty ones.
+struct ResultCells {
+    explicit ResultCells(const Result* result) {
+        if (result == nullptr) {
+            word = Element("td", "none", "faint");
+            return;
+        }
+        word = Element("td", ResultText(*result), ClassOf(*result));
+        time = Element("td", PlainTime(result->time));
+        took = Named("took", std::to_string(result->seconds) + " s");
+        text = Element("td", result->text);
+    }
+
+    std::string word;
+    std::string time = "<td></td>";
+    std::string took = "<td></td>";
+    std::string text = "<td></td>";
+};
 
 std::string ComponentsHtml(const State& state) {
     if (state.components.empty()) return "<p>There is no schedule.</p>\n";
     std::string html = Head({"Component", "Serial number", "Size", "Tests", "Last result", "At",
                              "Took", "Position", "Text"});
     for (const Component& component : state.components) {
-        const Result* last = component.last;
-        html += "<tr>" + Element("td", component.device) + Element("td", component.serial) +
+        const ResultCells last(component.last);
+        html += "<tr>" + Element("td", component.device) +
+                Named("serial number", component.serial) +
                 Element("td", component.blocks ? SizeText(*component.blocks) : "") +
-                Element("td", component.enabled ? "on" : "off") + ResultCell(last) +
-                Element("td", last == nullptr ? "" : PlainTime(last->time)) +
-                Element("td", last == nullptr ? "" : std::to_string(last->seconds) + " s") +
-                Element("td", PositionText(component)) +
-                Element("td", last == nullptr ? "" : last->text) + "</tr>\n";
+                Named("tests", component.enabled ? "on" : "off") + last.word + last.time +
+                last.took + Named("at", PositionText(component)) + last.text + "</tr>\n";
     }
     return html + kTableEnd;
 }
@@ -140,11 +162,10 @@ std::string HistoryHtml(const State& state) {
     html += Head({"Time", "Result", "Test", "Device", "Took", "On", "Text"});
     for (size_t i = list.size(); i-- > list.size() - shown;) {
         const Result& result = list[i];
-        html += "<tr>" + Element("td", PlainTime(result.time)) + ResultCell(&result) +
-                Element("td", result.program) + Element("td", result.device) +
-                Element("td", std::to_string(result.seconds) + " s") +
-                Element("td", result.request ? "request" : "patrol") + Element("td", result.text) +
-                "</tr>\n";
+        const ResultCells cells(&result);
+        html += "<tr>" + cells.time + cells.word + Element("td", result.program) +
+                Element("td", result.device) + cells.took +
+                Named("on", result.request ? "request" : "patrol") + cells.text + "</tr>\n";
     }
     return html + kTableEnd;
 }
@@ -171,7 +192,8 @@ std::string Page(const State& state, const std::optional<Hold>& hold) {
         Element("title", title) + "\n<style>" + kStyle + "</style>\n</head>\n<body>\n" +
         Element("h1", title) + "\n" + Element("p", "As of " + IsoTime(state.now), "faint") +
         "\n<div class=\"state " + LevelWord(verdict.level) + "\">" +
-        ForHtml(Capital(verdict.sentence) + ".");
+        ForHtml(Capital(verdict.findings.empty() ? verdict.sentence : verdict.findings[0].text) +
+                ".");
     if (hold) html += "<br>" + ForHtml("Passes are kept away: " + hold->reason);
     for (size_t i = 1; i < verdict.findings.size(); ++i) {
         html += "<br>" + ForHtml(Capital(verdict.findings[i].text) + ".");

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <string_view>
 
 #include "model/times.h"
 #include "show/escape.h"
@@ -11,12 +12,12 @@ namespace patrolctl {
 namespace {
 
 // Measures of the picture; it is stretched to the page's width.
-constexpr int kLabelWidth = 120;
-constexpr int kPlotWidth = 600;
+constexpr int kLabelWidth = 84;
+constexpr int kPlotWidth = 402;
 constexpr int kRowHeight = 18;
 constexpr int kTop = 6;
 constexpr int kAxisHeight = 24;
-constexpr int kMark = 4;  // the width of a mark: results nearer together become one
+constexpr int kMark = 3;  // the width of a mark: results nearer together become one
 constexpr int kTicks = 4;
 
 struct Look {
@@ -52,6 +53,12 @@ struct Range {
 
 std::string Number(int number) { return std::to_string(number); }
 
+// The name without the folder that all disks are in.
+std::string ShortName(const std::string& device) {
+    constexpr std::string_view kFolder = "/dev/";
+    return device.compare(0, kFolder.size(), kFolder) == 0 ? device.substr(kFolder.size()) : device;
+}
+
 std::string MarkSvg(const Result& result, int x, int middle) {
     const Look look = LookOf(result);
     std::string title = PlainTime(result.time) + " " + result.Word();
@@ -79,9 +86,11 @@ std::string AxisSvg(const Range& range, int bottom) {
         const std::time_t time = range.from + (range.to - range.from) * i / kTicks;
         const int x = kLabelWidth + kPlotWidth * i / kTicks;
         const char* anchor = i == 0 ? "start" : i == kTicks ? "end" : "middle";
+        // Where there is little room every other time is left out.
+        const char* style = i % 2 == 0 ? "tick" : "tick minor";
         svg += "<line class=\"grid\" x1=\"" + Number(x) + "\" y1=\"0\" x2=\"" + Number(x) +
-               "\" y2=\"" + Number(bottom) + "\"/>\n<text class=\"tick\" text-anchor=\"" + anchor +
-               "\" x=\"" + Number(x) + "\" y=\"" + Number(bottom + 16) + "\">" +
+               "\" y2=\"" + Number(bottom) + "\"/>\n<text class=\"" + style + "\" text-anchor=\"" +
+               anchor + "\" x=\"" + Number(x) + "\" y=\"" + Number(bottom + 16) + "\">" +
                PlainTime(time).substr(5, 11) + "</text>\n";
     }
     return svg;
@@ -104,7 +113,8 @@ std::string TimelineSvg(const State& state) {
         if (found == by_device.end()) continue;
         const int middle = kTop + row++ * kRowHeight + kRowHeight / 2;
         rows += "<text class=\"label\" x=\"0\" y=\"" + Number(middle + 4) + "\">" +
-                ForHtml(component.device) + "</text>\n" + RowSvg(found->second, range, middle);
+                ForHtml(ShortName(component.device)) + "</text>\n" +
+                RowSvg(found->second, range, middle);
     }
     if (row == 0) return "";
     const int bottom = kTop + row * kRowHeight;
