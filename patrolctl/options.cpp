@@ -119,17 +119,29 @@ class CommandLine {
         app_.name("patrolctl");
         app_.set_version_flag("--version", "patrolctl " PATROL_VERSION);
         app_.require_subcommand(0, 1);
+        app_.get_formatter()->label("SUBCOMMAND", "COMMAND");
         app_.fallthrough();
         Places& places = options->places;
-        app_.add_option("--data", places.data, "Directory of settings and schedules (KVX_data)");
-        app_.add_option("--log", places.log, "Directory of histories and logs (KVX_log)");
-        app_.add_option("--bin", places.bin, "Directory of the test programs (KVX_bin)");
-        app_.add_option("--temp", places.temp, "Directory of part reports (KVX_temp)");
+        app_.add_option("--data", places.data, "Directory of settings and schedules (KVX_data)")
+            ->type_name("DIR");
+        app_.add_option("--log", places.log, "Directory of histories and logs (KVX_log)")
+            ->type_name("DIR");
+        app_.add_option("--bin", places.bin, "Directory of the test programs (KVX_bin)")
+            ->type_name("DIR");
+        app_.add_option("--temp", places.temp, "Directory of part reports (KVX_temp)")
+            ->type_name("DIR");
         app_.add_flag("--no-color", no_colour_, "No colours, even on a terminal");
         // It may stand before the command as well; the commands that have it say so themselves.
         app_.add_flag("--json", json_, "JSON instead of text")->group("");
         AddQuestions();
         AddActions();
+        // Last, as the commands would have it from here.
+        app_.footer(
+            "\"patrolctl COMMAND --help\" says more. Exit statuses: 0 done, 1 it could not be "
+            "done,\n"
+            "3 something could not be read, 64 the words were wrong; \"check\", \"doctor\" and "
+            "\"run\"\n"
+            "have others: see patrolctl(1).\n");
     }
 
     CLI::App& app() { return app_; }
@@ -138,7 +150,7 @@ class CommandLine {
 
  private:
     CLI::App* Add(const char* name, const char* description, Command routine, bool json) {
-        CLI::App* added = app_.add_subcommand(name, description);
+        CLI::App* added = app_.add_subcommand(name, description)->group("Commands");
         added->fallthrough();
         added->callback([this, routine, json] {
             command_ = routine;
@@ -152,22 +164,28 @@ class CommandLine {
     void AddQuestions() {
         Add("status", "What is tested, when, and what was found", RunStatus, true);
         CLI::App* next = Add("next", "What the next passes will test", RunNext, true);
-        next->add_option("N", options_->passes, "How many passes")
-            ->capture_default_str()
+        next->add_option("N", options_->passes, "How many passes (4)")
+            ->option_text(" ")
             ->check(CLI::Range(1, 1000));
         CLI::App* history = Add("history", "The results that are kept", RunHistory, true);
-        history->add_option("--since", options_->since, "Only from this time on, or this age")
+        history
+            ->add_option("--since", options_->since,
+                         "Only from this time (2026-11-21T22:15) or age (2d) on")
+            ->type_name("TIME")
             ->check(CheckTime);
-        history->add_option("--component", options_->component,
-                            "Only of a kind, a test program or a device");
+        history
+            ->add_option("--component", options_->component,
+                         "Only of a kind, a test program or a device")
+            ->type_name("NAME");
         history->add_flag("--failed", options_->failed, "Only ERROR, TIMEOUT and ABORT");
         CLI::App* faults = Add("faults", "Open faults, the newest first", RunFaults, true);
-        CLI::App* clear = faults->add_subcommand("clear", "Move a fault aside");
+        CLI::App* clear = faults->add_subcommand("clear", "Move a fault aside")->group("Commands");
         clear->fallthrough();
-        clear->add_option("ID", options_->fault_id, "The fault's ID")->required();
+        clear->add_option("ID", options_->fault_id, "The fault's ID")->option_text(" ")->required();
         CLI::App* check =
             Add("check", "One line and a status for a monitoring system", RunCheck, true);
-        check->add_option("--max-age", max_age_, "How old a result may be, such as 2d")
+        check->add_option("--max-age", max_age_, "How old a result may be (2d)")
+            ->type_name("AGE")
             ->check(CheckSpan)
             ->each([this](const std::string& text) { options_->max_age = *ParseSpan(text); });
         check->add_flag("--npd", options_->npd, "Statuses for node-problem-detector");
@@ -177,24 +195,27 @@ class CommandLine {
 
     void AddActions() {
         CLI::App* run = Add("run", "Diagnose now, and show the progress", RunDiagnosis, false);
-        run->add_option("LEVEL", options_->level, "1, 2 or 3")
-            ->capture_default_str()
+        run->add_option("LEVEL", options_->level, "1, 2 or 3 (1)")
+            ->option_text(" ")
             ->check(CLI::Range(1, 3));
-        run->add_option("--kinds", options_->kinds, "Some of cpu,mem,hdd")
-            ->capture_default_str()
+        run->add_option("--kinds", options_->kinds, "Some of cpu,mem,hdd (all)")
+            ->type_name("KINDS")
             ->check(CheckKinds);
-        run->add_option("--time", options_->seconds, "Seconds for each test; 0: one round")
-            ->capture_default_str()
+        run->add_option("--time", options_->seconds, "Seconds for each test; 0: one round (60)")
+            ->option_text("SECONDS")
             ->check(CLI::Range(0, 604800));
-        run->add_option("--controller", options_->controller, "Where patrol.exe is");
+        run->add_option("--controller", options_->controller, "Where patrol.exe is")
+            ->type_name("FILE");
         CLI::App* validate =
             Add("validate",
                 "Judge the records of a test program: from FILE, from standard input, "
                 "or as \"-- COMMAND ...\" writes them",
                 RunValidate, false);
-        validate->add_option("FILE", options_->file, "The records");
+        validate->add_option("FILE", options_->file, "The records")->option_text(" ");
         CLI::App* report = Add("report", "One page with everything", RunReport, false);
-        report->add_option("-o,--output", options_->output, "The file to write")->required();
+        report->add_option("-o,--output", options_->output, "The file to write")
+            ->type_name("FILE")
+            ->required();
     }
 
     Options* options_;
