@@ -7,6 +7,7 @@
 #include <string>
 
 #include "base/file.h"
+#include "base/terminal.h"
 #include "base/text.h"
 #include "msg/trace.h"
 #include "sys/child.h"
@@ -53,6 +54,7 @@ bool AnswersReady(PipeReader* answer) {
 int GetMasterStatus() {
     const char* directory = std::getenv("KVX_bin");
     if (directory == nullptr) {
+        TellTerminal("patrol.exe: the environment variable KVX_bin is not set");
         Ptltrprintf("[%s] Failed to Get KVX_bin.\n", __func__);
         return -1;
     }
