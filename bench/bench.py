@@ -19,6 +19,7 @@ import time
 
 BUILD = pathlib.Path(sys.argv[1]).resolve()
 PATROL = str(BUILD / "patrol.exe")
+PATROLCTL = str(BUILD / "patrolctl/patrolctl")
 BASELINE = str(BUILD / "bench/baseline")
 ANSWER = BUILD / "bench/answer"
 SECONDS = float(sys.argv[3]) if len(sys.argv) > 3 else 45
@@ -101,6 +102,19 @@ class Agent:
                 waiting = waiting or "[WaitHddTest] Start." in line
                 counts[1 if writer != controller else 3 if waiting else 2] += 1
         return counts
+
+
+class AskedAgent(Agent):
+    """An agent that is asked about, with so many disks and, of each, twenty results."""
+
+    def __init__(self, disks):
+        super().__init__(disks)
+        lines = [f"{time.strftime('%Y/%m/%d %H:%M:%S', time.gmtime(1.7e9 + 60 * i))} OK      "
+                 f"hddtest /dev/sd{i % disks:04} [10s]\n" for i in range(20 * disks)]
+        (self.log / "patstat0.txt").write_text("".join(lines))
+
+    def refresh(self):
+        """Asking changes nothing."""
 
 
 def relaying_agent(records):
@@ -193,6 +207,17 @@ def start_up_row(what, word):
                lambda: agent.run(["/bin/true"], 20))
 
 
+def asking_rows():
+    small, few, many = AskedAgent(1), AskedAgent(100), AskedAgent(800)
+    yield Row("patrolctl --version", "/bin/true", lambda: small.run([PATROLCTL, "--version"], 20),
+              lambda: small.run(["/bin/true"], 20), aim=1.5)
+    for word in ("status", "history", "metrics"):
+        yield Row(f"patrolctl {word}, 800 disks",
+                  "the same with 100 disks, and as many results of each",
+                  lambda word=word: many.run([PATROLCTL, word]),
+                  lambda word=word: few.run([PATROLCTL, word], 3), aim=10)
+
+
 def memory_row(disks, mebibytes):
     agent = Agent(disks)
     return Row(f"peak memory of a pass over {disks} disks", "what it may have",
@@ -217,6 +242,7 @@ def main():
               start_up_row("start with nothing due", "start"), memory_row(128, 6),
               schedule_row("reload", 1000, [*schedule_files, "pat_sche2.txt"]),
               schedule_row("confchg", 1000, schedule_files)]
+    others += asking_rows()
     begin = time.monotonic()
     while len(one.rounds) < LEAST_ROUNDS or time.monotonic() - begin < SECONDS:
         for row in [one, few, some, many, *others]:
