@@ -70,6 +70,8 @@ TEST_F(LivedTest, ShowsComponentsResultsFaultsAndTurns) {
     EXPECT_EQ(
         Split(Shown({"history", "--since=2020-02-03T05:05:07+01:00", "--component=hdd"})).size(),
         5U);
+    EXPECT_EQ(Shown({"--json", "history", "--since=2020-02-03", "--component=mem"}),
+              Shown({"history", "--component=memtest", "--json"}));
     EXPECT_EQ(Shown({"check", "--npd"}, 1).find("fault "), 0U);
 
     const std::string promtool = "promtool check metrics < " + agent_.Path("metrics");
@@ -96,9 +98,39 @@ TEST_F(ShowTest, ClearsAFaultThatIsGone) {
         "\"first\":\"2026-01-01T00:00:00+00:00\",\"last\":\"2026-01-02T00:00:00+00:00\"}";
     agent_.Write("data/faults/cpu.json", stored);
     EXPECT_NE(Shown({"status"}).find("Fault cpu of CPU is open"), std::string::npos);
-    Shown({"faults", "clear", "cpu"});
+    EXPECT_EQ(Shown({"faults", "clear", "cpu", "--json"}), "{\n  \"cleared\": \"cpu\"\n}\n");
     EXPECT_FALSE(agent_.Exists("data/faults/cpu.json"));
-    EXPECT_EQ(system(("grep -q CPU " + agent_.Path("data/faults/cleared/cpu.*.json")).c_str()), 0);
+    agent_.Write("data/faults/cpu.json", stored);
+    Shown({"faults", "clear", "cpu"});
+    // None takes the place of the other, whatever second it is.
+    EXPECT_EQ(system(("test $(cat " + agent_.Path("data/faults/cleared") +
+                      "/cpu.*.json | grep -o CPU | wc -l) = 2")
+                         .c_str()),
+              0);
+    agent_.Remove("data/faults/cleared");
+    agent_.Write("data/faults/cpu.json", stored);
+    ASSERT_EQ(symlink(agent_.Path("log").c_str(), agent_.Path("data/faults/cleared").c_str()), 0);
+    EXPECT_NE(Ctl({"faults", "clear", "cpu"}).err.find("cannot be moved aside"), std::string::npos);
+    EXPECT_TRUE(agent_.Exists("data/faults/cpu.json"));
+}
+
+// Asking changes nothing, not even the time of a file.
+TEST_F(LivedTest, LeavesEveryFileAlone) {
+    const auto files = [&] {
+        EXPECT_EQ(system(("cd " + agent_.Path() +
+                          " && find data log temp bin -printf '%p %s %T@ %i\n' "
+                          "| sort > files")
+                             .c_str()),
+                  0);
+        return agent_.Read("files");
+    };
+    const std::string before = files();
+    for (const char* command :
+         {"status", "next", "history", "faults", "check", "metrics", "doctor"}) {
+        Ctl({command});
+    }
+    Shown({"report", "-o", "-"});
+    EXPECT_EQ(files(), before);
 }
 
 // What files say reaches neither the terminal, nor JSON, a page or a label, as anything but text.
@@ -259,6 +291,8 @@ TEST_F(PatrolctlTest, SuggestsTheWordThatWasMeant) {
         {{"statsu"}, "there is no command \"statsu\". Did you mean \"status\"?"},
         {{"status", "--jsno"}, "no option \"--jsno\" of \"status\". Did you mean \"--json\"?"},
         {{"metrics", "--json"}, "no option \"--json\" of \"metrics\"."},
+        {{"--json", "metrics"}, "no option \"--json\" of \"metrics\"."},
+        {{"history", "--since", "2026-02-30"}, "neither a time"},
         {{"status", "all"}, "no argument \"all\" of \"status\"."},
         {{"faults", "claer", "x"}, "Did you mean \"clear\"?"},
         {{"history", "--since", "yesterday"}, "neither a time"},
@@ -331,6 +365,8 @@ TEST_F(PatrolctlTest, ControllerTellsATerminalWhatIsWrong) {
         {{"--help"}, {}, 3, "usage: patrol.exe {KVXstart|"},
         {{"reload"}, {{"KVX_log", std::nullopt}}, 1, "variable KVX_log is not set"},
         {{"reload"}, {{"KVX_data", std::nullopt}}, 1, "variable KVX_data is not set"},
+        {{"start"}, {{"KVX_bin", std::nullopt}}, 1, "variable KVX_bin is not set"},
+        {{"-h"}, {}, 3, "usage: patrol.exe {KVXstart|"},
         {{"reload"}, {{"KVX_data", "/none"}}, 1, "catalogue /none/pat_msge.txt cannot be read: No"},
     };
     for (const auto& row : rows) {
