@@ -277,8 +277,8 @@ Enabled CheckPatrolSettings(Findings* findings) {
     SettingsFile settings(patrol::env_path.c_str(), patrol::PatrolSettings(), findings);
     if (!settings.Read()) {
         const bool there = patrol::FileExists(patrol::env_path.c_str());
-        findings->Warn(0, std::string(there ? "cannot be read" : "is missing") +
-                              ": passes test nothing");
+        findings->Warn(
+            0, std::string(there ? "cannot be read" : "is missing") + ": passes test nothing");
         return {};
     }
     Enabled enabled;
