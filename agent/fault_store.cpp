@@ -22,8 +22,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr int kVersion = 1;
-constexpr size_t kMaxFault =
-    16 << 20;  // a report of control characters grows to six times its size
+constexpr size_t kMaxFault = 4 << 20;
 
 // "2026-11-21T22:15:07+00:00"
 std::string IsoTime() {
