@@ -372,8 +372,13 @@ TEST_F(AgentUnitTest, PrepareTakesOverWhatIsNewAndNothingElse) {
     EXPECT_EQ(asked(), "");
     EXPECT_EQ(asked({"KVXstart"}), "patrol.exe KVXstart\n");
     agent_.Write("config/padiag.ini", "[time]\n9\n");
+    agent_.Write("config/ext_a.ini", "[TEST]\n");
+    agent_.Write("config/ext_b.ini", "[TEST]\n");
+    agent_.Write("data/ext_b.ini", "of somebody else");
     EXPECT_EQ(asked(), "");
     EXPECT_EQ(agent_.Read("data/padiag.ini"), "[time]\n9\n");
+    EXPECT_EQ(agent_.Read("data/ext_a.ini"), "[TEST]\n");
+    EXPECT_EQ(agent_.Read("data/ext_b.ini"), "of somebody else");
     // Each of these is the administrator's file, and the controller sees it.
     agent_.Write("config/pat_new_para.ini", "[CPUDIAG_PARAM]\nlv=7\n[MEMDIAG_PARAM]\nlv=0\n");
     EXPECT_EQ(asked(), "patrol.exe confchg");
