@@ -27,7 +27,8 @@ build_program() {
     mkdir -p "$1" || fail "cannot make $1; set BUILD_DIR to a directory that can be written"
     log=$1/demo_build.log
     quietly "$log" cmake -S . -B "$1" -G Ninja || fail "the build could not be configured"
-    quietly "$log" cmake --build "$1" --parallel || fail "the build failed"
+    quietly "$log" cmake --build "$1" --parallel --target patrol.exe cputest memtest hddtest ||
+        fail "the build failed"
     program=$(cd "$1" && pwd)/patrol.exe
     programs=$(cd "$1" && pwd)/bin
     say "Built $("$program" version) in $(($(date +%s) - began)) s."

@@ -319,7 +319,7 @@ TEST_F(FaultStoreTest, WhatCannotBeStoredIsAnsweredAsTheControllerExpects) {
     // Neither what nests deeper than it can be written, nor a report that grows, costs the count.
     agent_.Write(kMemoryFault, "{\"version\":1,\"first\":\"f\",\"count\":3,\"x\":" +
                                    std::string(200000, '[') + std::string(200000, ']') + "}");
-    EXPECT_EQ(Set("parts_pt_mem", "Partition;0", std::string(1000000, '\1')), 0);
+    EXPECT_EQ(Set("parts_pt_mem", "Partition;0", std::string(2000000, '\1')), 0);
     EXPECT_TRUE(Stored(kMemoryFault, "\"count\": 4,"));
     EXPECT_EQ(Set("parts_pt_mem", "Partition;0"), 0);
     EXPECT_TRUE(Stored(kMemoryFault, "\"count\": 5,"));
