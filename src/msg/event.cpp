@@ -36,10 +36,12 @@ int SendEvent(std::string_view text) {
     const char* path = std::getenv("KVX_PIPE");
     if (path == nullptr) path = "/var/opt/ZQWNkvx/kvxpipe";
     if (access(path, W_OK) != 0) return -1;
+    // Looked at before: the mere opening of a device may do something, such as wind a tape back.
+    struct stat status = {};
+    if (stat(path, &status) != 0 || !S_ISFIFO(status.st_mode)) return -1;
     // Opened without blocking, so that a pipe nobody reads is a failure; and so written to, because
     // a signal ends the wait for room, but would not end a write.
     const Descriptor pipe(open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-    struct stat status = {};
     if (!pipe.ok() || fstat(pipe.get(), &status) != 0 || !S_ISFIFO(status.st_mode)) return -1;
 
     std::string message;

@@ -1,6 +1,7 @@
 // The event pipe, the message catalogue, the log files with their generations, the trace file.
 
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -36,7 +37,13 @@ TEST_F(MessageTest, OnlyAReaderGetsTheMessageAndNobodyWaits) {
     agent_.Remove("event_pipe");
     agent_.Write("file", "kept as it is, whoever put a link in the place of the pipe");
     EXPECT_EQ(symlink(agent_.Path("file").c_str(), agent_.Path("event_pipe").c_str()), 0);
+    // Of a device, the opening alone may be too much.
+    const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    EXPECT_GE(inotify_add_watch(watch, agent_.Path("file").c_str(), IN_OPEN), 0);
     EXPECT_EQ(agent_.Run({"bogus"}).status, 3);
+    char opened[4096];
+    EXPECT_EQ(read(watch, opened, sizeof opened), -1);
+    close(watch);
     EXPECT_EQ(agent_.Read("file").substr(0, 4), "kept");
 }
 
