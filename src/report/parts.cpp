@@ -15,6 +15,7 @@
 #include "base/file.h"
 #include "base/kinds.h"
 #include "base/local_time.h"
+#include "base/paths.h"
 #include "msg/trace.h"
 #include "report/command_runner.h"
 #include "report/error_messages.h"
@@ -99,7 +100,7 @@ bool Submit(const std::string& report) {
 // Does everything that patrol_parts_proc does. Returns false where a step fails: what was written
 // stays, so that the report is not lost.
 bool WriteAndSubmit(const FaultRecord& record, int run_mode, const char* device) {
-    const char* directory = std::getenv("KVX_temp");
+    const char* directory = DirectoryVariable("KVX_temp");
     if (directory == nullptr) return false;
     const ReportPaths paths = ChoosePaths(directory, run_mode, device);
     const Block text = ComposeReport(record, run_mode);

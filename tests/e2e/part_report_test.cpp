@@ -151,6 +151,9 @@ TEST_F(PartReportTest, WithoutAPlaceOrACommandThePassStillEnds) {
     Fail("cputest", "text", {{{"KVX_temp", agent_.Path("nowhere")}}});
     EXPECT_TRUE(Failed());
     EXPECT_EQ(Count("[for parts], write_parts_data ERROR end"), 1U);
+    // An empty directory is none, and not that of the root.
+    Fail("cputest", "text", {{{"KVX_temp", ""}}});
+    EXPECT_TRUE(Failed());
     EXPECT_FALSE(agent_.Exists("data/calls"));
     agent_.Remove("bin/parts");
     Fail("cputest", "text");
