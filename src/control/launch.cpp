@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "base/clocks.h"
 #include "base/disk_table.h"
@@ -34,10 +35,13 @@ constexpr int kNotExecuted = 4;
 
 // Both trace what has failed and return -1. The first is for the trace of the pass; the second is
 // for the log, as a child that is about to be a test has no other place.
-int LaunchFailed(const char* caller, const char* call, int error) {
+int LaunchFailed(const char* caller, const char* call, int error, const char* file) {
     Ptltrprintf("[%s] System Call Error (%s), errno:%d\n", caller, call, error);
     Ptltrprintf("[%s] cause     : %s\n", caller, std::strerror(error));
     Ptltrprintf("[%s] Error End\n", caller);
+    // The run goes on and ends well, so that this is all the agent hears of it.
+    const std::string text = std::string("file name = ") + file;
+    ptl_printf(kAgentEvent, nullptr, "E3899", text);
     return -1;
 }
 
@@ -101,7 +105,8 @@ int test_exec(int kind, int reserved, int timeout, const char* command, int32_t*
         ptl_printf(kTraceDetail, nullptr, "T1112", __func__);
         return -1;
     }
-    if (pipe2(pipe_rw_wk, O_CLOEXEC) != 0) return LaunchFailed(__func__, "pipe", errno);
+    if (pipe2(pipe_rw_wk, O_CLOEXEC) != 0)
+        return LaunchFailed(__func__, "pipe", errno, block.path.c_str());
     // Either end closes itself on the ways out that fail.
     Descriptor read_end(pipe_rw_wk[0]);
     Descriptor write_end(pipe_rw_wk[1]);
@@ -112,7 +117,7 @@ int test_exec(int kind, int reserved, int timeout, const char* command, int32_t*
     start.run = [&] { child_proc(kind, block); };
     test_pid = StartChild(start);
     // A failed fork goes by the name of the pipe as well.
-    if (test_pid < 1) return LaunchFailed(__func__, "pipe", errno);
+    if (test_pid < 1) return LaunchFailed(__func__, "pipe", errno, block.path.c_str());
 
     write_end.Reset(-1);
     Ptltrprintf("[%s] Patrol Started(%s).\n", __func__, block.kind_name.c_str());
@@ -134,13 +139,13 @@ int test_exec2(int kind, int reserved, const char* command, int32_t* fd, pid_t* 
         return -1;
     }
     Descriptor output(open(stdout_path, O_RDWR | O_CREAT | O_CLOEXEC, 0644));
-    if (!output.ok()) return LaunchFailed(__func__, "open", errno);
+    if (!output.ok()) return LaunchFailed(__func__, "open", errno, stdout_path);
 
     ChildStart start;
     start.output = output.get();
     start.run = [&] { child_proc2(kind, block); };
     test_pid = StartChild(start);
-    if (test_pid < 1) return LaunchFailed(__func__, "fork", errno);
+    if (test_pid < 1) return LaunchFailed(__func__, "fork", errno, block.path.c_str());
 
     Ptltrprintf("[%s] Padiag Started(%s).\n", __func__, block.kind_name.c_str());
     Ptltrprintf("[%s] End.\n", __func__);

@@ -407,7 +407,12 @@ confchg|write data/pat_new_sche.txt.new|1|ENOSPC|1|E3823:
 confchg|rename data/pat_new_sche.txt.new|1|ENOSPC|1|E3823:
 start|pipe|1|EMFILE|1|Failed to popen Error End.
 start|fork|1|EAGAIN|1|Failed to popen Error End.
-start|fork|3|EAGAIN|0|[test_exec] System Call Error (pipe), errno:11
+start|fork|3|EAGAIN|0|[test_exec] System Call Error (pipe), errno:11|E3899:<<file name =
+start|pipe|3|EMFILE|0|[test_exec] System Call Error (pipe), errno:24|E3899:<<file name =
+pastart|open log/padiag_cputest_stdout|1|EMFILE|0|[test_exec2] System Call Error (open)|E3899:<<file name =
+pastart|write log/pastat.txt|1|ENOSPC|0|[PadiagHistory] System Call Error. function= write|E3899:<<file name =
+reload|read data/pat_env0.ini|1|EIO|0|[ReadEnvIni] Can't read |E3899:<<file name =
+KVXstart|rename data/pat_new_sche.txt.new|1|ENOSPC|0|[CreateSchedule] System Call Error (rename)|E3899:<<file name =
 start|read pipe|2|EIO|0|[wait_for_testdata] read() failed. data_size= 0.
 start|fork|7|EAGAIN|0|RETRY rfork()|patrol_parts_proc end
 start|open temp/parts_pt_cpu|1|EINTR|0|RETRY recreat()
@@ -422,7 +427,8 @@ start|write log/pat_trc0.log|1|ENOSPC|0|E3895:System call error <<write>>, errno
     for (const Strings& row : Rows(table)) {
         if (kSanitized && row[1] == "memory") continue;
         SCOPED_TRACE(row[1] + ": " + row[3]);
-        const Mode mode = {row[0].c_str(), row[0] == "start", row[0] == "confchg"};
+        const auto mode = *std::find_if(std::begin(kModes), std::end(kModes),
+                                        [&](const Mode& one) { return one.name == row[0]; });
         Scene scene(mode);
         scene.Run(row[0], Strike{row[1], std::stoi(row[2]), errors.at(row[3])});
         if (scene.calls_.empty()) GTEST_SKIP() << kNobodyFollows;
