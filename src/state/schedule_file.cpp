@@ -34,7 +34,11 @@ Text<32> DiskSection(int number) {
 
 Place LookAtSchedule(const char* path) {
     struct stat status = {};
-    if (stat(path, &status) != 0) return IsPassing(errno) ? Place::kThere : Place::kMissing;
+    if (stat(path, &status) != 0) {
+        if (IsPassing(errno)) return Place::kThere;
+        // A link that leads back to itself stands there all the same.
+        return errno == ENOENT || errno == ENOTDIR ? Place::kMissing : Place::kUnusable;
+    }
     if (!S_ISREG(status.st_mode)) return Place::kUnusable;
     std::string bytes;
     // What cannot be read for the moment is taken for a Schedule file: a new one in its place would

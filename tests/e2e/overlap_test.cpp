@@ -64,16 +64,15 @@ TEST_F(OverlapTest, AScheduleThatSaysNothingIsMadeAnew) {
         EXPECT_EQ(agent_.Read(kSchedule), text);
     }
     EXPECT_EQ(Join(pipe.Lines()), "");
-    for (const bool directory : {true, false}) {
+    for (const std::string what : {"directory", "pipe", "link to itself"}) {
         for (const std::string mode : {"start", "reload", "confchg", "KVXstart", "pastart"}) {
             const char* file = mode == "pastart" ? kPadiagSchedule : kSchedule;
-            SCOPED_TRACE(mode + " " + std::to_string(directory));
+            SCOPED_TRACE(mode + " " + what);
+            const std::string path = agent_.Path(file);
             agent_.Remove(file);
-            if (directory) {
-                agent_.MakeDir(file);
-            } else {
-                mkfifo(agent_.Path(file).c_str(), 0600);
-            }
+            if (what[0] == 'd') agent_.MakeDir(file);
+            if (what[0] == 'p') mkfifo(path.c_str(), 0600);
+            if (what[0] == 'l') symlink(path.c_str(), path.c_str());
             EXPECT_EQ(Status(mode), 1);
             EXPECT_TRUE(Told(&pipe, file));
             agent_.Remove(file);
