@@ -10,6 +10,7 @@ int main(int argc, char** argv) {
     const patrolctl::Command command = patrolctl::ParseCommandLine(argc, argv, &options, &status);
     if (command != nullptr) status = command(options);
     // A reader that went away has seen what it wanted; a full disk has not.
-    if (std::fflush(stdout) != 0 && status == patrolctl::kExitOk) status = patrolctl::kExitFailed;
+    const bool lost = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+    if (lost && status == patrolctl::kExitOk) status = patrolctl::kExitFailed;
     return status;
 }

@@ -21,20 +21,18 @@ std::string Text(const FaultStore& store, bool colour) {
 }
 
 int Clear(const Options& options, const FaultStore& store) {
-    for (const Fault& fault : store.list) {
-        if (fault.id != options.fault_id) continue;
-        const std::string complaint = ClearFault(options.places, fault);
-        if (!complaint.empty()) {
-            PrintProblems({complaint});
-            return kExitFailed;
-        }
-        Print(options.json ? JsonText({{"cleared", fault.id}})
-                           : "Cleared " + ForTerminal(fault.id) + ".\n");
-        return kExitOk;
+    const Fault fault = FindFault(options.places, store, options.fault_id);
+    const std::string complaint = fault.path.empty()
+                                      ? "no fault with the ID \"" + options.fault_id +
+                                            "\" is open; \"patrolctl faults\" shows which are"
+                                      : ClearFault(options.places, fault);
+    if (!complaint.empty()) {
+        PrintProblems({complaint});
+        return kExitFailed;
     }
-    PrintProblems({"no fault with the ID \"" + options.fault_id +
-                   "\" is open; \"patrolctl faults\" shows which are"});
-    return kExitFailed;
+    Print(options.json ? JsonText({{"cleared", fault.id}})
+                       : "Cleared " + ForTerminal(fault.id) + ".\n");
+    return kExitOk;
 }
 
 }  // namespace

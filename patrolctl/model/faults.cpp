@@ -217,6 +217,20 @@ FaultStore ReadFaults(const Places& places) {
     return store;
 }
 
+Fault FindFault(const Places& places, const FaultStore& store, const std::string& id) {
+    for (const Fault& fault : store.list) {
+        if (fault.id == id) return fault;
+    }
+    Fault fault;
+    const std::string path = places.data + "/faults/" + id + ".json";
+    struct stat status = {};
+    if (id.find('/') != std::string::npos || lstat(path.c_str(), &status) != 0) return fault;
+    fault.id = id;
+    fault.path = path;
+    fault.stored = true;
+    return fault;
+}
+
 std::string ClearFault(const Places& places, const Fault& fault) {
     const size_t slash = fault.path.rfind('/');
     const std::string directory = fault.path.substr(0, slash);

@@ -32,6 +32,10 @@ struct FaultStore {
 
 FaultStore ReadFaults(const Places& places);
 
+// The fault of this ID; also a stored one that cannot be read, which is none of the list. With an
+// empty path there is none.
+Fault FindFault(const Places& places, const FaultStore& store, const std::string& id);
+
 // Moves the fault aside, into a folder "cleared" beside it. Empty, or a sentence that says why it
 // is still there.
 std::string ClearFault(const Places& places, const Fault& fault);

@@ -108,6 +108,10 @@ TEST_F(ShowTest, ClearsAFaultThatIsGone) {
                          .c_str()),
               0);
     agent_.Remove("data/faults/cleared");
+    agent_.Write("data/faults/cpu.json", "damaged");
+    Shown({"faults", "clear", "cpu"});
+    EXPECT_NE(Ctl({"faults", "clear", "../pat_env0"}).err.find("no fault"), std::string::npos);
+    agent_.Remove("data/faults/cleared");
     agent_.Write("data/faults/cpu.json", stored);
     ASSERT_EQ(symlink(agent_.Path("log").c_str(), agent_.Path("data/faults/cleared").c_str()), 0);
     EXPECT_NE(Ctl({"faults", "clear", "cpu"}).err.find("cannot be moved aside"), std::string::npos);
