@@ -51,58 +51,61 @@ int Fail(const std::string& sentence) {
 
 bool IsProgram(const std::string& path) { return access(path.c_str(), X_OK) == 0; }
 
-// Where the controller is: beside this program, where the package puts it, or on the path.
+// Where the controller is: installed or built together with this program, where the package puts
+// it, or on the path.
 std::string FindController(const Options& options) {
     if (!options.controller.empty()) return options.controller;
     constexpr char kName[] = "/patrol.exe";
     char self[4096];
     const ssize_t length = readlink("/proc/self/exe", self, sizeof self);
-    std::string folder(self, static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    std::string own(self, static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    own.erase(std::min(own.rfind('/'), own.size()));
     // In a build tree it is one folder up.
-    for (int i = 0; i < 2; ++i) {
-        folder.erase(std::min(folder.rfind('/'), folder.size()));
+    for (const std::string& folder :
+         {own, own + "/../sbin", own + "/..", std::string("/usr/sbin")}) {
         if (IsProgram(folder + kName)) return folder + kName;
     }
-    const std::string sbin = std::string("/usr/sbin") + kName;
-    return IsProgram(sbin) ? sbin : kName + 1;
+    return kName + 1;
 }
 
 // The results that come into the histories of requests from now on.
 class NewResults {
  public:
-    explicit NewResults(const Places& places) {
-        for (const char* name : {patrol::kPadiagHistory, patrol::kAgedHistory}) {
-            files_.push_back({places.log + "/" + name, {}});
-            stat(files_.back().path.c_str(), &files_.back().before);
-        }
+    explicit NewResults(const Places& places)
+        : history_(places.log + "/" + patrol::kPadiagHistory),
+          aged_(places.log + "/" + patrol::kAgedHistory),
+          start_(std::time(nullptr)) {
+        struct stat status = {};
+        if (stat(history_.c_str(), &status) == 0) known_ = status.st_size;
     }
 
+    // Whether the history has no more room, so that the newest result alone is kept.
+    bool full() const { return known_ > patrol::kMaxHistorySize; }
+
     std::vector<Result> Read() const {
-        constexpr size_t kMaxNews = 16 << 20;
-        std::vector<Result> results;
-        for (const File& file : files_) {
-            const patrol::Stream stream = patrol::OpenForReading(file.path.c_str());
-            struct stat now = {};
-            if (stream == nullptr || fstat(fileno(stream.get()), &now) != 0) continue;
-            // The aged history is made anew for each result.
-            const bool same =
-                now.st_ino == file.before.st_ino && now.st_size >= file.before.st_size;
-            const off_t known = same ? file.before.st_size : 0;
-            const auto news = std::min(static_cast<size_t>(now.st_size - known), kMaxNews);
-            for (Result& result :
-                 ParseRequestResults(ReadTail(fileno(stream.get()), now.st_size, news))) {
-                results.push_back(std::move(result));
-            }
+        std::vector<Result> results = ParseFrom(history_, known_);
+        // The aged history is made anew for each result, so that its size says nothing.
+        for (Result& result : ParseFrom(aged_, 0)) {
+            if (result.time >= start_) results.push_back(std::move(result));
         }
         return results;
     }
 
  private:
-    struct File {
-        std::string path;
-        struct stat before;
-    };
-    std::vector<File> files_;
+    static std::vector<Result> ParseFrom(const std::string& path, off_t from) {
+        constexpr off_t kMaxNews = 16 << 20;
+        const patrol::Stream stream = patrol::OpenForReading(path.c_str());
+        struct stat now = {};
+        if (stream == nullptr || fstat(fileno(stream.get()), &now) != 0) return {};
+        const off_t news = std::min(now.st_size - std::min(from, now.st_size), kMaxNews);
+        return ParseRequestResults(
+            ReadTail(fileno(stream.get()), now.st_size, static_cast<size_t>(news)));
+    }
+
+    std::string history_;
+    std::string aged_;
+    std::time_t start_;
+    off_t known_ = 0;
 };
 
 // A test that was asked for.
@@ -206,6 +209,11 @@ int StatusOfRun(const std::vector<Wanted>& wanted, const std::vector<Result>& re
     return all && !wanted.empty() ? kExitOk : kExitFailed;
 }
 
+const char* VerdictText(int status) {
+    if (status == kExitFault) return "A fault was found.";
+    return status == kExitOk ? "All tests passed." : "Not every test was done to its end.";
+}
+
 std::string ResultTable(const std::vector<Result>& results, bool colour) {
     Table table({"TEST", "DEVICE", "RESULT", "TOOK", "TEXT"});
     for (const Result& result : results) {
@@ -276,9 +284,14 @@ int RunDiagnosis(const Options& options) {
     if (pid < 0) return Fail(words[0] + " cannot be started: " + std::strerror(errno));
     const int status = Watch(places, pid, &wanted);
     const std::vector<Result> results = news.Read();
-    Print("\n" + ResultTable(results, options.colour));
+    const int verdict = StatusOfRun(status == 0 ? wanted : std::vector<Wanted>(), results);
+    Print("\n" + ResultTable(results, options.colour) + VerdictText(verdict) + "\n");
     if (status != 0) PrintProblems({"the controller ended with an error"});
-    return StatusOfRun(status == 0 ? wanted : std::vector<Wanted>(), results);
+    if (news.full() && results.size() < wanted.size()) {
+        PrintProblems({"the history is full, and keeps the newest result alone: move away " +
+                       places.log + "/" + patrol::kPadiagHistory});
+    }
+    return verdict;
 }
 
 }  // namespace patrolctl

@@ -50,8 +50,18 @@ TEST_F(RunTest, PrintsPlainLinesElsewhere) {
     EXPECT_EQ(result.out.find_first_of("\r\x1b"), std::string::npos);
     EXPECT_EQ(result.out.find("hddtest"), std::string::npos);
     EXPECT_TRUE(InOrder(Split(result.out), {"cputest CPU: waiting", "cputest CPU: ended",
-                                            "TEST     DEVICE  RESULT  TOOK"}))
+                                            "TEST     DEVICE  RESULT  TOOK", "All tests passed."}))
         << result.out;
+}
+
+// Where the history is full, the newest result has a file of its own.
+TEST_F(RunTest, FindsTheResultThatAFullHistoryHasNoRoomFor) {
+    agent_.Write("log/pastat.txt", std::string(1 << 20, '\n'));
+    for (const std::string kinds : {"cpu", "cpu", "cpu,mem"}) {
+        const Result result = Ctl({"run", "--kinds=" + kinds, "--time=1"});
+        EXPECT_EQ(result.status, kinds == "cpu" ? 0 : 1) << result.out;
+        EXPECT_EQ(result.err.find("the history is full") == std::string::npos, kinds == "cpu");
+    }
 }
 
 TEST_F(RunTest, InterruptCancelsTheTests) {
