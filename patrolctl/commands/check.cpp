@@ -15,9 +15,8 @@ int ProblemStatus(Level level) {
 
 std::string Text(const Verdict& verdict, bool npd) {
     static constexpr const char* kWords[] = {"OK", "WARNING", "CRITICAL", "UNKNOWN"};
-    const std::string sentence = ForTerminal(verdict.sentence) + "\n";
-    if (npd) return sentence;
-    return std::string("PATROL ") + kWords[static_cast<size_t>(verdict.level)] + " - " + sentence;
+    const std::string word = kWords[static_cast<size_t>(verdict.level)];
+    return (npd ? "" : "PATROL " + word + " - ") + ForTerminal(verdict.sentence) + "\n";
 }
 
 Json CheckJson(const Verdict& verdict, int status) {

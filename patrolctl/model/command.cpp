@@ -32,12 +32,17 @@ std::vector<std::string> EnvironmentFor(const Places& places) {
     }
     for (const auto& [name, value] : places.variables) variables[name] = value;
     std::vector<std::string> environment;
-    for (const auto& [name, value] : variables) environment.push_back(name + "=" + value);
+    environment.reserve(variables.size());
+    for (const auto& [name, value] : variables) {
+        environment.push_back(name);
+        environment.back().append("=").append(value);
+    }
     return environment;
 }
 
 std::vector<char*> Pointers(const std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (const std::string& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
     pointers.push_back(nullptr);
     return pointers;

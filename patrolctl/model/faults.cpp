@@ -91,13 +91,13 @@ void ReadReports(const std::string& directory, FaultStore* store) {
         if (!BeginsWith(name, "parts_")) continue;
         // A copy counts only where it is all that is left.
         if (std::binary_search(names.begin(), names.end(), CopiedReport(name))) continue;
-        const std::string path = directory + "/" + name;
+        const std::string path = PathIn(directory, name);
         const FileText file = ReadText(path, kMaxReport);
         if (file.missing()) continue;  // the agent has just taken it
         Fault fault = ParseReport(name, file.text);
         if (!file.Fault().empty() || fault.fru.empty()) {
             const std::string why = file.Fault().empty() ? "names no unit (FRU1)" : file.Fault();
-            store->faults.push_back(path + ": " + why);
+            store->faults.push_back(Said(path, why));
         }
         if (!file.Fault().empty()) continue;
         fault.path = path;
@@ -143,14 +143,14 @@ void ReadStored(const std::string& directory, FaultStore* store) {
     }
     for (const std::string& name : names) {
         if (!EndsWith(name, kEnding) || name.size() == kEnding.size()) continue;
-        const std::string path = directory + "/" + name;
+        const std::string path = PathIn(directory, name);
         const FileText file = ReadText(path, kMaxReport);
         if (file.missing()) continue;
         auto fault = ParseStored(name.substr(0, name.size() - kEnding.size()), file.text);
         if (!fault || !file.Fault().empty()) {
             const std::string why =
                 file.Fault().empty() ? "is no fault of a form that is known" : file.Fault();
-            store->faults.push_back(path + ": " + why);
+            store->faults.push_back(Said(path, why));
             continue;
         }
         fault->path = path;
@@ -186,7 +186,8 @@ int MoveAside(const std::string& directory, const std::string& name, const std::
     if (!to.ok()) return errno;
     std::string new_name = start + end;
     for (int i = 2; faccessat(to.get(), new_name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0; ++i) {
-        new_name = start + "-" + std::to_string(i) + end;
+        new_name = start;
+        new_name.append("-").append(std::to_string(i)).append(end);
     }
     return renameat(from.get(), name.c_str(), to.get(), new_name.c_str()) == 0 ? 0 : errno;
 }
@@ -243,8 +244,9 @@ std::string ClearFault(const Places& places, const Fault& fault) {
                              : MoveAside(directory, name, name + "." + stamp, "");
     }
     if (error != 0) return Failure(fault.path + " cannot be moved aside", error);
+    const std::string aside = name + "." + stamp;
     for (const char* ending : {".bak", "_bak"}) {
-        if (!fault.stored) MoveAside(directory, name + ending, name + "." + stamp, ending);
+        if (!fault.stored) MoveAside(directory, name + ending, aside, ending);
     }
     return "";
 }

@@ -80,6 +80,12 @@ void ForEachLine(std::string_view text,
     }
 }
 
+std::string PathIn(const std::string& folder, const std::string& name) {
+    return folder + "/" + name;
+}
+
+std::string Said(const std::string& path, const std::string& what) { return path + ": " + what; }
+
 bool BeginsWith(std::string_view text, std::string_view start) {
     return text.substr(0, start.size()) == start;
 }

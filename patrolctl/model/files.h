@@ -31,6 +31,10 @@ std::string ReadTail(int fd, long long end, size_t limit);
 void ForEachLine(std::string_view text,
                  const std::function<void(std::string_view line, size_t number)>& take);
 
+// "FOLDER/NAME", and "PATH: WHAT" of what there is to say of a file.
+std::string PathIn(const std::string& folder, const std::string& name);
+std::string Said(const std::string& path, const std::string& what);
+
 bool BeginsWith(std::string_view text, std::string_view start);
 bool EndsWith(std::string_view text, std::string_view end);
 

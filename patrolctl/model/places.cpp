@@ -76,15 +76,10 @@ Places FindPlaces(Places given) {
 }
 
 std::string MissingPlaces(const Places& places) {
-    const std::pair<const char*, const std::string*> needed[] = {{"data", &places.data},
-                                                                 {"log", &places.log}};
-    for (const auto& [name, value] : needed) {
-        if (!value->empty()) continue;
-        const std::string word = name;
-        return "The " + word + " directory is not known: set KVX_" + word +
-               " in the environment or in /etc/patrol/environment, or give --" + word + " DIR.";
-    }
-    return "";
+    if (!places.data.empty() && !places.log.empty()) return "";
+    const std::string word = places.data.empty() ? "data" : "log";
+    return "The " + word + " directory is not known: set KVX_" + word +
+           " in the environment or in /etc/patrol/environment, or give --" + word + " DIR.";
 }
 
 }  // namespace patrolctl

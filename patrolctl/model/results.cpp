@@ -73,7 +73,7 @@ void ReadHistory(const std::string& path, Source source, Results* results) {
     ForEachLine(file.text,
                 [&](std::string_view line, size_t number) { reader.TakeLine(line, number); });
     for (const std::string& fault : {file.Fault(), reader.Fault()}) {
-        if (!fault.empty()) results->faults.push_back(path + ": " + fault);
+        if (!fault.empty()) results->faults.push_back(Said(path, fault));
     }
 }
 
@@ -92,7 +92,7 @@ Results ReadResults(const Places& places) {
     for (const auto& [name, source] : histories) {
         // Behind the name of an aged file stands its generation.
         for (const char* generation : {"3", "2", "1", ""}) {
-            ReadHistory(places.log + "/" + name + generation, source, &results);
+            ReadHistory(PathIn(places.log, std::string(name) + generation), source, &results);
         }
     }
     // Lines of one second stay in the order in which they stand.

@@ -77,7 +77,7 @@ std::string OutputOf(const std::string& process) {
     if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
     const patrol::Descriptor fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     // The controller does not cut off what an earlier run has left in the file.
-    const long long end = std::atoll(position.c_str() + kMark.size());
+    const long long end = std::strtoll(position.c_str() + kMark.size(), nullptr, 10);
     return fd.ok() ? ReadTail(fd.get(), end, kEnough) : "";
 }
 
@@ -175,7 +175,7 @@ std::vector<RunningTest> FindRunningTests(const Places& places) {
         RunningTest test;
         test.kind = KindOfWords(words, places.bin);
         if (test.kind == 0) continue;
-        test.pid = static_cast<pid_t>(std::atoi(entry->d_name));
+        test.pid = static_cast<pid_t>(std::strtol(entry->d_name, nullptr, 10));
         test.device = DeviceOf(test.kind, words);
         test.seconds = AgeOf(proc, process);
         test.on_request = !ValueOf(words, "/runtime").empty();

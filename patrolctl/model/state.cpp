@@ -260,7 +260,7 @@ void CheckReadable(State* state) {
     for (const std::string& path :
          {std::string(patrol::lba_path.view()), log + "/pat_trc_log", log + "/pat_trc_log.0"}) {
         const std::string fault = WhyUnreadable(path);
-        if (!fault.empty()) state->problems.push_back(path + ": " + fault);
+        if (!fault.empty()) state->problems.push_back(Said(path, fault));
     }
 }
 

@@ -90,7 +90,8 @@ std::optional<long long> ParseSpan(const std::string& text) {
     const std::string number = text.substr(0, text.size() - (text.empty() ? 0 : 1));
     if (!IsDigits(number) || number.size() > 9) return std::nullopt;
     for (const Unit& unit : kUnits) {
-        if (text.back() == unit.letter) return std::atoll(number.c_str()) * unit.seconds;
+        if (text.back() == unit.letter)
+            return std::strtoll(number.c_str(), nullptr, 10) * unit.seconds;
     }
     return std::nullopt;
 }
