@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "base/blocking.h"
 #include "base/file.h"
@@ -71,7 +72,12 @@ int ptl_system_logging(const char* number, const char* text) {
         const Stream file =
             starts_group ? OpenForWriting(path.c_str()) : OpenForAppending(path.c_str());
         if (file == nullptr) return OpenFailed(path, mode, errno);
-        std::fputs(ComposeLine(number, text).c_str(), file.get());
+        const bool whole = std::fputs(ComposeLine(number, text).c_str(), file.get()) >= 0 &&
+                           std::fflush(file.get()) == 0;
+        // Once a run: it would be the same event for every line to come.
+        static bool told = false;
+        if (!whole && !std::exchange(told, true))
+            ReportFileTrouble(__func__, "write", path.c_str(), "write", errno);
     }
     return ends_group ? SendStaged(path) : 0;
 }

@@ -147,7 +147,7 @@ class Scene {
         for (const char* file :
              {kSchedule, kPadiagSchedule, kTestParameters, "data/lba_outfile_bup.ini"})
             work += agent_.Read(file);
-        for (const char* file : {kHistory, "log/pastat.txt", "data/taken"}) {
+        for (const char* file : {kHistory, "log/pastat.txt", "log/pat_sys.log", "data/taken"}) {
             Strings lines = agent_.Lines(file);
             for (std::string& line : lines)
                 line = Masked(line, "TIME=.*|^..../../.. ..:..:..|\\[[0-9]+s\\]", "");
@@ -167,9 +167,9 @@ class Scene {
     // The lines of that which tell of trouble, without their numbers.
     std::set<std::string> Complaints() {
         std::set<std::string> complaints;
-        for (const std::string& line : Split(Told())) {
+        for (const std::string& line : Split(Replaced(Told(), agent_.Path(), ""))) {
             for (const char* word : {"rror", "ailed", "Can't", "went wrong", "Not ", "dropped",
-                                     "E38", "E39", "Default Value", "RETRY"}) {
+                                     "E38", "E39", "Default Value", "RETRY", "killed"}) {
                 if (line.find(word) != std::string::npos)
                     complaints.insert(Masked(line, "[0-9]+", "#"));
             }
