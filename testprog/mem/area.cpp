@@ -43,24 +43,30 @@ std::optional<uint64_t> NumberBehind(const std::string& path, const std::string&
     return std::nullopt;
 }
 
-// The files in which a control group tells its limit, its use, and the file cache in that.
+// The files in which a control group tells its limits (what it must not pass, and what slows it
+// down), its use, and the file cache in that.
 struct GroupFiles {
     const char* limit;
+    const char* brake;
     const char* usage;
     const char* cache;
 };
-constexpr GroupFiles kNewGroups = {"/memory.max", "/memory.current", "inactive_file"};
-constexpr GroupFiles kOldGroups = {"/memory.limit_in_bytes", "/memory.usage_in_bytes",
-                                   "total_inactive_file"};
+constexpr GroupFiles kNewGroups = {"/memory.max", "/memory.high", "/memory.current",
+                                   "inactive_file"};
+constexpr GroupFiles kOldGroups = {"/memory.limit_in_bytes", "/memory.soft_limit_in_bytes",
+                                   "/memory.usage_in_bytes", "total_inactive_file"};
 
 // What the group has left; all there is without a limit.
 uint64_t LeftOfGroup(const std::string& directory, const GroupFiles& files) {
-    const auto limit = ParseNumber(ReadAttribute(directory + files.limit));
+    constexpr uint64_t kNone = std::numeric_limits<uint64_t>::max();
     const auto usage = ParseNumber(ReadAttribute(directory + files.usage));
-    if (!limit || !usage) return std::numeric_limits<uint64_t>::max();
+    const uint64_t limit =
+        std::min(ParseNumber(ReadAttribute(directory + files.limit)).value_or(kNone),
+                 ParseNumber(ReadAttribute(directory + files.brake)).value_or(kNone));
+    if (limit == kNone || !usage) return kNone;
     const uint64_t cache = NumberBehind(directory + "/memory.stat", files.cache).value_or(0);
     const uint64_t used = *usage - std::min(*usage, cache);
-    return *limit - std::min(*limit, used);
+    return limit - std::min(limit, used);
 }
 
 // The least that any group from this one up to the top has left.

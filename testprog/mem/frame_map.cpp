@@ -18,9 +18,8 @@ namespace {
 
 constexpr int64_t kMonth = int64_t{30} * 24 * 3600;
 constexpr off_t kHeader = 4096;
-// Of the bits: what is written at once, and what 64 TiB of memory take.
-constexpr size_t kPiece = 4096;
-constexpr uint64_t kMaxBytes = uint64_t{2} << 30;
+constexpr uint64_t kPieceFrames = 8 * 4096;
+constexpr uint64_t kMaxPieces = uint64_t{1} << 24;  // for frames up to the 2 PiB
 
 int OpenMap(const std::string& directory) {
     if (directory.empty()) return -1;
@@ -56,17 +55,31 @@ void FrameMap::Load(int64_t now) {
         // NOLINTNEXTLINE(cert-err34-c): a number that does not fit is one that does not match
         std::sscanf(header, "memtest frames since=%lld frames=%llu\n", &since, &frames) == 2 &&
         frames == frames_ && since <= now && now - since < kMonth;
-    struct stat status = {};
-    if (!known || fstat(file_.fd, &status) != 0 || status.st_size < kHeader ||
-        static_cast<uint64_t>(status.st_size - kHeader) > kMaxBytes) {
+    if (!known) {
         static_cast<void>(!ftruncate(file_.fd, 0) || !SaveHeader());
         return;
     }
     since_ = since;
-    bits_.resize(static_cast<size_t>(status.st_size - kHeader));
-    const ssize_t got = pread(file_.fd, bits_.data(), bits_.size(), kHeader);
-    bits_.resize(static_cast<size_t>(std::max<ssize_t>(got, 0)));
-    for (const unsigned char byte : bits_) tested_ += std::bitset<8>(byte).count();
+    LoadPieces();
+}
+
+void FrameMap::LoadPieces() {
+    constexpr off_t kSize = sizeof(Piece);
+    // No file of this machine has more; a damaged one must not hold the test up.
+    uint64_t left = 4 * (frames_ / kPieceFrames + 64);
+    off_t at = kHeader;
+    while (left-- > 0 && (at = lseek(file_.fd, at, SEEK_DATA)) >= kHeader) {
+        const auto number = static_cast<uint64_t>((at - kHeader) / kSize);
+        at = kHeader + static_cast<off_t>(number) * kSize;
+        Piece piece = {};
+        if (number >= kMaxPieces || pread(file_.fd, piece.data(), piece.size(), at) <= 0) break;
+        at += kSize;
+        size_t count = 0;
+        for (const unsigned char byte : piece) count += std::bitset<8>(byte).count();
+        if (count == 0) continue;
+        tested_ += count;
+        pieces_[number] = piece;
+    }
 }
 
 bool FrameMap::SaveHeader() const {
@@ -78,7 +91,9 @@ bool FrameMap::SaveHeader() const {
 }
 
 bool FrameMap::Tested(uint64_t frame) const {
-    return frame / 8 < bits_.size() && ((bits_[frame / 8] >> (frame % 8)) & 1U) != 0;
+    const auto piece = pieces_.find(frame / kPieceFrames);
+    return piece != pieces_.end() &&
+           ((piece->second.at(frame % kPieceFrames / 8) >> (frame % 8)) & 1U) != 0;
 }
 
 size_t FrameMap::CountTested(const std::vector<uint64_t>& frames) const {
@@ -87,21 +102,21 @@ size_t FrameMap::CountTested(const std::vector<uint64_t>& frames) const {
 }
 
 bool FrameMap::Mark(const std::vector<uint64_t>& frames) {
-    std::set<size_t> changed;
+    std::set<uint64_t> changed;
     for (const uint64_t frame : frames) {
-        const uint64_t byte = frame / 8;
-        if (byte >= kMaxBytes || Tested(frame)) continue;
-        if (byte >= bits_.size()) bits_.resize((byte / kPiece + 1) * kPiece);
-        bits_[byte] |= static_cast<unsigned char>(1U << (frame % 8));
-        changed.insert(byte / kPiece);
+        const uint64_t number = frame / kPieceFrames;
+        if (number >= kMaxPieces || Tested(frame)) continue;
+        pieces_[number].at(frame % kPieceFrames / 8) |=
+            static_cast<unsigned char>(1U << (frame % 8));
+        changed.insert(number);
         ++tested_;
     }
     if (file_.fd < 0) return true;
     bool saved = true;
-    for (const size_t piece : changed) {
-        const size_t at = piece * kPiece;
-        const size_t size = std::min(kPiece, bits_.size() - at);
-        saved = WriteAt(file_.fd, &bits_[at], size, kHeader + static_cast<off_t>(at)) && saved;
+    for (const uint64_t number : changed) {
+        const Piece& piece = pieces_[number];
+        const auto at = kHeader + static_cast<off_t>(number * piece.size());
+        saved = WriteAt(file_.fd, piece.data(), piece.size(), at) && saved;
     }
     return SaveHeader() && saved;
 }

@@ -103,8 +103,8 @@ class MemoryTest {
         const std::string complaint = Prepare();
         if (!complaint.empty()) return {EndCode::kSkip, complaint};
         const auto limit = testprog::MemoryToTake("");
-        if (!limit) return {EndCode::kAbort, "the system does not tell how much memory there is"};
-        limit_ = *limit / kSmallestSize * kSmallestSize;
+        if (!limit) return {EndCode::kSkip, "the system does not tell how much memory is left"};
+        limit_ = Whole(*limit);
         if (limit_ == 0) return {EndCode::kSkip, "too little memory is left to take a part of it"};
         testprog::Watch(testprog::Watched::kMemory, {}, &run_);
         return options_.size ? TestOfSize(*options_.size) : TestInTime();
@@ -169,6 +169,10 @@ class MemoryTest {
     // Tests piece after piece until the time is over, but one at least.
     Outcome Round(testprog::FrameMap* map) {
         held_ = Held();
+        // Others may have come to need theirs since the last round.
+        if (const auto limit = testprog::MemoryToTake("")) {
+            limit_ = std::max(kSmallestSize, Whole(*limit));
+        }
         start_ = testprog::Now();
         while ((held_.tested.empty() || Spent() < 1) && !run_.Stop()) {
             std::unique_ptr<Area> area = NextPiece(*map);
@@ -199,6 +203,8 @@ class MemoryTest {
         held_.known.pop_back();
         return area;
     }
+
+    static uint64_t Whole(uint64_t size) { return size / kSmallestSize * kSmallestSize; }
 
     int NextNode() {
         static const std::vector<int> nodes = testprog::MemoryNodes();

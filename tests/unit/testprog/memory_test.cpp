@@ -108,6 +108,8 @@ TEST_F(MemoryFilesTest, AQuarterOfWhatIsLeftMayBeTaken) {
     EXPECT_EQ(MemoryToTake(root_), 250000U) << "the group above";
     Write(top + "/a/memory.stat", "anon 1\ninactive_file 600000\nfile 9\n");
     EXPECT_EQ(MemoryToTake(root_), 400000U) << "file cache can be had";
+    Write(top + "/a/memory.high", "4400000\n");
+    EXPECT_EQ(MemoryToTake(root_), 250000U) << "nobody is slowed down";
     Write(top + "/a/memory.current", "6000000\n");
     EXPECT_EQ(MemoryToTake(root_), 0U);
     Write("/proc/self/cgroup", "5:cpu,memory:/c\n3:memoryx:/a\n");
@@ -126,12 +128,12 @@ TEST_F(MemoryFilesTest, TestedFramesAreKnownInLaterRunsUntilAMonthIsOver) {
     };
     {
         FrameMap map(root_, 400000, kNow, go_on);
-        EXPECT_TRUE(map.Mark({7, 8, 8, 300000}));
+        EXPECT_TRUE(map.Mark({7, 8, 8, 300000, uint64_t{1} << 36}));
         EXPECT_TRUE(map.Mark({7, 1}));
-        EXPECT_EQ(map.tested(), 4U);
+        EXPECT_EQ(map.tested(), 5U);
         EXPECT_EQ(map.CountTested({1, 2, 7, 299999, 300000, uint64_t{1} << 50}), 3U);
     }
-    EXPECT_EQ(tested(400000, kNow + 29 * 86400), 4U);
+    EXPECT_EQ(tested(400000, kNow + 29 * 86400), 5U) << "memory may lie far up";
     {
         FrameMap map(root_, 400000, kNow + 86400, go_on);
         std::vector<uint64_t> frames(200000);
@@ -141,6 +143,8 @@ TEST_F(MemoryFilesTest, TestedFramesAreKnownInLaterRunsUntilAMonthIsOver) {
     }
     fs::resize_file(file, 4096 + 1);
     EXPECT_EQ(tested(400000, kNow), 8U) << "what is lost is tested again";
+    fs::resize_file(file, uint64_t{1} << 35);
+    EXPECT_EQ(tested(400000, kNow), 8U) << "a damaged file costs neither time nor memory";
     EXPECT_EQ(tested(400000, kNow + 31 * int64_t{86400}), 0U);
     { EXPECT_TRUE(FrameMap(root_, 400000, kNow, go_on).Mark({5})); }
     EXPECT_EQ(tested(400001, kNow), 0U) << "another machine";
