@@ -41,7 +41,7 @@ std::vector<Option> OptionTable(Options* options) {
         table.push_back(TextOption(word, &options->words[word]));
     }
     static bool ignored;
-    table.push_back(SwitchOption("ide", &ignored));
+    for (const char* word : {"ide", "affinity"}) table.push_back(SwitchOption(word, &ignored));
     table.push_back(SwitchOption("debug2", &options->spoilt));
     for (const char* word : {"dbg_modid", "dbg_point"}) {
         table.push_back(
