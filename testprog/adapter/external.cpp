@@ -220,7 +220,9 @@ std::string ReadSettings(const std::string& name, std::string* text) {
     if (name.empty() || std::any_of(name.begin(), name.end(), foreign)) {
         return "option \"-tp\" with a wrong name \"" + name + "\"";
     }
-    const std::string path = Environment("KVX_data") + "/ext_" + name + ".ini";
+    const std::string directory = Environment("KVX_data");
+    if (directory.empty()) return "no directory is named for the settings of \"" + name + "\"";
+    const std::string path = directory + "/ext_" + name + ".ini";
     mode_t mode = 0;
     const auto read = ReadWhole(path, kMaxSettings, &mode);
     if (!read) return "cannot read " + path + ": " + std::strerror(errno);
@@ -240,13 +242,12 @@ void SetPath() {
 }  // namespace
 
 bool AsksForExternal(int argc, const char* const* argv) {
+    bool external = false;  // the last one counts
     for (int i = 1; i + 1 < argc; ++i) {
         const std::string word = argv[i];
-        if ((word == "-tp" || word == "/tp") && std::string(argv[i + 1]).rfind(kMark, 0) == 0) {
-            return true;
-        }
+        if (word == "-tp" || word == "/tp") external = std::string(argv[++i]).rfind(kMark, 0) == 0;
     }
-    return false;
+    return external;
 }
 
 int RunExternal(const std::string& program, int argc, const char* const* argv) {

@@ -22,7 +22,7 @@ constexpr size_t kMostParts = 4;
 // Where the program is; a name to be looked for in PATH, if anywhere, on the machine itself.
 std::string FindSmartctl(const std::string& root) {
     for (const char* directory : {"/usr/sbin/", "/usr/local/sbin/", "/usr/bin/", "/sbin/"}) {
-        const std::string file = root + directory + "smartctl";
+        std::string file = root + directory + "smartctl";
         if (access(file.c_str(), X_OK) == 0) return file;
     }
     return root.empty() ? "smartctl" : "";
