@@ -5,15 +5,20 @@
 What is not installed is left out with a sentence. Figures are medians of so many rounds.
 """
 
+import contextlib
+import json
 import os
 import pathlib
 import re
 import resource
+import shlex
 import shutil
+import signal
 import statistics
 import subprocess
 import sys
 import tempfile
+import time
 
 BUILD = pathlib.Path(sys.argv[1]).resolve()
 MODEL = str(BUILD / "bench/testprog_model")
@@ -21,6 +26,8 @@ ROUNDS = int(sys.argv[2]) if len(sys.argv) > 2 else 3
 SCRATCH = tempfile.mkdtemp(prefix="testprog-bench-", dir=BUILD)
 MEBIBYTES = 256  # of memory under test
 BYTES = MEBIBYTES << 20
+IMAGE = 1 << 30
+FOREGROUND = 2  # seconds
 
 
 def program(name):
@@ -96,6 +103,83 @@ def memory():
         show("stressapptest", median(stressapptest_rate) / 1e9, "GB/s", plain)
 
 
+# Disks, shown by images on the disk that the build folder lies on.
+
+def image(name):
+    path = f"{SCRATCH}/{name}"
+    run(["dd", "if=/dev/urandom", f"of={path}", "bs=1M", f"count={IMAGE >> 20}", "conv=fsync"])
+    return path
+
+
+def hddtest(path, *words):
+    environment = {"HDDTEST_IMAGES": f"/dev/bench={path}"}
+    return [program("hddtest"), "-dev", "/dev/bench", *words], environment
+
+
+def read_rates(words, environment):
+    """Bytes read in a second and in a processor second."""
+    start = time.monotonic()
+    _, seconds = run(words, **environment)
+    return IMAGE / (time.monotonic() - start), IMAGE / seconds
+
+
+def random_reads(path):
+    """How many a second the foreground has done, one at a time and past the page cache."""
+    out, _ = run(["fio", "--name=foreground", f"--filename={path}", "--readonly", "--rw=randread",
+                  "--bs=4k", "--direct=1", "--time_based", f"--runtime={FOREGROUND}",
+                  "--output-format=json"])
+    return json.loads(out[out.index("{"):])["jobs"][0]["read"]["iops"]
+
+
+@contextlib.contextmanager
+def beside(words, environment):
+    """Runs a command in the background, again and again; it gets some time to come into stride."""
+    loop = f"while {shlex.join(words)}; do :; done"
+    other = subprocess.Popen(["sh", "-c", loop], env={"PATH": os.environ["PATH"], **environment},
+                             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                             start_new_session=True)
+    try:
+        time.sleep(0.5)
+        yield
+    finally:
+        os.killpg(other.pid, signal.SIGTERM)
+        other.wait()
+
+
+def share_beside(path, words, environment):
+    """The foreground's rate beside a command as a part of the rates before and after it."""
+    before = random_reads(path)
+    with beside(words, environment):
+        rate = random_reads(path)
+    return 2 * rate / (before + random_reads(path))
+
+
+def disks():
+    print(f"\nDisks, an image of {IMAGE >> 20} MiB: MB read a second, and as a part of dd's")
+    path = image("disk")
+    plain = ["dd", f"if={path}", "of=/dev/null", "bs=1M", "iflag=direct"]
+    rates = [(read_rates(plain, {}), read_rates(*hddtest(path, "-lv", "3")))
+             for _ in range(3 * ROUNDS)]
+    for column, unit, aim in ((0, "MB/s", "at least 0.9"), (1, "MB/cpu s", "")):
+        base = statistics.median(dd[column] for dd, _ in rates) / 1e6
+        ratio = statistics.median(own[column] / dd[column] for dd, own in rates)
+        show("dd bs=1M iflag=direct", base, unit)
+        show("hddtest sector", base * ratio, unit, base, aim)
+    if not installed("fio"):
+        return
+    print("\nRate of random reads of 4 KiB (fio), beside another command and alone;"
+          f" the median of {5 * ROUNDS} rounds")
+    foreground = image("foreground")
+    endless = ["/runtime", "600"]
+    for what, (words, environment), aim in (
+            ("hddtest sector", hddtest(path, "-budget", "600", *endless), "at least 0.9"),
+            ("hddtest iorandom", hddtest(path, "-tp", "iorandom", "-sc", "0x80", *endless),
+             "at least 0.9"),
+            ("dd bs=1M iflag=direct", (plain, {}), "")):
+        shares = [share_beside(foreground, words, environment) for _ in range(5 * ROUNDS)]
+        show(what, statistics.median(shares), "of its rate", aim=aim)
+
+
 def faults():
     print("\nFaults found, of a fixed list of modelled ones")
     for line in run([MODEL, "faults"])[0].splitlines():
@@ -106,5 +190,6 @@ def faults():
 try:
     faults()
     memory()
+    disks()
 finally:
     shutil.rmtree(SCRATCH)
