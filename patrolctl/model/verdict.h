@@ -24,7 +24,7 @@ struct Verdict {
     std::vector<Finding> findings;  // the worst first
 };
 
-inline constexpr long long kDefaultMaxAge = 2 * 86400;
+inline constexpr long long kDefaultMaxAge = 2LL * 86400;
 
 // Judges the state: an open fault or an ERROR as the last result is critical, and goes before what
 // could not be read, which is unknown. `max_age` is how many seconds an enabled component may be
