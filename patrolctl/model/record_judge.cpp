@@ -141,8 +141,9 @@ bool RecordJudge::TakeOne() {
            rest.substr(7, 10));
     Expect(rest[17] == ',', at_ + 17, "prefix", "a comma", rest.substr(17, 1));
     if (refused) {
-        Fault(at_ + 7, "size: at most " + std::to_string(patrol::kMaxBody) +
-                           " bytes are read; the test is given up here");
+        Expect(false, at_ + 7, "size",
+               "at most " + std::to_string(patrol::kMaxBody) + " bytes, or the test is given up",
+               rest.substr(7, 10));
     }
     TakeRecord(rest.substr(patrol::kPrefixSize, length));
     Pass(patrol::kPrefixSize + length);
@@ -173,8 +174,9 @@ void RecordJudge::End() {
         rest.size() < patrol::kPrefixSize ? std::nullopt : Announced(rest);
     if (announced) {
         const size_t there = rest.size() - patrol::kPrefixSize;
-        Fault(at_ + 7, "size: " + std::to_string(*announced) + " bytes are to follow, " +
-                           std::to_string(there) + " come; the record is lost");
+        Fault(at_ + 7, "size: expected " + std::to_string(*announced) +
+                           " bytes behind the prefix, found " + std::to_string(there) +
+                           "; the record is lost");
     } else if (!rest.empty()) {
         Expect(false, at_, "prefix", "18 bytes that begin with \"ONLPTL,\"", rest);
     }
@@ -197,7 +199,7 @@ void RecordJudge::TakeRecord(std::string_view content) {
     }
     JudgeHead(body);
     if (ended_) {
-        Fault(at_, "order: nothing is read behind the status record");
+        Fault(at_, "order: expected nothing behind the status record; this is not read");
         return;
     }
     if (body.head().type == 0 || body.head().lines == 0) {
@@ -223,7 +225,8 @@ void RecordJudge::JudgeHead(const Body& body) {
     Expect(body.Head(44, 1) == "\n", body.HeadAt(44), "header", "a line feed", body.Head(44, 1));
     const std::string_view text = body.Text(0);
     const size_t nul = text.find('\0');
-    if (nul != std::string_view::npos) Fault(body.TextAt(nul), "body: text ends at a NUL");
+    if (nul != std::string_view::npos)
+        Fault(body.TextAt(nul), "body: expected no NUL; the text ends there");
     Expect(!text.empty() && text.back() == '\n', body.TextAt(text.size()), "body",
            "a line feed at its end", text.substr(text.size() - std::min<size_t>(text.size(), 20)));
     const auto lines = std::count(text.begin(), text.end(), '\n');
@@ -319,7 +322,8 @@ void RecordJudge::JudgeStatusText(const Body& body, int end_code, bool reported)
     ForEachLine(text, [&](std::string_view line, size_t) {
         if (line.size() > kMaxOnRequestLine) {
             Fault(body.TextAt(kTextAt + at),
-                  "result block: expected lines of at most 511 characters");
+                  "result block: expected lines of at most 511 characters, the most that an "
+                  "on-request run reads");
         }
         closed = closed || BeginsWith(line, kClosing);
         for (const char* label : {"PROGRAM : ", "DEVICE  : ", "ERROR   : "}) {
@@ -336,7 +340,8 @@ void RecordJudge::JudgeStatusText(const Body& body, int end_code, bool reported)
            text.substr(text.size() - std::min<size_t>(text.size(), 20)));
     if (text.size() + kTextAt > kMaxOnRequestText) {
         Fault(body.TextAt(kMaxOnRequestText),
-              "result block: an on-request run keeps 4095 characters of the body");
+              "result block: expected at most 4095 characters of body, the most that an "
+              "on-request run keeps");
     }
     const bool good = end_code == patrol::kEndOk || end_code == patrol::kEndCompleted ||
                       end_code == patrol::kEndCancel;

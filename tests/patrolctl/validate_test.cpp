@@ -24,10 +24,11 @@ TEST_F(PatrolctlTest, NamesTheByteAndTheRuleOfEachFault) {
     } rows[] = {
         {"", "byte 0: fault: end: expected a status record"},
         {"noise" + Good(), "byte 0: fault: prefix: expected \"ONLPTL,\", found \"noiseONLPTL"},
-        {Good().substr(0, 100), "byte 7: fault: size: "},
+        {Good().substr(0, 100), " bytes behind the prefix, found 82; the record is lost"},
         {With(log, 6, ";") + Good(), "byte 6: fault: prefix: expected a comma, found \";\""},
         {With(log, 7, "0x0000zzzz") + Good(), "byte 7: fault: size: expected a number"},
-        {With(log, 7, "0x7fffffff") + Good(), "byte 7: fault: size: "},
+        {With(log, 7, "0x7fffffff") + Good(),
+         "byte 7: fault: size: expected at most 1073741824 bytes"},
         {"ONLPTL,0x00000003,abc" + Good(), "byte 7: fault: size: expected at least 45 bytes"},
         {Framed(Head("0x09") + "x\n") + Good(), "byte 18: fault: type: expected one of 0x01"},
         {With(log, 22, ";") + Good(), "byte 22: fault: header: expected a comma, found \";\""},
@@ -40,7 +41,7 @@ TEST_F(PatrolctlTest, NamesTheByteAndTheRuleOfEachFault) {
         {With(log, 62, "x") + Good(), "byte 62: fault: header: expected a line feed"},
         {Framed(Head("0x01") + "0x01,00000,T,x") + Good(), "fault: body: expected a line feed at"},
         {Framed(Head("0x01") + "0x01,00000,T," + std::string(1, '\0') + "\n") + Good(),
-         "byte 76: fault: body: text ends at a NUL"},
+         "byte 76: fault: body: expected no NUL"},
         {LogRecord(3, "00000", "x") + Good(), "byte 63: fault: log level: expected 0x01 or 0x02"},
         {Framed(Head("0x03") + "soon,0,0,0,Pass=1\n") + Good(),
          "byte 63: fault: progress seconds: expected a number"},
@@ -56,7 +57,7 @@ TEST_F(PatrolctlTest, NamesTheByteAndTheRuleOfEachFault) {
         {StatusRecord(4, 6, "[[[[\n====="), "fault: result block: expected a line \"PROGRAM : \""},
         {StatusRecord(1, 2, "[[[[\n" + rule + "\n====="),
          "byte 89: fault: result block: expected lines"},
-        {Good() + log, "fault: order: nothing is read behind the status record"},
+        {Good() + log, "fault: order: expected nothing behind the status record"},
     };
     for (const auto& row : rows) {
         agent_.Write("records", row.records);
