@@ -33,7 +33,8 @@ size_t Distance(const std::string& a, const std::string& b) {
 // The word of `known` that is near enough to be what was meant; empty where none is.
 std::string Nearest(const std::string& word, const std::vector<std::string>& known) {
     std::string nearest;
-    size_t least = std::max<size_t>(word.size() / 2, 1) + 1;
+    const size_t letters = word.size() - std::min(word.find_first_not_of('-'), word.size());
+    size_t least = std::max<size_t>(letters / 2, 1) + 1;
     for (const std::string& candidate : known) {
         const size_t distance = candidate.find(word) == 0 ? 1 : Distance(word, candidate);
         if (distance >= least) continue;
@@ -56,6 +57,7 @@ std::vector<std::string> KnownWords(const CLI::App* app, bool options) {
     }
     for (; app != nullptr; app = app->get_parent()) {
         for (const CLI::Option* option : app->get_options()) {
+            if (option->get_group().empty()) continue;  // hidden
             for (const std::string& name : option->get_lnames()) words.push_back("--" + name);
         }
     }

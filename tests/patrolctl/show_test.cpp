@@ -294,7 +294,7 @@ TEST_F(PatrolctlTest, SuggestsTheWordThatWasMeant) {
     } rows[] = {
         {{"statsu"}, "there is no command \"statsu\". Did you mean \"status\"?"},
         {{"status", "--jsno"}, "no option \"--jsno\" of \"status\". Did you mean \"--json\"?"},
-        {{"metrics", "--json"}, "no option \"--json\" of \"metrics\"."},
+        {{"metrics", "--json"}, "no option \"--json\" of \"metrics\".\n"},
         {{"--json", "metrics"}, "no option \"--json\" of \"metrics\"."},
         {{"history", "--since", "2026-02-30"}, "neither a time"},
         {{"status", "all"}, "no argument \"all\" of \"status\"."},
