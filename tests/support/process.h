@@ -21,7 +21,7 @@ using Env = std::map<std::string, std::optional<std::string>>;
 struct Launch {
     Env env = {};                         // on top of the clean environment of the agent directory
     std::function<void()> in_child = {};  // runs in the child just before exec
-    std::chrono::seconds deadline{60};    // the test fails and the child is killed after this long
+    std::chrono::seconds deadline{300};   // the test fails and the child is killed after this long
 };
 
 // What a child left behind.
