@@ -156,6 +156,28 @@ TEST_F(PassTest, AFullTraceFileKillsNoProgramBeforeItsStart) {
     ExpectHistory({"OK      cputest CPU [1s]"});
 }
 
+TEST_F(PassTest, AHistoryLineThatFindsNoRoomIsToldOfAndSpoilsNoOther) {
+    const std::string before = std::string(8179, 'x') + "\n";
+    agent_.Write(kHistory, before);
+    Stub("cputest", StatusRecord(1));
+    EventPipe pipe(agent_);
+    for (const bool full : {true, false}) {
+        Plan("ON", "OFF", {});
+        Launch launch;
+        launch.in_child = [full] {
+            const rlimit size = {8192, 8192};
+            if (full) setrlimit(RLIMIT_FSIZE, &size);
+        };
+        Pass(launch);
+        EXPECT_EQ(Join(pipe.Lines()),
+                  full ? "E3899:<<file name = " + agent_.Path(kHistory) + ">>\n" : "");
+    }
+    const Strings lines = agent_.Lines(kHistory);
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_EQ(lines[1].size(), 12U);
+    EXPECT_EQ(Last(agent_.History()), "OK      cputest CPU [1s]");
+}
+
 TEST_F(PassTest, ChildrenGetTheSignalsOfTheControllerAndOnePipe) {
     // Mask and ignored signals of a stub, as the shell that runs it sees its own, and its outputs.
     const auto inspect = [](const std::string& name) {

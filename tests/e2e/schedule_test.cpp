@@ -338,8 +338,15 @@ TEST_F(ScheduleTest, AFailedBuildIsToldAndCostsNoAddress) {
             EXPECT_EQ(Join(pipe.Lines()), mode[0] == 'c' ? told : "");
         }
     }
-    EXPECT_NE(agent_.Read(kTrace).find("[HddTblAlloc] hdd_type Alloc Error.(size= "),
-              std::string::npos);
+    agent_.Write("data/pat_nontarget.ini", "[NON_TARGETLIST]\nnumber=-1\n");
+    EXPECT_EQ(RunMode("start"), 0);
+    agent_.Remove(kSchedule);
+    EXPECT_EQ(RunMode("confchg"), 0);
+    for (const char* refused :
+         {"[HddTblAlloc] hdd_type", "[HddTestExec] hdd_exec_go", "[HddTblAlloc2] hdd_non"}) {
+        const std::string line = std::string(refused) + " Alloc Error.(size= -";
+        EXPECT_NE(agent_.Read(kTrace).find(line), std::string::npos) << line;
+    }
 }
 
 // The file that is to move is one that the ageing itself has just deleted, so the large history

@@ -285,7 +285,7 @@ TEST_P(FaultTest, AKilledRunLeavesAWholeScheduleToANextRunThatWorks) {
         EXPECT_TRUE(mode_.tests || mode_.rebuilds || text == scene.old_ || text == new_) << text;
         if (strike.call.rfind("rename", 0) == 0 && !mode_.on_request()) {
             // What it left behind does no harm when the next run is killed, too.
-            scene.Run("reload", Strike{"write data/pat_new_sche.txt.old.new", 1, kKill});
+            scene.Run("reload", Strike{"write data/pat_new_sche.txt.old.new.self", 1, kKill});
             EXPECT_EQ(scene.result_.status, -SIGKILL);
             EXPECT_EQ(Split(scene.agent_.Read(kSchedule)).size(), Split(new_).size());
         }
@@ -397,14 +397,14 @@ TEST(FailedCallTest, TellsWhatFailed) {
     // The mode, the call, its turn and its errno, the exit status, and what must be told.
     const char table[] =
         R"(reload|open log/patstat0.txt|1|EMFILE|0|[ptl_change_hist2] System Call Error. function= fopen, errno: 24
-reload|open data/pat_sche2.txt.new|1|EMFILE|1|[PadiagCreateSchedule] Can't open 
-reload|rename data/pat_new_sche.txt.new|1|ENOSPC|0|[PatrolUpdateSchedule] Can't update |E3899:
-start|fsync data/pat_new_sche.txt.new|1|EIO|0|[FlushDeferredWrites] Can't update |E3899:
+reload|open data/pat_sche2.txt.new.self|1|EMFILE|1|[PadiagCreateSchedule] Can't open 
+reload|rename data/pat_new_sche.txt.new.self|1|ENOSPC|0|[PatrolUpdateSchedule] Can't update |E3899:
+start|fsync data/pat_new_sche.txt.new.self|1|EIO|0|[FlushDeferredWrites] Can't update |E3899:
 start|write log/patstat0.txt|1|ENOSPC|0|[ptl_history] System Call Error. function= write, errno: 28|E3899:
 reload|memory|3|lack|1|E3895:System call error <<malloc>>, errno:<<12>>
 confchg|read data/devconf_new.xml|1|EIO|1|E3823:
-confchg|write data/pat_new_sche.txt.new|1|ENOSPC|1|E3823:
-confchg|rename data/pat_new_sche.txt.new|1|ENOSPC|1|E3823:
+confchg|write data/pat_new_sche.txt.new.self|1|ENOSPC|1|E3823:
+confchg|rename data/pat_new_sche.txt.new.self|1|ENOSPC|1|E3823:
 start|pipe|1|EMFILE|1|Failed to popen Error End.
 start|fork|1|EAGAIN|1|Failed to popen Error End.
 start|fork|3|EAGAIN|0|[test_exec] System Call Error (pipe), errno:11|E3899:<<file name =
@@ -412,7 +412,7 @@ start|pipe|3|EMFILE|0|[test_exec] System Call Error (pipe), errno:24|E3899:<<fil
 pastart|open log/padiag_cputest_stdout|1|EMFILE|0|[test_exec2] System Call Error (open)|E3899:<<file name =
 pastart|write log/pastat.txt|1|ENOSPC|0|[PadiagHistory] System Call Error. function= write|E3899:<<file name =
 reload|read data/pat_env0.ini|1|EIO|0|[ReadEnvIni] Can't read |E3899:<<file name =
-KVXstart|rename data/pat_new_sche.txt.new|1|ENOSPC|0|[CreateSchedule] System Call Error (rename)|E3899:<<file name =
+KVXstart|rename data/pat_new_sche.txt.new.self|1|ENOSPC|0|[CreateSchedule] System Call Error (rename)|E3899:<<file name =
 start|read pipe|2|EIO|0|[wait_for_testdata] read() failed. data_size= 0.
 start|fork|7|EAGAIN|0|RETRY rfork()|patrol_parts_proc end
 start|open temp/parts_pt_cpu|1|EINTR|0|RETRY recreat()

@@ -84,7 +84,7 @@ std::string NameOf(const Rule& rule, pid_t pid, const uint64_t* arguments,
     if (file.rfind("pipe:", 0) == 0) file = "pipe";
     // The number of the process is another one in each run.
     const size_t own = file.rfind(".new." + std::to_string(pid));
-    if (own != std::string::npos) file.erase(own + 4);
+    if (own != std::string::npos) file.replace(own + 5, std::string::npos, "self");
     return file.empty() ? rule.name : rule.name + " " + file;
 }
 

@@ -20,9 +20,9 @@ struct Strike {
 };
 
 // The calls of a process that may fail, in order, each named by what it does and the file that it
-// does it to, as in "write data/x.new", "read pipe" or "fork". Names of files below the root are
-// given without it, and so is the process id at the end of a side file's. Empty where the system
-// lets nobody follow a process.
+// does it to, as in "write data/x.new.self", "read pipe" or "fork". Names of files below the root
+// are given without it, and those of side files with "self" for the number of the process. Empty
+// where the system lets nobody follow a process.
 using Calls = std::vector<std::string>;
 
 // In the child that is to be followed, just before it executes its program.

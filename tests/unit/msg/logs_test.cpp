@@ -1,5 +1,7 @@
 // The buffered log streams and the trace ring.
 
+#include <sys/resource.h>
+
 #include "../support.h"
 
 namespace patrol_test {
@@ -28,6 +30,30 @@ TEST_F(LogTest, ALineThatMightNotFitFlushesFirstAndAnOverlongOneIsCut) {
     EXPECT_EQ(Add(4095 - 73 + 1), 0);
     EXPECT_EQ(agent_.Read(file).substr(1071 + 71 + 4022), "sta");
     for (const char* stream : {"", "pat_lo", "pat_logs"}) EXPECT_EQ(Add(1, stream), -1) << stream;
+}
+
+TEST_F(LogTest, AFullFileIsToldOfOnceAndTheNewestLinesAreKept) {
+    EventPipe pipe(agent_);
+    const char* file = "log/pat_log0.log";
+    agent_.Write(file, std::string(100, 'x'));
+    Fork([] {
+        rlimit size = {};
+        getrlimit(RLIMIT_FSIZE, &size);
+        rlimit full = size;
+        full.rlim_cur = 100;
+        setrlimit(RLIMIT_FSIZE, &full);
+        for (size_t i = 1; i <= 300; ++i) Add(i);
+        setrlimit(RLIMIT_FSIZE, &size);
+        FlushLogBuffers();
+        return 0;
+    }).Wait();
+    EXPECT_EQ(Join(pipe.Lines()),
+              "E3895:System call error <<write>>, errno:<<27>>\nE3899:<<file name = " +
+                  agent_.Path(file) + ">>\n");
+    const Strings lines = Split(agent_.Read(file).substr(100));
+    ASSERT_GT(lines.size(), 2U);
+    for (size_t i = 0; i < lines.size(); ++i)
+        EXPECT_EQ(lines[i].size(), 70 + 300 - (lines.size() - 1 - i));
 }
 
 TEST_F(LogTest, CopiesThePartBetweenTwoMarks) {
