@@ -12,6 +12,7 @@
 #include <deque>
 
 #include "adapter/settings.h"
+#include "counters/counters.h"
 #include "lib/command.h"
 #include "lib/file.h"
 #include "lib/options.h"
@@ -239,6 +240,11 @@ void SetPath() {
     setenv("PATH", path.c_str(), 1);
 }
 
+Watched WatchedBy(const std::string& program) {
+    if (program == "cputest") return Watched::kProcessors;
+    return program == "memtest" ? Watched::kMemory : Watched::kDisk;
+}
+
 }  // namespace
 
 bool AsksForExternal(int argc, const char* const* argv) {
@@ -266,6 +272,7 @@ int RunExternal(const std::string& program, int argc, const char* const* argv) {
     run.SetNextAddress(ParseNumber(options.words["lba"]).value_or(0));
     if (!complaint.empty()) return run.Finish({EndCode::kSkip, complaint});
     SetPath();
+    Watch(WatchedBy(program), options.common.device, &run);
     return run.Finish(ExternalTest(options, std::move(settings), run).Test());
 }
 

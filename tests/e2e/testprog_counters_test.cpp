@@ -106,9 +106,12 @@ TEST_F(TestProgramCountersTest, NewErrorsAreNgWhereNothingCorrectedThem) {
                   {uncorrected, nowhere, checks},
                   module_error,
                   {"memory controller mc1: new uncorrected memory errors: 1", check, threshold}},
+                 {"memtest", "-tp ext:it", {uncorrected}, module_error, {}},
                  {"cputest", cpu, {checks, heat}, check, {threshold, hot}},
                  {"cputest", cpu, {checks, uncorrected}, "", {check, threshold, module_error}},
                  {"hddtest", "-dev /dev/sda", {checks, uncorrected}, "", {}}};
+    agent_.Write("data/ext_it.ini", "[TEST]\ncommand=sleep 600\n");
+    fs::permissions(agent_.Path("data/ext_it.ini"), fs::perms(0644));
     for (const auto& c : cases) {
         SCOPED_TRACE(c.program + " " + c.error);
         const Said said = Run(c.program, c.words, c.counts);
