@@ -46,10 +46,6 @@ def run(words, **environment):
     return done.stdout, after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
 
 
-def median(measure):
-    return statistics.median(measure() for _ in range(ROUNDS))
-
-
 def installed(name, package=None):
     if shutil.which(name):
         return True
@@ -57,9 +53,18 @@ def installed(name, package=None):
     return False
 
 
-def show(what, value, unit, base=None, aim=""):
-    ratio = f"{value / base:.2f}" if base else ""
-    print(f"    {what:44} {value:10.2f} {unit:12} {ratio:>6}  {aim}")
+def show(what, value, unit, ratio=None, aim=""):
+    shown = f"{ratio:.2f}" if ratio else ""
+    print(f"    {what:44} {value:10.2f} {unit:12} {shown:>6}  {aim}", flush=True)
+
+
+def show_beside_first(measures, rounds, unit):
+    """Takes the measures in turn, so often, and shows the median of each and of its ratio to the
+    first one's, round by round: what else the machine does moves that less."""
+    rates = [[measure() for _, measure, _ in measures] for _ in range(rounds)]
+    for i, (what, _, aim) in enumerate(measures):
+        ratio = statistics.median(rate[i] / rate[0] for rate in rates)
+        show(what, statistics.median(rate[i] for rate in rates), unit, ratio if i else None, aim)
 
 
 # Memory. What counts is a byte that was written and read back.
@@ -88,19 +93,20 @@ def stressapptest_rate():
 
 def memory():
     print(f"\nMemory, {MEBIBYTES} MiB: GB written and read back in a processor second,"
-          " and as a part of plain write and verify")
-    plain = median(lambda: float(run([MODEL, "plain", str(BYTES)])[0])) / 1e9
-    show("plain write and verify, words of 64 bits", plain, "GB/s")
+          " and as a part of plain write and verify", flush=True)
+    measures = [("plain write and verify, words of 64 bits",
+                 lambda: float(run([MODEL, "plain", str(BYTES)])[0]) / 1e9, "")]
     for test, pairs, aim in (("BMOVE", 5, "at least 0.8"), ("WHOLE", 3, "at least 0.8"),
                              ("IMOVE", 8, "")):
-        show(f"memtest {test}", median(lambda t=test, p=pairs: memtest_rate(t, p)) / 1e9, "GB/s",
-             plain, aim)
+        measures.append((f"memtest {test}",
+                         lambda t=test, p=pairs: memtest_rate(t, p) / 1e9, aim))
     if installed("memtester"):
         for name, mask, pairs in (("solid bits", 0x100, 64), ("checkerboard", 0x400, 64)):
-            show(f"memtester, {name}", median(lambda m=mask, p=pairs: memtester_rate(m, p)) / 1e9,
-                 "GB/s", plain)
+            measures.append((f"memtester, {name}",
+                             lambda m=mask, p=pairs: memtester_rate(m, p) / 1e9, ""))
     if installed("stressapptest"):
-        show("stressapptest", median(stressapptest_rate) / 1e9, "GB/s", plain)
+        measures.append(("stressapptest", lambda: stressapptest_rate() / 1e9, ""))
+    show_beside_first(measures, ROUNDS, "GB/s")
 
 
 # Disks, shown by images on the disk that the build folder lies on.
@@ -116,11 +122,10 @@ def hddtest(path, *words):
     return [program("hddtest"), "-dev", "/dev/bench", *words], environment
 
 
-def read_rates(words, environment):
-    """Bytes read in a second and in a processor second."""
+def read_rate(words, environment):
     start = time.monotonic()
-    _, seconds = run(words, **environment)
-    return IMAGE / (time.monotonic() - start), IMAGE / seconds
+    run(words, **environment)
+    return IMAGE / (time.monotonic() - start) / 1e6
 
 
 def random_reads(path):
@@ -158,13 +163,10 @@ def disks():
     print(f"\nDisks, an image of {IMAGE >> 20} MiB: MB read a second, and as a part of dd's")
     path = image("disk")
     plain = ["dd", f"if={path}", "of=/dev/null", "bs=1M", "iflag=direct"]
-    rates = [(read_rates(plain, {}), read_rates(*hddtest(path, "-lv", "3")))
-             for _ in range(3 * ROUNDS)]
-    for column, unit, aim in ((0, "MB/s", "at least 0.9"), (1, "MB/cpu s", "")):
-        base = statistics.median(dd[column] for dd, _ in rates) / 1e6
-        ratio = statistics.median(own[column] / dd[column] for dd, own in rates)
-        show("dd bs=1M iflag=direct", base, unit)
-        show("hddtest sector", base * ratio, unit, base, aim)
+    words, environment = hddtest(path, "-lv", "3")
+    show_beside_first([("dd bs=1M iflag=direct", lambda: read_rate(plain, {}), ""),
+                       ("hddtest sector", lambda: read_rate(words, environment), "at least 0.9")],
+                      3 * ROUNDS, "MB/s")
     if not installed("fio"):
         return
     print("\nRate of random reads of 4 KiB (fio), beside another command and alone;"
