@@ -89,7 +89,7 @@ TEST_F(PatrolctlTest, SaysWhatTheControllerMakesOfEachRecord) {
 TEST_F(PatrolctlTest, StartsATestProgramAsAPassDoes) {
     const std::string programs = TESTPROG_DIR;
     for (const std::vector<std::string>& words :
-         {std::vector<std::string>{"cputest", "-dev", "CPU"},
+         {std::vector<std::string>{"cputest", "-dev", "CPU", "-tp", "register"},
           {"memtest", "-dev", "mem", "-tp", "BMOVEX", "-size", "1MB"},
           {"hddtest", "-dev", "/dev/none"}}) {
         std::vector<std::string> all = {"validate", "--"};
