@@ -179,6 +179,8 @@ TEST_F(PadiagTest, EachWayOutOfATestIsTold) {
 
 TEST_F(PadiagTest, AnOutputFileThatIsGoneIsLookedForFiveTimes) {
     Plan(3, "OFF", "OFF", {"ON", "ON"});
+    agent_.MakeDir(kProgress);
+    agent_.Write(kProgressCopy, "old");
     agent_.Write("data/a", Verdict(1, 2, "hddtest", "", "0x00000100"));
     agent_.Script("hddtest",
                   "[ $2 = /dev/sdb ] && { rm $KVX_log/padiag_hddtest_stdout1; exit; }\n"
@@ -195,6 +197,7 @@ TEST_F(PadiagTest, AnOutputFileThatIsGoneIsLookedForFiveTimes) {
     }
     EXPECT_EQ(Count("[PadiagWaitHddTest] ("), 5U);
     EXPECT_EQ(History().size(), 1U) << "more than the disk with an output is entered";
+    EXPECT_EQ(agent_.Read(kProgressCopy), "old") << "lost, though no newer one could be had";
 }
 
 TEST_F(PadiagTest, AnInterruptionCancelsTestsThatWereStartedEndedOrNot) {

@@ -118,6 +118,7 @@ TEST_F(ReportTest, HistoryLinesCountWhatTheTestReported) {
 1|hdd|d2|4|9|100|e|ERROR   hddtest d2 [9s] 20[%] -> 99[%](pass=7) e
 2|hdd|d3|3|9|5|none|ABORT   hddtest d3 [5s] pass=7
 0|cpu|CPU|1|0|1|none|OK      cputest CPU [0s] pass=7
+0|hdd|d1|1|0|1|none|OK      hddtest d1 [1s] pass=7
 9|odd|x|3|9|5|none|        unknow x [0s] )")) {
         const std::map<std::string, int> kinds = {
             {"cpu", kKindCpu}, {"mem", kKindMemory}, {"hdd", kKindHdd}, {"odd", 8}};
