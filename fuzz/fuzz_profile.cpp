@@ -55,10 +55,9 @@ FUZZ_TARGET(profile) {
               "what is written is there", now);
     }
     Check(batch.Save(), "a batch can be saved");
-    for (const std::string name : {"", ".old", ".new", ".old.new"}) {
+    for (const std::string name : {"", ".old"}) {
         Check(agent.Read("data/batch.ini" + name) == agent.Read("data/p.ini" + name),
               "a batch does what its writes do one by one", agent.Read("data/batch.ini" + name));
-        Check(name.size() < 4 || name == ".old" || !agent.Exists("data/p.ini" + name),
-              "nothing half-written stays");
     }
+    Check(!agent.LeftUnfinished(), "nothing half-written stays");
 }

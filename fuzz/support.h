@@ -93,8 +93,8 @@ RunningTest* RunTest(int kind);
 // Ends the run when a rule does not hold; libFuzzer keeps the input.
 void Check(bool holds, const char* rule, const std::string& found = "");
 
-// Checks that a Schedule file has the sections of the disks it counts and no others, and that
-// nothing half-written stands beside it. Returns the number of disks.
+// Checks that a Schedule file has the sections of the disks it counts and no others. Returns the
+// number of disks.
 int CheckWholeSchedule(const char* path);
 
 }  // namespace patrol_fuzz

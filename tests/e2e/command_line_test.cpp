@@ -42,7 +42,7 @@ TEST_F(CommandLineTest, ParameterErrorsEndWithThreeAndTellTheTwoKindsApart) {
     const Strings unknown = {"",       "point=3 debug", "startx", "Start",
                              "pastar", "debugx",        "point",  "bogus version"};
     const Strings too_many = {"reload reload", "start bogus version", "confchg debug debugx",
-                              "pastart bogus"};
+                              "KVXstart KVXend", "pastart bogus"};
     EventPipe pipe(agent_);
     for (const auto& [lines, stop] : {std::pair(unknown, "."), std::pair(too_many, "")}) {
         for (const std::string& line : lines) {

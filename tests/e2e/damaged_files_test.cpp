@@ -70,7 +70,7 @@ TEST_P(DamagedFileTest, EndsTheRunInOrderAndLeavesTheInputAlone) {
                 EXPECT_EQ(agent_.Key("HDD_SCHEDULE 2", "address"), "0x0000000000000102");
             }
             EXPECT_EQ(agent_.Read(file + "/inside"), damage == "directory" ? "kept" : "");
-            EXPECT_FALSE(agent_.Exists(file + ".new"));
+            EXPECT_FALSE(agent_.LeftUnfinished());
         }
     }
 }

@@ -147,13 +147,14 @@ TEST_F(PassTest, AFullTraceFileKillsNoProgramBeforeItsStart) {
     Plan("ON", "OFF", {});
     Stub("cputest", StatusRecord(1));
     agent_.Write(kTrace, std::string(9000, 'x'));
+    agent_.Write(kHistory, "what a full disk has left");
     Launch launch;
     launch.in_child = [] {
         const rlimit size = {8192, 8192};
         setrlimit(RLIMIT_FSIZE, &size);
     };
     Pass(launch);
-    ExpectHistory({"OK      cputest CPU [1s]"});
+    ExpectHistory({"what a full disk has left", "OK      cputest CPU [1s]"});
 }
 
 TEST_F(PassTest, AHistoryLineThatFindsNoRoomIsToldOfAndSpoilsNoOther) {

@@ -50,6 +50,7 @@ TEST_F(PassTest, NextAddressGoesBackIntoTheSectionOfTheDisk) {
               "3|oxxxxxxxxx|0x5\n4|0x12345678|0x5")) {
         Plan("OFF", "OFF", {"OFF", "OFF", "ON"});
         agent_.SetKey("HDD_SCHEDULE 2", "address", "0x5");
+        agent_.SetKey("HDD_SCHEDULE 0", "device_name", "/dev/sdc");  // as disk 2 is called
         Stub("hddtest", StatusRecord(1, std::stoi(row[0]), "", row[1]));
         Pass();
         EXPECT_EQ(agent_.Key("HDD_SCHEDULE 2", "address"), row[2]) << row[0] << " " << row[1];

@@ -1,6 +1,8 @@
 // The two Schedule files: building them from the settings and the device configuration, and what
 // reload, confchg and KVXstart make of those that are there.
 
+#include <linux/capability.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 
 #include "records.h"
@@ -326,8 +328,17 @@ TEST_F(ScheduleTest, AFailedBuildIsToldAndCostsNoAddress) {
     EXPECT_EQ(RunMode("reload"), 1);
     EXPECT_EQ(Last(agent_.Trace()), "[sched_main] Error:Padiag Schedule Creation Error Ended.");
     EXPECT_EQ(Join(pipe.Lines()), "");
-    // An absurd count of disks leaves the file alone.
+    // A file that is read-only stays, also for a root that may not override it.
     WriteDisks("S");
+    const std::string read_only = agent_.Read(kSchedule);
+    EXPECT_EQ(chmod(agent_.Path(kSchedule).c_str(), 0444), 0);
+    Launch bound;
+    bound.in_child = [] { prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE); };
+    EXPECT_EQ(agent_.Run({"confchg"}, bound).status, 1);
+    EXPECT_EQ(agent_.Read(kSchedule), read_only);
+    EXPECT_NE(Join(pipe.Lines()).find(told), std::string::npos);
+    EXPECT_EQ(chmod(agent_.Path(kSchedule).c_str(), 0644), 0);
+    // An absurd count of disks leaves the file alone.
     WriteOld("S=0x1");
     for (const char* count : {"2147483647", "-1"}) {
         agent_.SetKey("TEST_SCHEDULE", "hdd_all_num", count);

@@ -39,8 +39,11 @@ TEST_F(SignalTest, EachSignalEndsTheWaitUnderWayAndThePassGoesOn) {
 TEST_F(SignalTest, ASignalDuringTheLastWaitStopsTheProgramAndTheResultStands) {
     Plan("ON", "OFF", {});
     Stub("cputest", StatusRecord(1), kHold, kListen);
-    Process& process = Begin();
-    SignalAt("[wait_for_testdata] diagnosis end. end code=1", SIGHUP);
+    Launch launch;
+    launch.in_child = [] { signal(SIGTERM, SIG_IGN); };
+    Process& process = Begin(launch);
+    SignalAt("[wait_for_testdata] diagnosis end. end code=1", SIGTERM);  // stays ignored
+    process.Signal(SIGHUP);
     EXPECT_EQ(process.Wait().status, 0);
     ExpectSteps({kCleanUpHup, "[wait_for_testdata] diagnosis destroy.", "[wait_for_testdata] End.",
                  "[WaitCpuTest] End."});

@@ -130,16 +130,14 @@ class Scene {
         while (waitpid(-process->pid(), nullptr, 0) > 0) continue;
     }
 
-    // All bytes of the files of a directory, or their names.
-    std::string Content(const std::string& directory, bool names = false) const {
+    // All bytes of the files of a directory.
+    std::string Content(const std::string& directory) const {
         std::string content;
         for (const auto& entry : std::filesystem::directory_iterator(agent_.Path(directory))) {
-            content += names ? entry.path().string() + "\n" : ReadFile(entry.path());
+            content += ReadFile(entry.path());
         }
         return content;
     }
-    // Whether an unfinished write has left something in the data directory.
-    bool LeftTemporary() const { return Content("data", true).find(".new") != std::string::npos; }
 
     // What the run was to do, in a form that is the same for each run.
     std::string Work() const {
@@ -293,7 +291,7 @@ TEST_P(FaultTest, AKilledRunLeavesAWholeScheduleToANextRunThatWorks) {
         EXPECT_EQ(scene.result_.status, 0);
         EXPECT_TRUE(Mix(scene.agent_.Read(kSchedule), wholes_.patrol))
             << scene.agent_.Read(kSchedule);
-        EXPECT_FALSE(scene.LeftTemporary());
+        EXPECT_FALSE(scene.agent_.LeftUnfinished());
         if (HasFailure()) break;
     }
 }
@@ -343,7 +341,7 @@ TEST_P(FaultTest, AFailedCallEndsTheRunInOrderAndKeepsTheFiles) {
                                       name.find(kPadiagSettings) != std::string::npos;
                 ExpectWhole(scene, lack || settings ? with_defaults : wholes_);
                 // A run that memory forces to its end leaves what a killed one leaves.
-                EXPECT_TRUE(!scene.LeftTemporary() || how == kNoMemory ||
+                EXPECT_TRUE(!scene.agent_.LeftUnfinished() || how == kNoMemory ||
                             name.rfind("unlink", 0) == 0);
                 // Without a descriptor nobody can be told anything.
                 if (status != 0 || how == kNoDescriptors || scene.Work() == work_) continue;
@@ -403,6 +401,7 @@ start|fsync data/pat_new_sche.txt.new.self|1|EIO|0|[FlushDeferredWrites] Can't u
 start|write log/patstat0.txt|1|ENOSPC|0|[ptl_history] System Call Error. function= write, errno: 28|E3899:
 reload|memory|3|lack|1|E3895:System call error <<malloc>>, errno:<<12>>
 confchg|read data/devconf_new.xml|1|EIO|1|E3823:
+confchg|stat data/pat_new_sche.txt|9|EIO|1|[HddSaveData] End.|E3823:
 confchg|write data/pat_new_sche.txt.new.self|1|ENOSPC|1|E3823:
 confchg|rename data/pat_new_sche.txt.new.self|1|ENOSPC|1|E3823:
 start|pipe|1|EMFILE|1|Failed to popen Error End.

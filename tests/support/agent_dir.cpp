@@ -168,6 +168,13 @@ void AgentDir::Write(const std::string& relative, const std::string& text) const
     EXPECT_TRUE(stream.good()) << "cannot write " << relative;
 }
 
+bool AgentDir::LeftUnfinished() const {
+    const std::filesystem::directory_iterator files(Path("data"));
+    return std::any_of(begin(files), end(files), [](const auto& file) {
+        return file.path().filename().string().find(".new") != std::string::npos;
+    });
+}
+
 std::string AgentDir::Read(const std::string& relative) const { return ReadFile(Path(relative)); }
 
 Strings AgentDir::Lines(const std::string& relative) const { return Split(Read(relative)); }

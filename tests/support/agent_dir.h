@@ -66,6 +66,8 @@ class AgentDir {
 
     std::string Path(const std::string& relative = "") const;
     bool Exists(const std::string& relative) const;
+    // Whether an unfinished write has left something in the data directory.
+    bool LeftUnfinished() const;
     void Write(const std::string& relative, const std::string& text) const;
     std::string Read(const std::string& relative) const;  // empty when there is no such file
     Strings Lines(const std::string& relative) const;
