@@ -64,8 +64,8 @@ std::string Hexadecimal(std::string_view piece) {
 }  // namespace
 
 std::string ForTerminal(std::string_view text) {
-    return Map(
-        text, [](std::string_view piece) { return std::string(piece); }, Hexadecimal);
+    const auto as_it_is = [](std::string_view piece) { return std::string(piece); };
+    return Map(text, as_it_is, Hexadecimal);
 }
 
 std::string ForHtml(std::string_view text) {

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <new>
+#include <utility>
 
 #include "base/number.h"
 
@@ -25,8 +26,7 @@ Entry* AllocateTable(int count) {
 // Deletes a table, if there is one, and sets its count to 0.
 template <class Entry>
 void FreeTable(Entry** table, int* count) {
-    delete[] * table;
-    *table = nullptr;
+    delete[] std::exchange(*table, nullptr);
     *count = 0;
 }
 

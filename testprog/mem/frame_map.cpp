@@ -18,7 +18,7 @@ namespace {
 
 constexpr int64_t kMonth = int64_t{30} * 24 * 3600;
 constexpr off_t kHeader = 4096;
-constexpr uint64_t kPieceFrames = 8 * 4096;
+constexpr uint64_t kPieceFrames = uint64_t{8} * 4096;
 constexpr uint64_t kMaxPieces = uint64_t{1} << 24;  // for frames up to the 2 PiB
 
 int OpenMap(const std::string& directory) {

@@ -269,8 +269,8 @@ class MemoryTest {
     Outcome RunStep(Area* area, const Step& step) {
         const bool broken = step.spoil && options_.common.trap;
         if (broken) area->Break(area->size() / 3);
-        RealMemory memory(
-            *area, [this] { return run_.Stop(); }, step.spoil && !broken);
+        const auto stop = [this] { return run_.Stop(); };
+        RealMemory memory(*area, stop, step.spoil && !broken);
         Finding finding;
         const auto trap = testprog::Trapped([&] { finding = step.run(memory); });
         if (trap) {

@@ -284,7 +284,8 @@ TEST_F(TestProgramTest, AReadThatTakesLongerThanASecondIsNoted) {
     Image("sdh", uint64_t{1} << 40);
     const auto process = StartProgram("hddtest", "-dev /dev/sdh -lv 3");
     const std::string state = "/proc/" + std::to_string(process->pid()) + "/stat";
-    EXPECT_TRUE(Eventually([&] {  // the program spends nearly all of its time in reads
+    // The program spends nearly all of its time in reads.
+    EXPECT_TRUE(Eventually([&] {
         process->Signal(SIGSTOP);  // which waits until the program gets a processor
         Eventually([&] { return ReadFile(state).find(") T ") != std::string::npos; });
         std::this_thread::sleep_for(std::chrono::milliseconds(1100));

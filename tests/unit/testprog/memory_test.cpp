@@ -146,7 +146,7 @@ TEST_F(MemoryFilesTest, TestedFramesAreKnownInLaterRunsUntilAMonthIsOver) {
     fs::resize_file(file, uint64_t{1} << 35);
     EXPECT_EQ(tested(400000, kNow), 8U) << "a damaged file costs neither time nor memory";
     EXPECT_EQ(tested(400000, kNow + 31 * int64_t{86400}), 0U);
-    { EXPECT_TRUE(FrameMap(root_, 400000, kNow, go_on).Mark({5})); }
+    EXPECT_TRUE(FrameMap(root_, 400000, kNow, go_on).Mark({5}));
     EXPECT_EQ(tested(400001, kNow), 0U) << "another machine";
     for (const char* damage : {"", "memtest frames since=x", "\x01\x02\x03"}) {
         std::ofstream(file) << damage;
@@ -154,7 +154,7 @@ TEST_F(MemoryFilesTest, TestedFramesAreKnownInLaterRunsUntilAMonthIsOver) {
     }
     fs::remove(file);
     fs::create_symlink(root_ + "/elsewhere", file);
-    { EXPECT_TRUE(FrameMap(root_, 400000, kNow, go_on).Mark({5})); }
+    EXPECT_TRUE(FrameMap(root_, 400000, kNow, go_on).Mark({5}));
     EXPECT_FALSE(fs::exists(root_ + "/elsewhere")) << "a link is not followed";
 }
 
