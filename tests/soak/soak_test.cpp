@@ -125,15 +125,20 @@ class SoakTest : public PassTest, public ::testing::WithParamInterface<Lane> {
         return plans;
     }
 
+    // The leak check of a sanitizer hangs where a SIGCONT comes in; other tests have it.
+    Launch WithoutLeakCheck() const {
+        Launch launch;
+        launch.env["ASAN_OPTIONS"] = *agent_.Environment().at("ASAN_OPTIONS") + ":detect_leaks=0";
+        return launch;
+    }
+
     // Runs one command among such programs (without plans it starts none) to its end, and checks
     // what must hold after each. Returns its exit status, or minus the signal that ended it.
     int Drive(const std::string& mode, const Plans& plans, bool disturbed, bool beside = false) {
         bool hold = false, hang = false;
         bool stay = mode != "start" || Due().size() != 1;
         std::string trace = mode;
-        Launch launch;
-        // The leak check of a sanitizer hangs where a SIGCONT comes in; other tests have it.
-        launch.env["ASAN_OPTIONS"] = *agent_.Environment().at("ASAN_OPTIONS") + ":detect_leaks=0";
+        Launch launch = WithoutLeakCheck();
         for (const auto& [name, plan] : plans) {
             launch.env["PLAN_" + name] = plan;
             trace += " " + name + ":" + plan;
@@ -274,7 +279,7 @@ class SoakTest : public PassTest, public ::testing::WithParamInterface<Lane> {
         const std::string address = Hex(0x40U * static_cast<unsigned>(++runs_), 8);
         agent_.Write("data/devconf_new.xml", DeviceXml(NumberedDisks(disks)));
         agent_.Write("data/send.a", StatusRecord(1, 1, "", address));
-        Launch launch;
+        Launch launch = WithoutLeakCheck();
         Plans plans = Programs(true, kAll);
         for (auto& [name, plan] : plans) {
             if (name[0] == '/') plan = PickOf({"a", "sa"});
