@@ -58,11 +58,10 @@ RecordReader::Body RecordReader::ReadBody(int length) {
 
 // Makes room for `size` bytes and the slack. Not by new, whose failure ends the program.
 bool RecordReader::Grow(size_t size) {
-    char* grown = static_cast<char*>(std::realloc(body_.get(), size + kRecordSlack));
-    if (grown == nullptr) return false;
-    static_cast<void>(body_.release());
-    body_.reset(grown);
-    return true;
+    char* const old = body_.release();
+    char* const grown = static_cast<char*>(std::realloc(old, size + kRecordSlack));
+    body_.reset(grown != nullptr ? grown : old);
+    return grown != nullptr;
 }
 
 int check_pipedata(long* offset) {
