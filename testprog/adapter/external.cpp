@@ -134,7 +134,7 @@ class ExternalTest {
         skip_line_.clear();
         good_ = false;
         const bool stopped = Accompany(command, seconds);
-        Outcome outcome = Judge(*command.end(), stopped);
+        Outcome outcome = Judge(command.end().value_or(CommandEnd{}), stopped);
         // One that came to its end when the time was just over is a whole round all the same.
         const bool whole = outcome.code == EndCode::kOk && !stopped;
         const bool last = run_.Pause() || settings_.Text("repeat") == "no";

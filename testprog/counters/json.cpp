@@ -42,7 +42,8 @@ class Reader {
 
     bool ReadText(std::string* value) {
         for (++at_; at_ < text_.size() && text_[at_] != '"'; ++at_) {
-            if (text_[at_] == '\\' && ++at_ == text_.size()) return false;
+            if (text_[at_] == '\\') ++at_;
+            if (at_ == text_.size()) return false;
             *value += text_[at_];
         }
         return Pass('"');

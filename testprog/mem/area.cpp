@@ -205,8 +205,9 @@ void Area::Break(size_t offset) {
     const size_t page = offset / PageSize() * PageSize();
     // A file that ends before the page has nothing to give.
     const Descriptor empty(memfd_create("broken", MFD_CLOEXEC));
-    static_cast<void>(mmap(static_cast<char*>(memory_) + page, PageSize(), PROT_READ | PROT_WRITE,
-                           MAP_PRIVATE | MAP_FIXED, empty.fd, 0));
+    [[maybe_unused]] const void* const placed =
+        mmap(static_cast<char*>(memory_) + page, PageSize(), PROT_READ | PROT_WRITE,
+             MAP_PRIVATE | MAP_FIXED, empty.fd, 0);
 }
 
 void RealMemory::MoveBlock(size_t to, size_t from, size_t count) {

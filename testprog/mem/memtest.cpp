@@ -275,8 +275,10 @@ class MemoryTest {
         const auto trap = testprog::Trapped([&] { finding = step.run(memory); });
         if (trap) {
             const auto offset = area->OffsetOf(trap->address);
-            if (trap->signal != SIGBUS || !offset) raise(trap->signal);
-            return Wrong(*area, step, *offset, "uncorrectable error");
+            if (trap->signal == SIGBUS && offset) {
+                return Wrong(*area, step, *offset, "uncorrectable error");
+            }
+            raise(trap->signal);
         }
         if (!finding) return {};
         return Wrong(*area, step, finding->offset,
