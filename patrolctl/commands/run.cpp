@@ -148,7 +148,7 @@ void Update(const Places& places, std::vector<Wanted>* wanted) {
         test.ended = test.seen && found == running.end();
         if (found == running.end()) continue;
         test.seen = true;
-        if (found->progress) test.progress = *found->progress;
+        test.progress = found->progress.value_or(test.progress);
     }
 }
 
