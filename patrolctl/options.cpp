@@ -183,7 +183,10 @@ class CommandLine {
         CLI::App* faults = Add("faults", "Open faults, the newest first", RunFaults, true);
         CLI::App* clear = faults->add_subcommand("clear", "Move a fault aside")->group("Commands");
         clear->fallthrough();
-        clear->add_option("ID", options_->fault_id, "The fault's ID")->option_text(" ")->required();
+        clear->add_option("ID", options_->fault_id, "The fault's ID")
+            ->option_text(" ")
+            ->required()
+            ->check([](const std::string& id) { return id.empty() ? "it is empty" : ""; });
         CLI::App* check =
             Add("check", "One line and a status for a monitoring system", RunCheck, true);
         check->add_option("--max-age", max_age_, "How old a result may be (2d)")
@@ -251,12 +254,17 @@ int ReportParseError(const CLI::App& app, const CLI::ParseError& error) {
 }  // namespace
 
 Command ParseCommandLine(int count, char** words, Options* options, int* status) {
+    const int all = count;
     options->words = TakeCommand(&count, words);
     CommandLine line(options);
     try {
         line.app().parse(count, words);
     } catch (const CLI::ParseError& error) {
         *status = ReportParseError(line.app(), error);
+        return nullptr;
+    }
+    if (count != all && (options->words.empty() || !options->file.empty())) {
+        *status = Complain("\"validate\" takes a file, or \"--\" and a command.", "");
         return nullptr;
     }
     if (line.command() == nullptr) {
