@@ -67,11 +67,24 @@ std::string Span(long long seconds) {
     return "0 seconds";
 }
 
-std::optional<std::time_t> ParseIsoTime(const std::string& text) {
+std::optional<std::time_t> ParseIsoTime(std::string text) {
+    constexpr size_t kSecondsEnd = sizeof "20261121T221507" - 1;
+    // A time alone is one of today.
+    const size_t hour = text[0] == 'T' ? 1 : 0;
+    if (text.find(':') == hour + 2) {
+        text = IsoTime(std::time(nullptr)).substr(0, sizeof "2026-11-21T" - 1) + text.substr(hour);
+    }
+    // Results have no parts of a second.
+    const size_t point = text.find_first_of(".,", kSecondsEnd);
+    if (point != std::string::npos) {
+        text.erase(point, text.find_first_not_of("0123456789", point + 1) - point);
+    }
     // The year has four digits.
-    if (!IsDigits(text.substr(0, 4)) || text.find('-') != 4) return std::nullopt;
-    for (const char* format : {"%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M",
-                               "%Y-%m-%d %H:%M", "%Y-%m-%dT%H", "%Y-%m-%d"}) {
+    const bool basic = IsDigits(text.substr(0, 8));
+    if (!basic && (!IsDigits(text.substr(0, 4)) || text.find('-') != 4)) return std::nullopt;
+    for (const char* format :
+         {"%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M", "%Y-%m-%d %H:%M",
+          "%Y-%m-%dT%H", "%Y-%m-%d", "%Y%m%dT%H%M%S", "%Y%m%dT%H%M", "%Y%m%d"}) {
         std::tm time = {};
         const char* end = strptime(text.c_str(), format, &time);
         if (end == nullptr) continue;

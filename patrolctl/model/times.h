@@ -19,8 +19,9 @@ std::string FileStamp(std::time_t time);
 // How long ago, in words: "12 minutes".
 std::string Span(long long seconds);
 
-// ISO 8601: a date, or a date and a time with or without an offset (without: local).
-std::optional<std::time_t> ParseIsoTime(const std::string& text);
+// ISO 8601: a date, a date and a time with or without an offset (without: local), or a time of
+// today.
+std::optional<std::time_t> ParseIsoTime(std::string text);
 
 // A number and a unit (s, m, h, d, w), such as "2d", in seconds.
 std::optional<long long> ParseSpan(const std::string& text);

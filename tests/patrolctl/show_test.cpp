@@ -67,9 +67,10 @@ TEST_F(LivedTest, ShowsComponentsResultsFaultsAndTurns) {
     ExpectGolden("history.txt", Shown({"history", "--since", "1h"}));
     ExpectGolden("history.json",
                  Shown({"history", "--failed", "--component", "/dev/sdb", "--json"}));
-    EXPECT_EQ(
-        Split(Shown({"history", "--since=2020-02-03T05:05:07+01:00", "--component=hdd"})).size(),
-        5U);
+    for (const std::string time : {"2020-02-03T05:05:07+01:00", "20200203T050507.9+0100"}) {
+        EXPECT_EQ(Split(Shown({"history", "--since=" + time, "--component=hdd"})).size(), 5U);
+    }
+    Shown({"history", "--since", "T00:00"});
     EXPECT_EQ(Shown({"--json", "history", "--since=2020-02-03", "--component=mem"}),
               Shown({"history", "--component=memtest", "--json"}));
     EXPECT_EQ(Shown({"check", "--npd"}, 1).find("fault "), 0U);
