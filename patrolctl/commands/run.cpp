@@ -36,12 +36,13 @@ volatile sig_atomic_t stop_asked = 0;
 
 void AskToStop(int) { stop_asked = 1; }
 
-// A signal ends the wait under way, and is handed on to the controller.
+// A signal ends the wait under way, and is handed on to the controller; a reader of the progress
+// that went away is as good as one.
 void CatchSignals() {
     struct sigaction action = {};
     sigemptyset(&action.sa_mask);
     action.sa_handler = AskToStop;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaction(signal, &action, nullptr);
 }
 
 int Fail(const std::string& sentence) {
@@ -184,6 +185,7 @@ int Watch(const Places& places, pid_t controller, std::vector<Wanted>* wanted) {
     while (waitpid(controller, &status, WNOHANG) == 0) {
         if (stop_asked != 0) {
             stop_asked = 0;
+            signal(SIGPIPE, SIG_IGN);  // every line would bring it again
             cancelled = true;
             kill(controller, SIGINT);
         }

@@ -52,6 +52,12 @@ TEST_F(RunTest, PrintsPlainLinesElsewhere) {
     EXPECT_TRUE(InOrder(Split(result.out), {"cputest CPU: waiting", "cputest CPU: ended",
                                             "TEST     DEVICE  RESULT  TOOK", "All tests passed."}))
         << result.out;
+    // Nothing that is meant for a closed output lands in a file.
+    Launch closed;
+    closed.in_child = [] { close(STDOUT_FILENO); };
+    EXPECT_NE(Ctl({"run", "--kinds=cpu", "--time=0"}, closed).err.find("could not be written"),
+              std::string::npos);
+    EXPECT_EQ(agent_.Read("data/run.lock"), "");
 }
 
 // Where the history is full, the newest result has a file of its own.
@@ -64,16 +70,20 @@ TEST_F(RunTest, FindsTheResultThatAFullHistoryHasNoRoomFor) {
     }
 }
 
+// So does the end of whoever read the progress.
 TEST_F(RunTest, InterruptCancelsTheTests) {
-    const auto run = StartCtl({"run", "--kinds=mem", "--time=600"});
-    ASSERT_TRUE(Eventually(
-        [&] { return agent_.Read("ctl0.out").find("memtest Memory: 0 %") != std::string::npos; }));
-    // The request is out of the way as soon as the schedule is made.
-    EXPECT_EQ(agent_.Read(kRequest), "the administrator's\n");
-    run->Signal(SIGINT);
-    const Result result = run->Wait();
-    EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.out.find("CANCEL"), std::string::npos) << result.out;
+    for (const int signal : {SIGINT, SIGPIPE}) {
+        const auto run = StartCtl({"run", "--kinds=mem", "--time=600"});
+        const std::string out = signal == SIGINT ? "ctl0.out" : "ctl1.out";
+        ASSERT_TRUE(Eventually(
+            [&] { return agent_.Read(out).find("memtest Memory: 0 %") != std::string::npos; }));
+        // The request is out of the way as soon as the schedule is made.
+        EXPECT_EQ(agent_.Read(kRequest), "the administrator's\n");
+        run->Signal(signal);
+        const Result result = run->Wait();
+        EXPECT_EQ(result.status, 1);
+        EXPECT_NE(result.out.find("CANCEL"), std::string::npos) << result.out;
+    }
 }
 
 TEST_F(RunTest, TellsAFaultFromATestThatDidNotTakePlace) {
