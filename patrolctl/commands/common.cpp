@@ -11,6 +11,8 @@ namespace patrolctl {
 void Print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
 
 void PrintProblems(const std::vector<std::string>& problems) {
+    // Where both go to one place, what was found comes first.
+    if (!problems.empty()) std::fflush(stdout);
     for (const std::string& problem : problems) {
         std::fprintf(stderr, "patrolctl: %s\n", ForTerminal(problem).c_str());
     }

@@ -5,6 +5,7 @@
 #include "commands/commands.h"
 #include "commands/common.h"
 #include "doctor/checks.h"
+#include "model/files.h"
 #include "show/escape.h"
 
 namespace patrolctl {
@@ -53,7 +54,7 @@ std::string Plural(long count, const std::string& word) {
 int RunDoctor(const Options& options) {
     Findings findings;
     CheckPlaces(options.places, &findings);
-    if (!options.places.data.empty()) {
+    if (WhyClosed(options.places.data).empty()) {
         CheckCatalogue(options.places, &findings);
         const Enabled enabled = CheckSettings(options.places, &findings);
         CheckDisks(options.places, enabled, &findings);

@@ -17,7 +17,7 @@ std::string Text(const FaultStore& store, bool colour) {
                    std::to_string(fault.count), fault.fru, fault.device,
                    fault.stored ? "in the store" : "as a report", fault.summary});
     }
-    return store.list.empty() ? "No fault is open.\n" : table.Text(colour);
+    return store.list.empty() && store.faults.empty() ? "No fault is open.\n" : table.Text(colour);
 }
 
 int Clear(const Options& options, const FaultStore& store) {
@@ -27,6 +27,7 @@ int Clear(const Options& options, const FaultStore& store) {
                                             "\" is open; \"patrolctl faults\" shows which are"
                                       : ClearFault(options.places, fault);
     if (!complaint.empty()) {
+        PrintProblems(store.faults);
         PrintProblems({complaint});
         return kExitFailed;
     }

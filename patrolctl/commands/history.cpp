@@ -30,7 +30,8 @@ bool IsOf(const Result& result, const std::string& name) {
            name == result.device || "/dev/" + name == result.device;
 }
 
-std::string Text(const std::vector<const Result*>& results, bool colour) {
+// `whole`: nothing was in the way of reading.
+std::string Text(const std::vector<const Result*>& results, bool whole, bool colour) {
     Table table({"TIME", "RESULT", "TEST", "DEVICE", "TOOK", "ON", "PROGRESS", "TEXT"});
     for (const Result* result : results) {
         const auto& request = result->request;
@@ -42,7 +43,7 @@ std::string Text(const std::vector<const Result*>& results, bool colour) {
                    result->program, result->device, std::to_string(result->seconds) + " s",
                    request ? "request" : "patrol", progress, result->text});
     }
-    return results.empty() ? "There are no such results.\n" : table.Text(colour);
+    return results.empty() && whole ? "There are no such results.\n" : table.Text(colour);
 }
 
 }  // namespace
@@ -60,7 +61,7 @@ int RunHistory(const Options& options) {
     if (options.json) {
         for (const Result* result : wanted) json.push_back(ResultJson(*result));
     }
-    Print(options.json ? JsonText(json) : Text(wanted, options.colour));
+    Print(options.json ? JsonText(json) : Text(wanted, results.faults.empty(), options.colour));
     PrintProblems(results.faults);
     return StatusOf(results.faults);
 }

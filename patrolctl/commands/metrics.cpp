@@ -75,6 +75,7 @@ void AddResults(const State& state, Metrics* metrics) {
         }
     }
     metrics->Begin("patrol_results_kept", "Results in the histories, which keep a bounded past.");
+    if (state.results.list.empty() && !state.results.faults.empty()) return;
     std::vector<double> counts(std::size(patrol::kResultWords));
     for (const Result& result : state.results.list) ++counts[static_cast<size_t>(result.code)];
     for (size_t i = 0; i < counts.size(); ++i) {
@@ -97,7 +98,7 @@ void AddSchedule(const State& state, Metrics* metrics) {
         metrics->Add(LabelsOf(component), component.due ? 1 : 0);
     }
     metrics->Begin("patrol_schedule_age_seconds", "Time since the schedule was last written.");
-    if (state.has_schedule) {
+    if (state.schedule_time != 0) {
         metrics->Add({}, static_cast<double>(state.now - state.schedule_time));
     }
 }

@@ -79,6 +79,8 @@ std::string Head(const std::vector<const char*>& heads) {
     return html + "</tr>\n";
 }
 
+// In place of what could not be read.
+constexpr char kUnknown[] = "<p>It is not known.</p>\n";
 constexpr char kTableEnd[] = "</table></div>\n";
 
 // A cell that says its column's head where the page is too narrow for columns.
@@ -107,7 +109,8 @@ struct ResultCells {
 };
 
 std::string ComponentsHtml(const State& state) {
-    if (state.components.empty()) return "<p>There is no schedule.</p>\n";
+    if (!state.has_schedule) return "<p>There is no schedule.</p>\n";
+    if (state.components.empty()) return kUnknown;
     std::string html = Head({"Component", "Serial number", "Size", "Tests", "Last result", "At",
                              "Took", "Position", "Text"});
     for (const Component& component : state.components) {
@@ -121,6 +124,10 @@ std::string ComponentsHtml(const State& state) {
     return html + kTableEnd;
 }
 
+std::string NoResults(const State& state) {
+    return state.results.faults.empty() ? "<p>There are no results yet.</p>\n" : kUnknown;
+}
+
 std::string TimelineHtml(const State& state) {
     static constexpr const char* kKey[][2] = {{"ok", "OK"},
                                               {"error", "ERROR"},
@@ -128,7 +135,7 @@ std::string TimelineHtml(const State& state) {
                                               {"skipped", "not tested"},
                                               {"cancel", "CANCEL"}};
     const std::string svg = TimelineSvg(state);
-    if (svg.empty()) return "<p>There are no results yet.</p>\n";
+    if (svg.empty()) return NoResults(state);
     std::string html = svg + "<p class=\"key faint\">";
     for (const auto& [style, text] : kKey) {
         html += std::string("<span><i style=\"background: var(--") + style + ")\"></i>" + text +
@@ -138,7 +145,9 @@ std::string TimelineHtml(const State& state) {
 }
 
 std::string FaultsHtml(const State& state) {
-    if (state.faults.list.empty()) return "<p>No fault is open.</p>\n";
+    if (state.faults.list.empty()) {
+        return state.faults.faults.empty() ? "<p>No fault is open.</p>\n" : kUnknown;
+    }
     std::string html;
     for (const Fault& fault : state.faults.list) {
         html += "<p><strong>" + ForHtml(fault.id) + "</strong> " +
@@ -153,7 +162,7 @@ std::string FaultsHtml(const State& state) {
 std::string HistoryHtml(const State& state) {
     const std::vector<Result>& list = state.results.list;
     const size_t shown = std::min(list.size(), kMaxHistoryRows);
-    if (shown == 0) return "<p>There are no results yet.</p>\n";
+    if (shown == 0) return NoResults(state);
     std::string html;
     if (shown < list.size()) {
         html = "<p class=\"faint\">The newest " + std::to_string(shown) + " of " +

@@ -280,7 +280,7 @@ void CheckDisks(const Places&, const Enabled& enabled, Findings* findings) {
     findings->About(patrol::xml_path.c_str());
     const std::optional<Disks> disks = Scan(false, findings);
     if (!disks) {
-        findings->Fail(0, "is missing: no disk is tested, and no schedule can be made anew");
+        findings->Absent(Grade::kError, "no disk is tested, and no schedule can be made anew");
         return;
     }
     Findings ignored;

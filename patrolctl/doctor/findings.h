@@ -1,9 +1,12 @@
 // What the doctor finds.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "model/files.h"
 
 namespace patrolctl {
 
@@ -25,6 +28,13 @@ class Findings {
     void Note(int line, std::string text) { Add(Grade::kNote, line, std::move(text)); }
     void Warn(int line, std::string text) { Add(Grade::kWarning, line, std::move(text)); }
     void Fail(int line, std::string text) { Add(Grade::kError, line, std::move(text)); }
+
+    // The file is missing, which is so bad, or cannot be read, which is a warning at least.
+    void Absent(Grade missing, const std::string& then) {
+        const std::string fault = WhyUnreadable(file_);
+        Add(fault.empty() ? missing : std::max(missing, Grade::kWarning), 0,
+            (fault.empty() ? "is missing" : fault) + ": " + then);
+    }
 
     const std::vector<Diagnosis>& list() const { return list_; }
 

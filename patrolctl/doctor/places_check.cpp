@@ -6,6 +6,7 @@
 
 #include "base/kinds.h"
 #include "doctor/checks.h"
+#include "model/files.h"
 #include "model/request.h"
 #include "state/history_line.h"
 
@@ -42,6 +43,11 @@ bool CheckDirectory(const char* variable, const std::string& path, const std::st
     }
     if (!S_ISDIR(status.st_mode)) {
         findings->Fail(0, std::string(variable) + " names it, and it is no directory");
+        return false;
+    }
+    const std::string closed = WhyClosed(path);
+    if (!closed.empty()) {
+        findings->Fail(0, closed);
         return false;
     }
     const bool open = (status.st_mode & kOthersWrite) != 0;

@@ -276,9 +276,7 @@ bool SayPatrol(const SettingsFile& settings, const std::string& kind, const std:
 Enabled CheckPatrolSettings(Findings* findings) {
     SettingsFile settings(patrol::env_path.c_str(), patrol::PatrolSettings(), findings);
     if (!settings.Read()) {
-        const bool there = patrol::FileExists(patrol::env_path.c_str());
-        findings->Warn(
-            0, std::string(there ? "cannot be read" : "is missing") + ": passes test nothing");
+        findings->Absent(Grade::kWarning, "passes test nothing");
         return {};
     }
     Enabled enabled;
@@ -291,7 +289,7 @@ Enabled CheckPatrolSettings(Findings* findings) {
 void CheckPadiagSettings(Findings* findings) {
     SettingsFile settings(patrol::env_path2.c_str(), patrol::PadiagSettings(), findings);
     if (!settings.Read()) {
-        findings->Note(0, "is missing: nothing is asked for");
+        findings->Absent(Grade::kNote, "nothing is asked for");
         return;
     }
     std::string kinds;
@@ -321,7 +319,7 @@ void CheckCommon(const Places& places, Findings* findings) {
     setenv("KVX_config", places.config.c_str(), 1);
     patrol::SystemEventSettings settings;
     if (patrol::check_config_file(&settings) != 0) {
-        findings->Note(0, "is missing: on-request tests are not announced to the system log");
+        findings->Absent(Grade::kNote, "on-request tests are not announced to the system log");
         return;
     }
     const int facility = settings.facility;
@@ -355,10 +353,8 @@ void CheckCatalogue(const Places& places, Findings* findings) {
     const std::string path = places.data + "/pat_msge.txt";
     findings->About(path);
     const FileText file = ReadText(path, kMaxSettings);
-    if (!file.Fault().empty()) {
-        findings->Fail(0, file.missing() ? "is missing: nothing runs without it" : file.Fault());
-        if (file.missing()) return;
-    }
+    if (file.error != 0) return findings->Absent(Grade::kError, "nothing runs without it");
+    if (file.cut) findings->Fail(0, file.Fault());
     std::map<std::string, int> numbers;
     ForEachLine(file.text, [&](std::string_view line, size_t number) {
         const int at = static_cast<int>(number);

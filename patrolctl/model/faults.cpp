@@ -92,7 +92,8 @@ void ReadReports(const std::string& directory, FaultStore* store) {
         // A copy counts only where it is all that is left.
         if (std::binary_search(names.begin(), names.end(), CopiedReport(name))) continue;
         const std::string path = PathIn(directory, name);
-        const FileText file = ReadText(path, kMaxReport);
+        // Others may be allowed to write there.
+        const FileText file = ReadText(path, kMaxReport, O_NOFOLLOW);
         if (file.missing()) continue;  // the agent has just taken it
         Fault fault = ParseReport(name, file.text);
         if (!file.Fault().empty() || fault.fru.empty()) {
@@ -211,7 +212,12 @@ int LockStore(const std::string& directory, patrol::Descriptor* lock) {
 
 FaultStore ReadFaults(const Places& places) {
     FaultStore store;
-    ReadStored(places.data + "/faults", &store);
+    const std::string closed = WhyClosed(places.data);
+    if (closed.empty()) {
+        ReadStored(places.data + "/faults", &store);
+    } else {
+        store.faults.push_back(Said(places.data, closed));
+    }
     ReadReports(places.temp, &store);
     std::stable_sort(store.list.begin(), store.list.end(),
                      [](const Fault& a, const Fault& b) { return a.last > b.last; });

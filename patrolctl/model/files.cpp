@@ -44,10 +44,11 @@ std::string FileText::Fault() const {
     return cut ? "is too large" : "";
 }
 
-FileText ReadText(const std::string& path, size_t limit) {
+FileText ReadText(const std::string& path, size_t limit, int flags) {
     FileText file;
-    // Opening a pipe or a device without this flag may wait for ever.
-    const patrol::Descriptor fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    // Opening a pipe or a device without the second flag may wait for ever.
+    const patrol::Descriptor fd(
+        open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | flags));
     struct stat status = {};
     if (!fd.ok() || fstat(fd.get(), &status) != 0) {
         file.error = errno;
@@ -63,6 +64,11 @@ std::string WhyUnreadable(const std::string& path) {
     FileText file = ReadText(path, 0);
     file.cut = false;
     return file.missing() ? "" : file.Fault();
+}
+
+std::string WhyClosed(const std::string& directory) {
+    if (access(directory.c_str(), R_OK | X_OK) == 0) return "";
+    return std::string("cannot be read: ") + std::strerror(errno);
 }
 
 std::string ReadTail(int fd, long long end, size_t limit) {

@@ -18,11 +18,14 @@ struct FileText {
     std::string Fault() const;
 };
 
-// The first `limit` bytes of a regular file; nothing else is opened.
-FileText ReadText(const std::string& path, size_t limit);
+// The first `limit` bytes of a regular file; nothing else is opened. `flags` are more for open.
+FileText ReadText(const std::string& path, size_t limit, int flags = 0);
 
 // Why the file, which is there, cannot be read; empty when it can, or is not there.
 std::string WhyUnreadable(const std::string& path);
+
+// Why nothing can be found in a directory; empty when it can.
+std::string WhyClosed(const std::string& directory);
 
 // The last `limit` bytes of the first `end` of an open file.
 std::string ReadTail(int fd, long long end, size_t limit);

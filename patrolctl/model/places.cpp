@@ -25,9 +25,11 @@ std::string_view Trimmed(std::string_view text) {
     return text.substr(first, text.find_last_not_of(kBlank) - first + 1);
 }
 
-std::map<std::string, std::string> ReadEnvironmentFile(const std::string& path) {
+std::map<std::string, std::string> ReadEnvironmentFile(const std::string& path,
+                                                       std::string* fault) {
     std::map<std::string, std::string> variables;
     const FileText file = ReadText(path, kMaxEnvironment);
+    if (!file.missing()) *fault = file.Fault();
     ForEachLine(file.text, [&](std::string_view line, size_t) {
         line = Trimmed(line);
         const size_t equals = line.find('=');
@@ -52,7 +54,8 @@ std::string Places::HoldFile() const {
 
 Places FindPlaces(Places given) {
     given.root = FromEnvironment("PATROL_ROOT");
-    given.variables = ReadEnvironmentFile(given.root + "/etc/patrol/environment");
+    given.variables =
+        ReadEnvironmentFile(given.root + "/etc/patrol/environment", &given.environment_fault);
     // What a person has set goes before what the file says.
     for (auto& [name, value] : given.variables) {
         const std::string own = FromEnvironment(name.c_str());
@@ -78,8 +81,10 @@ Places FindPlaces(Places given) {
 std::string MissingPlaces(const Places& places) {
     if (!places.data.empty() && !places.log.empty()) return "";
     const std::string word = places.data.empty() ? "data" : "log";
+    const std::string& fault = places.environment_fault;
     return "The " + word + " directory is not known: set KVX_" + word +
-           " in the environment or in /etc/patrol/environment, or give --" + word + " DIR.";
+           " in the environment or in /etc/patrol/environment" +
+           (fault.empty() ? "" : ", which " + fault) + ", or give --" + word + " DIR.";
 }
 
 }  // namespace patrolctl

@@ -15,6 +15,8 @@ struct Places {
     std::string pipe;    // the event pipe
     // Stands before /etc, /proc, /sys, /dev and /run, to try things out ("PATROL_ROOT").
     std::string root;
+    // Why "/etc/patrol/environment", which is there, cannot be read; empty when it can.
+    std::string environment_fault;
     // Every variable that the controller is to be started with beyond this process's own.
     std::map<std::string, std::string> variables;
 

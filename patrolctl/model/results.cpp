@@ -86,6 +86,11 @@ bool Result::Failed() const {
 
 Results ReadResults(const Places& places) {
     Results results;
+    const std::string closed = WhyClosed(places.log);
+    if (!closed.empty()) {
+        results.faults.push_back(Said(places.log, closed));
+        return results;
+    }
     const std::pair<const char*, Source> histories[] = {{patrol::kPatrolHistory, Source::kPatrol},
                                                         {patrol::kPadiagHistory, Source::kRequest},
                                                         {patrol::kAgedHistory, Source::kEither}};

@@ -199,12 +199,14 @@ std::optional<Hold> FindHold(const Places& places) {
         if (SaysReady(result.output)) return std::nullopt;
         return ParseAnswer(result.output);
     }
-    const FileText file = ReadText(places.HoldFile(), kMaxAnswer);
-    if (file.missing()) return std::nullopt;
+    const std::string path = places.HoldFile();
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) != 0) return std::nullopt;
+    const FileText file = ReadText(path, kMaxAnswer);
     Hold hold;
     hold.word = "hold";
     hold.reason = file.text.substr(0, file.text.find_last_not_of("\r\n") + 1);
-    if (hold.reason.empty()) hold.reason = "no reason is given in " + places.HoldFile();
+    if (hold.reason.empty()) hold.reason = "no reason is given in " + path;
     return hold;
 }
 

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -78,6 +79,12 @@ class ScheduleReader {
 
     // Whether there is a schedule; says what is wrong with a damaged one.
     bool Usable() {
+        const std::string closed = WhyClosed(places_.data);
+        if (!closed.empty()) {
+            state_->has_schedule = true;
+            state_->problems.push_back(Said(places_.data, closed));
+            return false;
+        }
         struct stat status = {};
         const bool stands = stat(path_.c_str(), &status) == 0;
         const patrol::Place place = patrol::LookAtSchedule(path_.c_str());
@@ -248,17 +255,16 @@ PassEnd ReadLastPass(const Places& places) {
     return PassEnd::kUnknown;
 }
 
-// Says which of the directories cannot be looked into, and which files are there in vain that are
-// read where nothing is said of a missing one.
+// Says which files are there in vain that are read where nothing is said of a missing one, be it
+// for a directory that is closed.
 void CheckReadable(State* state) {
-    const std::string& data = state->places.data;
-    const std::string& log = state->places.log;
-    for (const std::string* directory : {&data, &log}) {
-        if (access(directory->c_str(), R_OK | X_OK) == 0) continue;
-        state->problems.push_back(*directory + ": cannot be read: " + std::strerror(errno));
-    }
-    for (const std::string& path :
-         {std::string(patrol::lba_path.view()), log + "/pat_trc_log", log + "/pat_trc_log.0"}) {
+    const Places& places = state->places;
+    const std::pair<const std::string&, const char*> files[] = {{places.data, "lba_outfile.ini"},
+                                                                {places.log, "pat_trc_log"},
+                                                                {places.log, "pat_trc_log.0"}};
+    for (const auto& [directory, name] : files) {
+        if (!WhyClosed(directory).empty()) continue;
+        const std::string path = PathIn(directory, name);
         const std::string fault = WhyUnreadable(path);
         if (!fault.empty()) state->problems.push_back(Said(path, fault));
     }
@@ -278,8 +284,12 @@ void ReadState(const Places& places, State* state) {
     state->results = ReadResults(places);
     state->faults = ReadFaults(places);
     state->last_pass = ReadLastPass(places);
+    std::vector<std::string>& problems = state->problems;
     for (const auto* faults : {&state->results.faults, &state->faults.faults}) {
-        state->problems.insert(state->problems.end(), faults->begin(), faults->end());
+        for (const std::string& fault : *faults) {
+            const bool said = std::find(problems.begin(), problems.end(), fault) != problems.end();
+            if (!said) problems.push_back(fault);
+        }
     }
     Linker(state).Link();
 }

@@ -40,8 +40,8 @@ enum class PassEnd { kUnknown, kDone, kFailed, kKeptAway };
 struct State {
     Places places;
     std::time_t now = 0;
-    bool has_schedule = false;
-    std::time_t schedule_time = 0;  // when the Schedule file was last written
+    bool has_schedule = false;      // also where it cannot be seen whether there is one
+    std::time_t schedule_time = 0;  // when the Schedule file was last written; 0: not known
     std::vector<Component> components;
     Results results;
     FaultStore faults;

@@ -46,7 +46,7 @@ void JudgePasses(const State& state, std::vector<Finding>* findings) {
     } else if (!any && !state.components.empty()) {
         warn("no component is enabled: nothing is tested");
     }
-    if (state.results.list.empty()) warn("nothing has run yet");
+    if (state.results.list.empty() && state.results.faults.empty()) warn("nothing has run yet");
     if (state.last_pass == PassEnd::kFailed) warn("the last pass ended with an error");
     if (state.last_pass == PassEnd::kKeptAway) {
         warn("the last pass ended with an error: the agent was not ready for it");

@@ -181,14 +181,22 @@ TEST_F(ShowTest, FindsTheDirectoriesInOptionsThenVariablesThenTheFile) {
                  "# comment\nKVX_data=\"" + agent_.Path("data") + "\"\n KVX_log = /none\n");
     Launch launch;
     launch.env = {{"KVX_data", ""}, {"KVX_log", std::nullopt}};
+    // What cannot be seen is not said to be none, and what is wrong is said once.
     const Result result = Ctl({"history"}, launch);
-    EXPECT_EQ(result.out, "There are no such results.\n");
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "patrolctl: /none: cannot be read: No such file or directory\n");
     EXPECT_NE(Ctl({"history", "--log", agent_.Path("log")}, launch).out.find("CPU"),
               std::string::npos);
-    agent_.Remove("root/etc");
+    EXPECT_EQ(Ctl({"next", "--data=/none"}, launch).out, "");
+    EXPECT_EQ(Ctl({"doctor", "--data=/none"}, launch).out.find("/none/"), std::string::npos);
+    agent_.Remove("root/etc/patrol/environment");
+    agent_.MakeDir("root/etc/patrol/environment");
     const Result lost = Ctl({"check"}, launch);
     EXPECT_EQ(lost.status, 3);
-    EXPECT_NE(lost.out.find("set KVX_data in the environment"), std::string::npos) << lost.out;
+    EXPECT_NE(lost.out.find("environment, which is a directory, or"), std::string::npos);
+    // The sentence on the whole stands first, even where both outputs are one.
+    launch.in_child = [] { dup2(STDOUT_FILENO, STDERR_FILENO); };
+    EXPECT_EQ(Ctl({"status", "--data=/none", "--log=/none"}, launch).out.find("/none: cannot"), 0U);
 }
 
 // The exit status and the sentence of each state that is not well.
