@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -23,6 +24,9 @@ using patrol::SettingForm;
 using patrol::SettingLine;
 
 constexpr size_t kMaxSettings = 16 << 20;
+// The most that the test programs take.
+constexpr int kMaxLevel = 255;
+constexpr int kMaxRetries = 100;
 constexpr std::string_view kBlank = " \t\r";
 
 std::string Quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
@@ -39,6 +43,19 @@ bool IsNumber(std::string_view text) {
     if (text.empty()) return false;
     if (text[0] == '-' || text[0] == '+') text.remove_prefix(1);
     return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+// A command in the place of a test: its file is in the data directory.
+void CheckExternal(std::string_view test, int line, Findings* findings) {
+    constexpr std::string_view kMark = "ext:";
+    if (!BeginsWith(test, kMark)) return;
+    const std::string name = std::string(test.substr(kMark.size(), test.find(' ') - kMark.size()));
+    std::string path(patrol::env_path.view());
+    path.replace(path.rfind('/') + 1, std::string::npos, "ext_" + name + ".ini");
+    const FileText file = ReadText(path, 0);
+    if (file.error == 0) return;
+    findings->Warn(line, Quoted(test) + " is skipped: " + path + " " +
+                             (file.missing() ? "is missing" : file.Fault()));
 }
 
 // A settings file whose values stand alone on the line behind their section.
@@ -112,7 +129,9 @@ class SettingsFile {
             findings_->Warn(line.number,
                             Quoted(line.text) + " is taken as the value of [" + name + "]");
         }
-        if (setting.form == SettingForm::kTestName) return;
+        if (setting.form == SettingForm::kTestName) {
+            return CheckExternal(line.text, line.number, findings_);
+        }
         const int number = numbers_[name] = patrol::SettingNumber(setting.form, line.text);
         const std::string text = line.text;
         if (setting.form == SettingForm::kNumber || setting.form == SettingForm::kTimeout) {
@@ -203,14 +222,20 @@ std::string CountsAs(std::string_view value) {
 }
 
 // What a value that is understood does beyond being handed to a test program.
-void JudgeValue(const std::string& section, std::string_view key, std::string_view value, int line,
-                Findings* findings) {
+void JudgeValue(const std::string& section, std::string_view key, std::string_view value,
+                bool is_number, int line, Findings* findings) {
     const std::string text = std::string(key) + "=" + std::string(value);
+    if (key == "tp") CheckExternal(value, line, findings);
     if (key == "error" && !BeginsWith(value, "OFF")) {
         findings->Warn(line, text + " in [" + section + "]: the test is made to fail");
     }
-    if (section != "HDDDIAG_PARAM" || key != "max") return;
     const int limit = patrol::ParseInt(std::string(value).c_str(), 10);
+    const int most = key == "lv" ? kMaxLevel : key == "retry" ? kMaxRetries : INT_MAX;
+    if (is_number && key != "max" && key != "number" && (limit < 0 || limit > most)) {
+        findings->Warn(line, text + " in [" + section +
+                                 "]: out of range, and the test programs skip their tests");
+    }
+    if (section != "HDDDIAG_PARAM" || key != "max") return;
     if (limit == 0) findings->Warn(line, text + ": no disk falls due");
     if (limit < 0) findings->Warn(line, text + ": a pass tests any number of disks");
     if (limit > 0) findings->Note(line, text + ": a pass tests at most so many disks");
@@ -255,7 +280,7 @@ void CheckParameters(const char* path, const Parameter (&known)[N], const char* 
                    row->number && !IsNumber(value)) {
             findings->Warn(at, std::string(line) + CountsAs(value));
         } else {
-            JudgeValue(section, key, value, at, findings);
+            JudgeValue(section, key, value, row->number, at, findings);
         }
     });
 }

@@ -103,6 +103,13 @@ TEST_F(DoctorTest, FindsEachBrokenThing) {
         {1, "padiag.ini:14: warning: there is no level 7", edit("padiag.ini", "\n1\n", "\n7\n")},
         {1, "\"lw\" is no key that is known in [CPUDIAG_PARAM]",
          edit("pat_new_para.ini", "\nlv=", "\nlw=")},
+        {1, "\"ext:no\" is skipped: ", edit("pat_new_para.ini", "tp=BMOVE", "tp=ext:no")},
+        {1, "lv=-1 in [CPUDIAG_PARAM]: out of range", edit("pat_new_para.ini", "lv=0", "lv=-1")},
+        {1, "padiag.ini: warning: is a directory: nothing is asked for",
+         [this] {
+             agent_.Remove("data/padiag.ini");
+             agent_.MakeDir("data/padiag.ini");
+         }},
         {1, "gen=many is no number", edit("pat_new_para.ini", "gen=4", "gen=many")},
         {1, "gen=7x counts as 7", edit("pat_new_para.ini", "gen=4", "gen=7x")},
         {1, "max=0: no disk falls due", edit("pat_new_para.ini", "max=4", "max=0")},
