@@ -82,6 +82,8 @@ int main(int argc, char** argv) {
         return kGiveUp;
     }
     const char* data = std::getenv("KVX_data");
-    if (data == nullptr) return Fail(kGiveUp, "the environment variable KVX_data is not set");
+    if (data == nullptr || *data == '\0') {
+        return Fail(kGiveUp, "the environment variable KVX_data is not set");
+    }
     return Set(data, argv[2]);
 }

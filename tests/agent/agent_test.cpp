@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "agent_dir.h"
 
@@ -123,6 +124,8 @@ TEST_F(InventoryTest, TheControllerFindsEveryDiskAndNothingElse) {
     Block("pci0000:00/0000:01:00.0/nvme", "nvme0n2", {{"device/serial", "N1"}, {"nsid", "2"}});
     Block("pci0000:00/0000:00:05.0/virtio1", "vda", {{"device/vendor", "0x1af4\n"}});
     Block("pci0000:00/0000:00:06.0/mmc", "mmcblk0boot0");
+    Block("pci0000:00/0000:00:06.0/mmc", "mmcblk0");
+    agent_.Remove("sys/block/mmcblk0/size");
     Block("pci0000:00/0000:01:00.0/nvme", "nvme0c0n1", {{"hidden", "1\n"}});
     Block("pci0000:00/0000:00:14.0/usb", "sdu", {{"removable", "1\n"}});
     Block("pci0000:00/0000:00:1f.2/4:0:0:0", "sdz", {}, "0");
@@ -132,17 +135,17 @@ TEST_F(InventoryTest, TheControllerFindsEveryDiskAndNothingElse) {
     for (const char* name : {"loop0", "ram0", "zram0", "nbd0", "zd0"}) Block("virtual/block", name);
     Block("platform/floppy.0", "fd0");
     Block("pci0000:00/0000:00:02.0", "etherd!e0", {{"serial", "N1"}});
-    for (const char* name : {"sd\"x", "sd\ny"}) Block("pci0000:00", name);
+    for (const char* name : {"sd\"x", "sd\ny", "dm-1", "md1"}) Block("pci0000:00", name);
     symlink("sdloop", agent_.Path("sys/block/sdloop").c_str());
 
     EXPECT_EQ(Inventory(), 0);
     EXPECT_EQ(Targets(),
-              "/dev/sdb,/dev/sdaa,/dev/sdisk/vda,/dev/sdisk/nvme0n1,/dev/sdisk/nvme0n2,"
-              "/dev/sdisk/etherd/e0");
+              "/dev/sdb,/dev/sdaa,/dev/sdisk/vda,/dev/sdisk/mmcblk0,"
+              "/dev/sdisk/nvme0n1,/dev/sdisk/nvme0n2,/dev/sdisk/etherd/e0");
     EXPECT_EQ(agent_.Key("HDD_SCHEDULE 0", "serial_number"), "S&lt;&amp;&quot;1");
     EXPECT_EQ(agent_.Key("HDD_SCHEDULE 1", "serial_number"), "none (pci-0000:00:1f.2-sdaa)");
-    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 3", "serial_number"), "N1 (pci-0000:01:00.0-nvme0n1)");
-    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 4", "serial_number"), "N1_2");
+    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 4", "serial_number"), "N1 (pci-0000:01:00.0-nvme0n1)");
+    EXPECT_EQ(agent_.Key("HDD_SCHEDULE 5", "serial_number"), "N1_2");
     const std::string text = agent_.Read("data/devconf_new.xml");
     EXPECT_EQ(agent_.Read("data/devconf_cur.xml"), text);
     EXPECT_NE(text.find("<attr name=\"model\">A &quot;B&quot; &lt;C&gt; ?"
@@ -151,7 +154,7 @@ TEST_F(InventoryTest, TheControllerFindsEveryDiskAndNothingElse) {
     EXPECT_NE(text.find("<attr name=\"status\">offline</attr>"), std::string::npos);
     EXPECT_NE(text.find("<attr name=\"size\">1048576</attr>"), std::string::npos);
 
-    EXPECT_EQ(Inventory({"--with", "loop, removable\r", "--without", "nvme* , sdb,,e*"}), 0);
+    EXPECT_EQ(Inventory({"--with", "loop, removable\r", "--without", "nvme* , sdb,,e*,mmc*"}), 0);
     EXPECT_EQ(Targets(), "/dev/sdu,/dev/sdaa,/dev/sdisk/vda,/dev/sdisk/loop0");
 }
 
@@ -303,6 +306,9 @@ TEST_F(FaultStoreTest, AUnitHasOneFileThatCounts) {
 TEST_F(FaultStoreTest, WhatCannotBeStoredIsAnsweredAsTheControllerExpects) {
     EXPECT_EQ(Agent("parts", {"set", agent_.Path("temp/missing")}).status, 1);
     EXPECT_EQ(Set("parts_pt_mem", ""), 1);
+    const auto data = std::exchange(env_["KVX_data"], "");
+    EXPECT_EQ(Set("parts_pt_mem", "Partition;0"), 1);
+    env_["KVX_data"] = data;
     EXPECT_EQ(Agent("parts", {"get", "x"}).status, 1);
     EXPECT_EQ(Set("parts_pt_mem", "Partition;0"), 0);
     const int lock = open(agent_.Path("data/faults/.lock").c_str(), O_RDWR | O_CLOEXEC);
@@ -449,6 +455,23 @@ TEST_F(AgentUnitTest, EventsReachTheJournalWithNumberAndPriority) {
               "E0809:memtest $(x) \\n `y`|3|E0809|MB;W2825:two|4|W2825|I1121:three|6|I1121|"
               "no number|5||T1100:t|7|T1100|E3899:<<old = a:b>>|3|E3899|MB;E3899:<<new>>|3|E3899|"
               "I1121:four|6|I1121|E3899:<<end>>|3|E3899|");
+}
+
+TEST_F(AgentUnitTest, MetricsAreReplacedByWhatCouldBeReadAndKeptElse) {
+    env_["PATROL_METRICS_DIR"] = agent_.Path("temp");
+    agent_.Script("patrolctl", "cat $KVX_data/metrics; exit $(cat $KVX_data/end)");
+    for (const auto& [end, metrics, kept] : {std::array{"0", "all", "all"},
+                                             {"3", "some", "some"},
+                                             {"1", "half", "some"},
+                                             {"141", "none", "some"}}) {
+        agent_.Write("data/end", end);
+        agent_.Write("data/metrics", metrics);
+        symlink(agent_.Path("data/end").c_str(), agent_.Path("temp/patrol.prom.new").c_str());
+        EXPECT_EQ(std::to_string(Agent("metrics").status), end);
+        EXPECT_EQ(agent_.Read("temp/patrol.prom"), kept);
+        EXPECT_EQ(agent_.Read("data/end"), end);
+        EXPECT_EQ(Names("temp"), std::vector<std::string>{"patrol.prom"});
+    }
 }
 
 }  // namespace
