@@ -62,7 +62,7 @@ void WriteDisk(const Disk& disk, Writer* out) {
     out->Attribute("S/N", disk.serial);
     out->Attribute("vendor", disk.vendor);
     out->Attribute("model", disk.model);
-    out->Attribute("size", std::to_string(disk.bytes));
+    out->AttributeIfAny("size", std::to_string(disk.bytes));
     out->Attribute("status", disk.status);
     out->Close();
 }

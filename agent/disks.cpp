@@ -39,8 +39,11 @@ constexpr Kind kKinds[] = {
     {"loop", [](const Device& d) { return Matches(d, "loop[0-9]*"); }},
     {"ram", [](const Device& d) { return Matches(d, "ram[0-9]*"); }},
     {"zram", [](const Device& d) { return Matches(d, "zram[0-9]*"); }},
-    {"dm", [](const Device& d) { return Exists(d.directory + "/dm"); }},
-    {"md", [](const Device& d) { return Exists(d.directory + "/md"); }},
+    {"dm", [](const Device& d) { return Matches(d, "dm-[0-9]*") || Exists(d.directory + "/dm"); }},
+    {"md",
+     [](const Device& d) {
+         return Matches(d, "md[0-9]*") || Matches(d, "md_*") || Exists(d.directory + "/md");
+     }},
     {"optical",
      [](const Device& d) {
          return Matches(d, "sr[0-9]*") || ReadWord(d.directory + "/device/type") == "5";
@@ -71,6 +74,7 @@ bool Chosen(const Device& device, const DiskChoice& choice) {
     for (const std::string& pattern : choice.without) {
         if (Matches(device, pattern.c_str())) return false;
     }
+    if (ReadWord(device.directory + "/size") == "0") return false;  // no medium is in it
     // Paths of one disk behind its common name, and areas beside a card's own.
     if (ReadWord(device.directory + "/hidden") == "1") return false;
     if (Matches(device, "mmcblk*boot*") || Matches(device, "mmcblk*rpmb")) return false;
@@ -241,8 +245,7 @@ bool FindDisks(const std::string& sys, const DiskChoice& choice, const UdevPrope
         const Device device = Look(sys, entry->d_name);
         // Gone again since, or not to be tested.
         if (device.directory.empty() || !Chosen(device, choice)) continue;
-        Disk disk = Describe(device, udev);
-        if (disk.bytes != 0) disks->push_back(std::move(disk));  // else no medium is in it
+        disks->push_back(Describe(device, udev));
     }
     TellApart(disks);
     std::sort(disks->begin(), disks->end(), [](const Disk& a, const Disk& b) {

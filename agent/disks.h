@@ -19,7 +19,7 @@ struct Disk {
     std::string vendor;    // never empty
     std::string model;     // never empty
     std::string status;    // "ok" or the kernel's word for what is wrong
-    uint64_t bytes = 0;
+    uint64_t bytes = 0;    // 0 where the kernel does not say
 };
 
 // Which disks count.

@@ -31,12 +31,13 @@ struct Options {
     std::string directory;
     bool print = false;
     bool quiet = false;
+    bool help = false;
     agent::DiskChoice disks;
 };
 
 constexpr char kUsage[] =
     "usage: patrol-inventory [--data DIR] [--sys DIR] [--with KIND,...] [--without NAME,...]\n"
-    "                        [--print] [--quiet]\n";
+    "                        [--print] [--quiet] [--help]\n";
 
 int Fail(const std::string& sentence) {
     std::fprintf(stderr, "patrol-inventory: %s\n", sentence.c_str());
@@ -55,13 +56,11 @@ void AppendWords(std::string_view list, std::vector<std::string>* words) {
 
 // False, after a word on standard error, when they make no sense.
 bool ParseOptions(int argc, char** argv, Options* options) {
-    const option table[] = {{"data", required_argument, nullptr, 'd'},
-                            {"sys", required_argument, nullptr, 's'},
-                            {"with", required_argument, nullptr, 'w'},
-                            {"without", required_argument, nullptr, 'x'},
-                            {"print", no_argument, nullptr, 'p'},
-                            {"quiet", no_argument, nullptr, 'q'},
-                            {nullptr, 0, nullptr, 0}};
+    const option table[] = {
+        {"data", required_argument, nullptr, 'd'}, {"sys", required_argument, nullptr, 's'},
+        {"with", required_argument, nullptr, 'w'}, {"without", required_argument, nullptr, 'x'},
+        {"print", no_argument, nullptr, 'p'},      {"quiet", no_argument, nullptr, 'q'},
+        {"help", no_argument, nullptr, 'h'},       {nullptr, 0, nullptr, 0}};
     int letter;
     while ((letter = getopt_long(argc, argv, "", table, nullptr)) != -1) {
         if (letter == 'd') options->directory = optarg;
@@ -70,6 +69,7 @@ bool ParseOptions(int argc, char** argv, Options* options) {
         if (letter == 'x') AppendWords(optarg, &options->disks.without);
         if (letter == 'p') options->print = true;
         if (letter == 'q') options->quiet = true;
+        if (letter == 'h') options->help = true;
         if (letter == '?') return false;
     }
     for (const std::string& word : options->disks.with) {
@@ -90,6 +90,11 @@ void SayMissingLinks(const std::vector<agent::Disk>& disks) {
                      "patrol-inventory: %s, the name under which %s is tested, is missing\n",
                      disk.device.c_str(), disk.name.c_str());
     }
+}
+
+int Print(const std::string& text) {
+    const bool written = std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
+    return written ? kChanged : Fail("cannot write to standard output");
 }
 
 // Puts `text` into the file unless it is there already.
@@ -118,6 +123,7 @@ int main(int argc, char** argv) {
         std::fputs(kUsage, stderr);
         return kFailed;
     }
+    if (options.help) return Print(kUsage);
     const char* data = std::getenv("KVX_data");
     if (options.directory.empty() && data != nullptr) options.directory = data;
     if (options.directory.empty() && !options.print) {
@@ -131,7 +137,5 @@ int main(int argc, char** argv) {
     }
     if (real && !options.quiet) SayMissingLinks(disks);
     const std::string text = agent::DeviceConfig(agent::LookAtMachine(options.sys), disks);
-    if (!options.print) return Write(text, options.directory);
-    const bool written = std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
-    return written ? kChanged : Fail("cannot write to standard output");
+    return options.print ? Print(text) : Write(text, options.directory);
 }
