@@ -241,6 +241,10 @@ TEST_F(StatusCommandTest, NoReasonOfAHoldReadsAsReady) {
         }
         EXPECT_EQ(Agent("ready").status, 1);
     }
+    std::string reason = "-";
+    for (int i = 0; i < 80; ++i) reason += "\xc3\xa4";
+    agent_.Write("hold", reason);
+    EXPECT_EQ(Agent("ready").out, "Not now: hold: " + reason + "\n");
     agent_.Remove("hold");
     symlink("nothing", agent_.Path("hold").c_str());
     EXPECT_FALSE(Ready());
