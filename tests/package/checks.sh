@@ -17,12 +17,13 @@ package_checks=(
     a_stop_leaves_no_test_program
     a_restart_goes_on_with_the_schedule
     an_upgrade_keeps_schedule_and_histories
-    a_purge_leaves_nothing
+    a_removal_stops_everything_and_a_purge_leaves_nothing
 )
 
 data=/var/lib/patrol
 history=/var/log/patrol/patstat0.txt
 requests=/var/log/patrol/pastat.txt
+metrics=/var/lib/prometheus/node-exporter/patrol.prom
 
 # The container's text file.
 text() { inside cat "$1" 2>/dev/null || true; }
@@ -152,12 +153,11 @@ a_replaced_part_is_well_again() {
 }
 
 metrics_are_off_until_they_are_wanted() {
-    local file=/var/lib/prometheus/node-exporter/patrol.prom
     [ "$(inside systemctl is-enabled patrol-metrics.timer)" = disabled ] || fail "metrics are on"
-    inside mkdir -p "${file%/*}"
+    inside mkdir -p "${metrics%/*}"
     inside systemctl start patrol-metrics.service || fail "patrol-metrics.service failed"
-    expect_line "$file" '^patrol_last_result{component="HDD",device="/dev/sda",serial="SN-sda"} 0$'
-    [ "$(inside stat -c %a "$file")" = 644 ] || fail "node_exporter cannot read $file"
+    expect_line "$metrics" '^patrol_last_result{component="HDD",device="/dev/sda",serial="SN-sda"} 0$'
+    [ "$(inside stat -c %a "$metrics")" = 644 ] || fail "node_exporter cannot read $metrics"
 }
 
 outbox_is_empty() { [ -z "$(inside ls $data/outbox)" ]; }
@@ -265,15 +265,19 @@ an_upgrade_keeps_schedule_and_histories() {
     pass
 }
 
-a_purge_leaves_nothing() {
+a_removal_stops_everything_and_a_purge_leaves_nothing() {
     local left
     inside systemctl start --no-block patrol-request@1.service
     eventually 180 "a request runs tests" tests_run
     # The administrator's own, and so not the package's to remove.
     inside rm /etc/patrol/parts.d/note
-    inside apt-get purge -y patrol >"$work/apt.log" 2>&1 ||
+    inside apt-get remove -y patrol >"$work/apt.log" 2>&1 ||
         fail "apt-get: $(tail -n 20 "$work/apt.log")"
     [ "$(test_programs)" -eq 0 ] || fail "test programs are left after the removal"
+    ! inside test -e "$metrics" || fail "metrics are told that nothing writes afresh"
+    inside test -s "$history" -a -s $data/pat_new_sche.txt || fail "the removal took what was found"
+    inside apt-get purge -y patrol >"$work/apt.log" 2>&1 ||
+        fail "apt-get: $(tail -n 20 "$work/apt.log")"
     left=$(inside find / -xdev -iname '*patrol*' -not -path '/proc/*' -not -path '/patrol*.deb' \
         -not -path '/var/log/journal/*')
     [ -z "$left" ] || fail "left after the purge: $left"
