@@ -29,6 +29,7 @@ int main(int argc, char** argv) {
     // A reader that went away has seen what it wanted; a full disk has not.
     const bool lost = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
     if (lost) std::fputs("patrolctl: standard output could not be written\n", stderr);
-    if (lost && status == patrolctl::kExitOk) status = patrolctl::kExitFailed;
+    const bool shown = status == patrolctl::kExitOk || status == patrolctl::kExitUnreadable;
+    if (lost && shown) status = patrolctl::kExitFailed;
     return status;
 }

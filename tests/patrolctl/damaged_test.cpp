@@ -76,6 +76,9 @@ TEST_P(DamagedDirectoryTest, IsReadAsFarAsItGoesAndSaid) {
             const std::string& where = words.size() == 2 ? result.out : result.err;
             EXPECT_EQ(where.find(agent_.Path(file)) != std::string::npos, damage.fault) << where;
         }
+        Launch full;
+        full.in_child = [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); };
+        EXPECT_EQ(Ctl({"metrics"}, full).status, 1) << name << ": lost, however much could be read";
     }
 }
 
