@@ -5,6 +5,9 @@
 : "${KVX_temp:=/var/lib/patrol/temp}" "${KVX_config:=/etc/patrol}" "${KVX_PIPE:=/run/patrol/events}"
 export KVX_data KVX_log KVX_bin KVX_temp KVX_config KVX_PIPE
 
+# The controller and the rest of the same installation, wherever that is.
+PATH=$PATH:${0%/*}/../../sbin:${0%/*}/../../bin
+
 # setting KEY DEFAULT: the value of the last line KEY=VALUE of agent.conf, without the blanks (and the
 # carriage return of other systems' editors) around it.
 setting() {

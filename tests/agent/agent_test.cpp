@@ -356,6 +356,22 @@ TEST_F(FaultStoreTest, EveryReportReachesTheProgramsOfPartsD) {
     EXPECT_EQ(Names("data/outbox"), std::vector<std::string>{});
 }
 
+TEST_F(AgentProgramTest, WhatIsInstalledNamesThePlacesThatItIsInstalledIn) {
+    if (access(AGENT_DIR, W_OK) != 0) GTEST_SKIP() << "the build is somebody else's";
+    // A build may have been told to put some of it elsewhere than below the prefix.
+    const std::string root = agent_.Path("to");
+    const std::string install = "cmake --install '" AGENT_DIR "/..' --prefix /place >/dev/null";
+    ASSERT_EQ(system(("DESTDIR='" + root + "' " + install).c_str()), 0);
+    int named = 0;
+    for (const std::string& line : agent_.Lines("to/place/lib/systemd/system/patrol.service")) {
+        const size_t at = line.find("=/");
+        if (at == std::string::npos || line.find(' ') != std::string::npos) continue;
+        EXPECT_EQ(access((root + line.substr(at + 1)).c_str(), F_OK), 0) << line;
+        ++named;
+    }
+    EXPECT_GE(named, 3);
+}
+
 class AgentUnitTest : public AgentProgramTest {
  protected:
     void SetUp() override {
