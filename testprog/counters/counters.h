@@ -52,8 +52,8 @@ enum class Watched { kProcessors, kMemory, kDisk };
 // Reads the counters now and again at the end of the run. What is new is a remark of the run (see
 // Run::AtEnd); errors of parts that the test is not about are warnings, and so is a machine check
 // while the memory has counted an uncorrected error, which is the likelier reason. The environment
-// variable "TESTPROG_ROOT" names the root; `device` is a disk, which is asked by smartctl where
-// that is installed under the root, or else, on the machine itself, in PATH.
+// variable "TESTPROG_ROOT" names the root; `device` is a disk, which is asked by smartctl: that of
+// the root ("usr/sbin/smartctl") where there is one, or else the one in PATH.
 void Watch(Watched watched, const std::string& device, Run* run);
 
 }  // namespace testprog

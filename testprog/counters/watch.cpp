@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <sstream>
 
 #include "counters/counters.h"
 #include "lib/command.h"
@@ -19,13 +20,17 @@ constexpr double kLook = 0.2;
 constexpr size_t kMaxOutput = size_t{1} << 20;
 constexpr size_t kMostParts = 4;
 
-// Where the program is; a name to be looked for in PATH, if anywhere, on the machine itself.
+// Where the program is: under the root, or where commands are looked for. On the machine itself, in
+// the places that administrators have theirs in, too.
 std::string FindSmartctl(const std::string& root) {
-    for (const char* directory : {"/usr/sbin/", "/usr/local/sbin/", "/usr/bin/", "/sbin/"}) {
-        std::string file = root + directory + "smartctl";
-        if (access(file.c_str(), X_OK) == 0) return file;
+    const std::string path = Environment("PATH");
+    std::istringstream places(root.empty() ? path + ":/usr/sbin:/usr/local/sbin:/sbin"
+                                           : root + "/usr/sbin:" + path);
+    for (std::string place; std::getline(places, place, ':');) {
+        std::string file = place + "/smartctl";
+        if (place[0] == '/' && access(file.c_str(), X_OK) == 0) return file;
     }
-    return root.empty() ? "smartctl" : "";
+    return {};
 }
 
 // What a disk says of itself; nothing where it cannot be asked, or does not answer in time: soon

@@ -117,6 +117,7 @@ class TestProgramTest : public PadiagFixture {
                                           const Launch& launch = {}) {
         Env env = agent_.Environment();
         env["HDDTEST_IMAGES"] = images_;
+        for (const auto& [name, value] : launch.env) env[name] = value;
         const std::string output = "program" + std::to_string(++programs_);
         auto process = std::make_unique<Process>(agent_.Path("bin/" + program),
                                                  Split(program + " " + words, ' '), env,

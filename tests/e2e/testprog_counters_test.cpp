@@ -32,9 +32,12 @@ class TestProgramCountersTest : public TestProgramTest {
     void SetUp() override {
         TestProgramTest::SetUp();
         Put(std::string(kModule) + "dimm_label", "DIMM_A1\n");
-        const std::string smartctl = "usr/sbin/smartctl";
-        Put(smartctl, "#!/bin/sh\n[ \"$7\" = /dev/sda ] && exec cat $TESTPROG_ROOT/smart\n");
-        fs::permissions(agent_.Path("system/" + smartctl), fs::perms::owner_all);
+        PutSmartctl("usr/sbin", "[ \"$7\" = /dev/sda ] && exec cat $TESTPROG_ROOT/smart\n");
+    }
+    void PutSmartctl(const std::string& place, const std::string& script) const {
+        const std::string file = place + "/smartctl";
+        Put(file, "#!/bin/sh\n" + script);
+        fs::permissions(agent_.Path("system/" + file), fs::perms::owner_all);
     }
     void Put(const std::string& file, const std::string& text) const {
         fs::create_directories(fs::path(agent_.Path("system/" + file)).parent_path());
@@ -165,8 +168,10 @@ TEST_F(TestProgramCountersTest, ADiskSaysWhatItKnowsOfItself) {
 }
 
 TEST_F(TestProgramCountersTest, ADiskThatDoesNotAnswerHoldsNoInterruptUp) {
-    Put("usr/sbin/smartctl", "#!/bin/sh\n: > $KVX_data/asked\nexec sleep 600\n");
-    const auto process = StartProgram("hddtest", "-dev /dev/sda");
+    agent_.Remove("system/usr");  // so that PATH is gone through
+    PutSmartctl("found", ": > $KVX_data/asked\nexec sleep 600\n");
+    const std::string path = agent_.Path("system/found") + ":/usr/bin:/bin";
+    const auto process = StartProgram("hddtest", "-dev /dev/sda", {{{"PATH", path}}});
     EXPECT_TRUE(Eventually([&] { return agent_.Exists("data/asked"); }));
     const auto begin = std::chrono::steady_clock::now();
     process->Signal(SIGINT);

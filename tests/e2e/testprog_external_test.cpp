@@ -162,11 +162,11 @@ TEST_F(ExternalTestTest, TheSelfTestOfADriveIsStartedLookedAfterAndReported) {
     const fs::path samples = fs::path(TEST_PROGRAMS_DOCUMENT).parent_path() / "../samples";
     fs::copy_file(samples / "bin/smart_selftest", agent_.Path("bin/smart_selftest"));
     // Each look is answered by the next file, the last one again and again.
-    agent_.Script(
-        "smartctl",
-        "cd $KVX_data/looks\ncase $1 in\n-t) echo $* >> ../calls; [ ! -e ../no ] || "
-        "{ echo No self-tests; exit 4; }; exit ;;\n-X) echo $* >> ../calls; exit ;;\nesac\n"
-        "cat $(ls | head -n 1)\n[ $(ls | wc -l) -eq 1 ] || rm $(ls | head -n 1)\n");
+    agent_.Script("smartctl",
+                  "cd $KVX_data/looks\ncase $1 in\n-t) echo $* >> ../calls; [ ! -e ../no ] || "
+                  "{ echo No self-tests; exit 4; }; exit ;;\n-X) echo $* >> ../calls; exit "
+                  ";;\n--json) exit ;;\nesac\n"
+                  "cat $(ls | head -n 1)\n[ $(ls | wc -l) -eq 1 ] || rm $(ls | head -n 1)\n");
     const std::string ata = "ata_smart_data.self_test.status.value = ",
                       ata_log =
                           ";\nata_smart_self_test_log.standard.table[0].type.value = 1"
