@@ -85,7 +85,7 @@ void AddResults(const State& state, Metrics* metrics) {
 
 void AddSchedule(const State& state, Metrics* metrics) {
     metrics->Begin("patrol_disk_progress_ratio",
-                   "Part of a disk that lies before the block that its next test begins at.");
+                   "Part of a disk that lies before the place that its next test begins at.");
     for (const Component& component : state.components) {
         if (component.ratio) metrics->Add(LabelsOf(component), *component.ratio);
     }

@@ -303,7 +303,7 @@ void RecordJudge::JudgeStatus(const Body& body) {
                           std::string(patrol::kResultWords[patrol::HistoryResult(status.end_code)]);
     if (message != nullptr) verdict += " with the text " + Quoted(message);
     if (has_address)
-        verdict += "; the next test begins at block " + std::string(status.address_field.view());
+        verdict += "; the next test begins at address " + std::string(status.address_field.view());
     if (reported) verdict += "; a part report goes to the agent";
     Note(at_, verdict);
     if (status.HasText()) {

@@ -48,6 +48,14 @@ std::optional<uint64_t> SystemBlocks(const Places& places, const std::string& de
     return WholeNumber(size.c_str());
 }
 
+// The address of the end of a disk of so many blocks. On one with more blocks than the 32 bits of a
+// record can count, the disk test's addresses count the least units of 2^k blocks that fit.
+uint64_t EndAddress(uint64_t blocks) {
+    uint64_t unit = 1;
+    while ((blocks - 1) / unit >= UINT32_MAX) unit *= 2;
+    return (blocks - 1) / unit + 1;
+}
+
 class ScheduleReader {
  public:
     ScheduleReader(const Places& places, State* state)
@@ -158,8 +166,10 @@ class ScheduleReader {
         const uint64_t known = progress_.Maximum(disk->device.c_str());
         disk->blocks = SystemBlocks(places_, disk->device);
         if (!disk->blocks && known > 0) disk->blocks = known;
-        const uint64_t whole = known > 0 ? known : disk->blocks.value_or(0);
-        if (whole == 0 || disk->address > whole) return;
+        const uint64_t blocks = disk->blocks.value_or(0);
+        if (blocks == 0) return;
+        const uint64_t whole = known > 0 ? known : EndAddress(blocks);
+        if (disk->address > whole) return;
         disk->ratio = static_cast<double>(disk->address) / static_cast<double>(whole);
     }
 

@@ -25,8 +25,8 @@ struct Component {
     bool enabled = false;
     bool due = false;    // in the next pass
     int turn = kNoTurn;  // the pass that tests it next, 1 being the one that is due now
-    // Of a disk: the block that its next test begins at, and the disk's size in blocks of 512 bytes
-    // where it can be had.
+    // Of a disk: the address that its next test begins at (docs/test-programs.md), and its size in
+    // blocks of 512 bytes where that can be had.
     uint64_t address = 0;
     std::optional<uint64_t> blocks;
     std::optional<double> ratio;  // of the disk that lies before the address, 0 to 1

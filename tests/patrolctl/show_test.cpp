@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <filesystem>
+
 #include "patrolctl.h"
 
 namespace patrol_test {
@@ -53,6 +55,10 @@ class LivedTest : public ShowTest {
         }
         EXPECT_EQ(agent_.Lines("log/patstat3.txt").size(), 1U);
         agent_.Write("data/lba_outfile.ini", "[HDD_MAX_LBA]\n/dev/sda=0x0000000000002000\n");
+        // 18 TB, whose addresses count 16 blocks each.
+        std::filesystem::create_directories(agent_.Path("root/sys/class/block/sdb"));
+        agent_.Write("root/sys/class/block/sdb/size", "35156250007\n");
+        agent_.SetKey("HDD_SCHEDULE 1", "address", "0x0000000041000000");
     }
 };
 

@@ -80,7 +80,7 @@ TEST_F(PatrolctlTest, SaysWhatTheControllerMakesOfEachRecord) {
                   "byte 310: disk information: passed over\n"
                   "byte 418: process notice: traced\n"
                   "byte 492: status: enters ERROR with the text \" block 3 is bad\"; the next test "
-                  "begins at block 0x00000040; a part report goes to the agent\n"
+                  "begins at address 0x00000040; a part report goes to the agent\n"
                   "5 records, 0 faults.\n");
     EXPECT_EQ(Ctl({"validate", agent_.Path("none")}).status, 1);
 }
