@@ -1,7 +1,8 @@
 // cputest: diagnosis of the processors.
 //
 // Binds itself to every online processor in turn, whichever of them it was started on, and lets it
-// carry out the checks of the modules that "-tp" names; at the last level then all of them at once.
+// carry out the checks of the modules that "-tp" names; at the last level all of them at once
+// first.
 // "-dbg_modid" and "-dbg_point" spoil the answer of one check, whether "-tp" names its module or
 // not, so that the way of a failure can be seen on a healthy machine.
 
@@ -212,34 +213,36 @@ class ProcessorTest {
         return {EndCode::kSkip, "options \"-dbg_modid\" and \"-dbg_point\" name no check"};
     }
 
+    // In order; at least one.
     std::vector<int> Processors() const {
-        std::vector<int> processors = testprog::OnlineProcessors();
-        if (!options_.affinity) return processors;
-        std::vector<int> chosen;
-        std::set_intersection(processors.begin(), processors.end(), allowed_.begin(),
-                              allowed_.end(), std::back_inserter(chosen));
-        return chosen;
+        return options_.affinity && !allowed_.empty() ? allowed_ : testprog::OnlineProcessors();
     }
 
     Outcome Round() {
         ++round_;
-        const std::vector<int> processors = Processors();
+        std::vector<int> processors = Processors();
+        if (depth_.at_once && processors.size() > 1) {
+            Outcome outcome = TestAtOnce(processors);
+            if (outcome.code != EndCode::kOk) return outcome;
+        }
+        // Where the time does not last for all of them, the next run has others.
+        std::rotate(processors.begin(), processors.begin() + seed_ % processors.size(),
+                    processors.end());
         uint64_t tried = 0;
-        std::vector<int> tested;
+        bool tested = false;
         for (const int processor : processors) {
+            if (run_.Stop()) return {};
             run_.SetDone(tried++, processors.size());
             if (!testprog::BindTo(processor)) {
                 NoteLeftOut(processor, std::strerror(errno));
                 continue;
             }
-            tested.push_back(processor);
+            tested = true;
             Outcome outcome = TestProcessor(processor);
-            if (outcome.code != EndCode::kOk || run_.Stop()) return outcome;
+            if (outcome.code != EndCode::kOk) return outcome;
         }
-        if (tested.empty()) {
-            return {EndCode::kAbort, "the system lets the test run on no processor"};
-        }
-        return depth_.at_once && tested.size() > 1 ? TestAtOnce(tested) : Outcome{};
+        return tested ? Outcome{}
+                      : Outcome{EndCode::kAbort, "the system lets the test run on no processor"};
     }
 
     void NoteLeftOut(int processor, const std::string& reason) {
