@@ -151,8 +151,8 @@ class SectorTest {
     }
 
     Outcome Failure() const {
-        std::string error =
-            Format("read error at block %s: %s", Block(bad_.front()).c_str(), reason_.c_str());
+        std::string error = Format("sector read error at block %s: %s", Block(bad_.front()).c_str(),
+                                   reason_.c_str());
         if (bad_.size() > 1) error += ", also bad:";
         for (size_t i = 1; i < bad_.size(); ++i) error += " " + Block(bad_[i]);
         return {EndCode::kNg, error};
@@ -207,7 +207,7 @@ class RandomTest {
                 const ReadResult read = reader_.Read(first_ + places[n], count);
                 if (read.end == ReadResult::End::kStopped) return {};
                 if (read.end == ReadResult::End::kFailed) {
-                    return {EndCode::kNg, Format("read error at block %s: %s",
+                    return {EndCode::kNg, Format("iorandom read error at block %s: %s",
                                                  Block(read.block).c_str(), read.reason.c_str())};
                 }
             }

@@ -216,6 +216,7 @@ class MemoryTest {
         auto area = std::make_unique<Area>(size, node, [this] { return run_.Stop(); });
         if (!area->complaint().empty() && unlocked_.empty()) {
             unlocked_ = area->complaint();
+            if (area->size() < kSmallestSize) return area;
             run_.Note(Format("only the %zu bytes of an area that could be locked are tested: %s",
                              area->size(), unlocked_.c_str()));
         }

@@ -143,9 +143,12 @@ class TestProgramTest : public PadiagFixture {
     }
     Said RunProgram(const std::string& program, const std::string& words) {
         const auto process = StartProgram(program, words);
-        // At the lowest priority it would starve beside others; only root may lift it again.
-        static_cast<void>(setpriority(PRIO_PROCESS, static_cast<id_t>(process->pid()), 0));
+        Lift(*process);
         return Listen(*process);
+    }
+    // At the lowest priority a program would starve beside others; only root may lift it again.
+    static void Lift(const Process& process) {
+        static_cast<void>(setpriority(PRIO_PROCESS, static_cast<id_t>(process.pid()), 0));
     }
 
     std::string images_;

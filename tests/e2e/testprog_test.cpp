@@ -47,7 +47,7 @@ memtest|-size 64KB -tp IMOVE+imovex -data 0|NG||IMOVE offset 0xaaa8: expected # 
 memtest|-data 0x1234 -size 64KB -tp WHOLEX -gen 4|NG||WHOLE offset 0x5550: expected # got #
 memtest|-data 1 -size 64KB -tp BMOVEX -dbg_trap|NG||BMOVE offset 0x5000: uncorrectable error
 cputest|-dbg_modid 0x10000 -dbg_point 2 -dbg_trap -affinity|NG||processor # shift: SIGILL
-hddtest|-tp iorandom -debug2 -wide 8 -dev /dev/sda -sc 8 -lba 8 -seed 7|NG|0x00000008|read error at block 0x0000000c: Input/output error, seed 0x00000007
+hddtest|-tp iorandom -debug2 -wide 8 -dev /dev/sda -sc 8 -lba 8 -seed 7|NG|0x00000008|iorandom read error at block 0x0000000c: Input/output error, seed 0x00000007
 cputest|-lv 0 -lv 256|SKIP||option "-lv" with a wrong value "256"
 cputest|-dev C1 -tp|SKIP||option "-tp" without a value
 memtest|-tp BMOVE+XMOVE|SKIP||option "-tp" with an unknown test "XMOVE"
@@ -81,7 +81,7 @@ hddtest|-dev /dev/null|SKIP||/dev/null is no disk)";
               "0x04,0x06,0x00000140,[[[[ PATROL DIAGNOSIS RESULT ]]]]\n" + line +
                   "PROGRAM : hddtest\nTITLE   : Disk diagnosis\nDEVICE  : /dev/sda\n"
                   "OPTION  : LEVEL 1\n          TIME  2 [MINUTE]\nRESULT  : NG ( PASS:  0 )\n"
-                  "ERROR   : read error at block 0x00000120: Input/output error\n" +
+                  "ERROR   : sector read error at block 0x00000120: Input/output error\n" +
                   line + "I0399:<<hddtest Error Ended>>\n" + std::string(78, '=') + "\n");
     EXPECT_EQ(RunProgram("memtest", "-size 64KB").status().substr(21, 34),
               "[[[[ DIAGNOSIS RESULT ]]]]       \n");
@@ -190,7 +190,10 @@ TEST_F(TestProgramTest, ProgressComesEverySecondUntilTheTimeIsOver) {
                                  "-dev /dev/sda -sc 1 -waitsec 600 /runtime 3",
                                  "-tp register -waitsec 600 /runtime 3"};
     std::vector<std::unique_ptr<Process>> processes;
-    for (size_t i = 0; i < 3; ++i) processes.push_back(StartProgram(kPrograms[i], words[i]));
+    for (size_t i = 0; i < 3; ++i) {
+        processes.push_back(StartProgram(kPrograms[i], words[i]));
+        Lift(*processes.back());
+    }
     for (const auto& process : processes) {
         const Said said = Listen(*process);
         EXPECT_EQ(said.status().substr(0, 10), "0x01,0x02,");
@@ -279,8 +282,10 @@ TEST_F(TestProgramTest, HolesInADiskAreFoundAtTheirAddresses) {
         Image("sdh", std::stoul(c[0]), "@256");
         const Said said = RunProgram("hddtest", "-dev /dev/sdh" + (c[1].empty() ? "" : " " + c[1]));
         const bool spoilt = c[1].find("debug2") != std::string::npos;
-        std::string error = "read error at block 0x000000" + c[2] +
-                            (spoilt ? ": Input/output error" : ": end of data");
+        const bool random = c[1].find("iorandom") != std::string::npos;
+        std::string error = (random ? "iorandom" : "sector");
+        error += " read error at block 0x000000" + c[2] +
+                 (spoilt ? ": Input/output error" : ": end of data");
         const unsigned long last = std::stoul(c[3], nullptr, 16);
         for (unsigned long bad = std::stoul(c[2], nullptr, 16) + 1; bad <= last; ++bad) {
             error += (error.find("also") == std::string::npos ? ", also bad: " : " ") + Hex(bad, 8);
@@ -353,13 +358,13 @@ TEST_F(TestProgramTest, AnInputOutputErrorOfABlockDeviceIsFoundAtItsAddress) {
     const Said said = fails ? RunProgram("hddtest", "-dev " + device + " -retry 1") : Said();
     for (const int fd : {control, file, loop}) close(fd);
     if (!fails) GTEST_SKIP() << "no loop device that fails to read can be had here";
-    EXPECT_EQ(said.error, "read error at block 0x00000064: Input/output error");
+    EXPECT_EQ(said.error, "sector read error at block 0x00000064: Input/output error");
     EXPECT_EQ(said.status().substr(0, 20), "0x04,0x06,0x00000080");
     EXPECT_EQ(said.records.at(1).body.substr(0, 23), "0x00001000,0x0200,0x01,");
 }
 
 TEST_F(TestProgramTest, APassTellsGoodAndBadResultsOfEveryKind) {
-    const std::string unread = "read error at block 0x00000820: Input/output error";
+    const std::string unread = "sector read error at block 0x00000820: Input/output error";
     EventPipe pipe(agent_);
     for (const bool failed : {false, true}) {
         SCOPED_TRACE(failed);
