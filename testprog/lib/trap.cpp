@@ -24,19 +24,20 @@ thread_local Trap trapped;
 
 void Leave(int number, siginfo_t* info, void*) {
     if (way_out == nullptr) {
+        // Word of a page that has gone bad unused; whoever uses it is told again.
+        if (number == SIGBUS && info->si_code == BUS_MCEERR_AO) return;
         signal(number, SIG_DFL);
         raise(number);  // comes when the handler has ended
         return;
     }
-    const bool memory = info->si_code == BUS_MCEERR_AR || info->si_code == BUS_MCEERR_AO;
-    trapped = {number, info->si_addr, number == SIGBUS && memory};
+    trapped = {number, info->si_addr};
     siglongjmp(*way_out, 1);
 }
 
 bool InstallHandlers() {
     struct sigaction action = {};
     action.sa_sigaction = Leave;
-    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESTART;
     sigemptyset(&action.sa_mask);
     for (const Named& known : kSignals) sigaction(known.signal, &action, nullptr);
     return true;

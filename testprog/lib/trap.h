@@ -11,14 +11,12 @@ namespace testprog {
 struct Trap {
     int signal;
     void* address;  // what was accessed, or the instruction
-    // The memory itself is bad: the processor met data that nothing can correct.
-    bool uncorrectable;
 };
 
 // Runs `work`. When that raises SIGBUS, SIGILL, SIGFPE or SIGSEGV, `work` is left at once and the
 // signal returned. Nothing is destroyed that `work` has made: it must hold nothing that needs it
 // (no text, no lock) while it touches what is under test. Outside of `work`, and in threads that
-// have none, these signals end the program as ever.
+// have none, these signals end the program as ever, but for word of a bad page that was not used.
 std::optional<Trap> Trapped(const std::function<void()>& work);
 
 // The signal's name, as "SIGILL".

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <thread>
@@ -29,6 +30,13 @@ TEST(TrapTest, SignalsOfTheWorkComeBackFromEachThreadAndOthersKill) {
                   raise(SIGSEGV);
               }),
               "SIGSEGV");
+    // The kernel has found a bad page before anybody read it.
+    siginfo_t early = {};
+    early.si_signo = SIGBUS;
+    early.si_code = BUS_MCEERR_AO;
+    const auto tell = [&] { syscall(SYS_rt_sigqueueinfo, getpid(), SIGBUS, &early); };
+    EXPECT_EQ(name_of(tell), "SIGBUS");
+    tell();
     EXPECT_EQ(name_of([] {}), "none") << "after all that";
     EXPECT_EXIT(raise(SIGFPE), ::testing::KilledBySignal(SIGFPE), "");
 }
