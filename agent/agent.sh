@@ -31,3 +31,14 @@ complain() { printf '%s: %s\n' "${0##*/}" "$*" >&2; }
 # The lock of all that runs the controller: one run at a time.
 # shellcheck disable=SC2034
 run_lock=$KVX_data/run.lock
+
+# Above 1 MiB of a history the controller puts each result in the place of the one before, so neither
+# gets there. To be called with the lock held.
+age_histories() {
+    for aged in "$KVX_log/patstat0.txt" "$KVX_log/pastat.txt"; do
+        [ -f "$aged" ] && [ "$(wc -c <"$aged")" -gt 786432 ] || continue
+        [ ! -f "${aged}2" ] || mv -f "${aged}2" "${aged}3"
+        [ ! -f "${aged}1" ] || mv -f "${aged}1" "${aged}2"
+        mv -f "$aged" "${aged}1"
+    done
+}

@@ -416,6 +416,13 @@ TEST_F(AgentUnitTest, PrepareTakesOverWhatIsNewAndNothingElse) {
     EXPECT_EQ(asked(), "patrol.exe confchg");
     EXPECT_EQ(agent_.Key("TEST_SCHEDULE", "hdd_all_num"), "2");
     EXPECT_EQ(asked(), "");
+    // The controller would keep but the newest result beside a history of 1 MiB.
+    agent_.Write("log/patstat0.txt", std::string(800000, '\n'));
+    agent_.Write("log/patstat0.txt1", "older");
+    EXPECT_EQ(asked(), "");
+    EXPECT_EQ(agent_.Read("log/patstat0.txt1").size(), 800000U);
+    EXPECT_EQ(agent_.Read("log/patstat0.txt2"), "older");
+    EXPECT_FALSE(agent_.Exists("log/patstat0.txt"));
     // What the controller could not take over is not forgotten.
     agent_.Write("data/devconf_new.xml", DeviceXml(NumberedDisks(3)));
     agent_.Remove("data/pat_msge.txt");
