@@ -114,6 +114,21 @@ std::optional<Progress> LastProgress(const std::string& output) {
     return std::nullopt;
 }
 
+// What a test of a pass shows beside its output, which is a pipe: the body of its last progress
+// record, in a file that is open there and has no name any more.
+std::optional<Progress> ShownProgress(const std::string& process) {
+    constexpr char kName[] = "/patrol-progress.";
+    constexpr size_t kEnough = 256;
+    std::error_code error;
+    std::filesystem::directory_iterator file(process + "/fd", error);
+    for (; file != std::filesystem::directory_iterator(); file.increment(error)) {
+        const std::string target = std::filesystem::read_symlink(file->path(), error).string();
+        if (target.find(kName) == std::string::npos) continue;
+        return ParseProgress(ReadText(file->path().string(), kEnough).text.c_str());
+    }
+    return std::nullopt;
+}
+
 std::string ValueOf(const std::vector<std::string>& words, const char* option) {
     const auto found = std::find(words.begin(), words.end(), option);
     return found != words.end() && found + 1 != words.end() ? *(found + 1) : "";
@@ -179,7 +194,7 @@ std::vector<RunningTest> FindRunningTests(const Places& places) {
         test.device = DeviceOf(test.kind, words);
         test.seconds = AgeOf(proc, process);
         test.on_request = !ValueOf(words, "/runtime").empty();
-        if (test.on_request) test.progress = LastProgress(OutputOf(process));
+        test.progress = test.on_request ? LastProgress(OutputOf(process)) : ShownProgress(process);
         tests.push_back(std::move(test));
     }
     std::sort(tests.begin(), tests.end(), [](const RunningTest& a, const RunningTest& b) {

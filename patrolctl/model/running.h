@@ -26,7 +26,7 @@ struct RunningTest {
     std::string device;  // as in the histories
     long long seconds = 0;
     bool on_request = false;
-    std::optional<Progress> progress;  // of a test on request, where its output may be read
+    std::optional<Progress> progress;  // what it last reported, where that may be read
 };
 
 // The tests of this agent that run now, found among all processes by the path of their program.

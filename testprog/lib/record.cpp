@@ -100,11 +100,13 @@ bool RecordWriter::Status(EndCode code, unsigned flags, uint32_t next_address,
     return Send(kStatus, body.append(text).append("\n"));
 }
 
+std::string ProgressBody(const Progress& progress) {
+    return Format("0x%08x,0x%08x,0x%02x,0x%02x,Pass=%ld\n", progress.run_time, progress.limit,
+                  progress.level & 0xffU, progress.percent & 0xffU, progress.passes);
+}
+
 bool RecordWriter::SendProgress(const Progress& progress) const {
-    if (!HasRoom(fd_)) return true;
-    return Send(kProgress,
-                Format("0x%08x,0x%08x,0x%02x,0x%02x,Pass=%ld\n", progress.run_time, progress.limit,
-                       progress.level & 0xffU, progress.percent & 0xffU, progress.passes));
+    return !HasRoom(fd_) || Send(kProgress, ProgressBody(progress));
 }
 
 bool RecordWriter::SendDiskInfo(const DiskInfo& info) const {

@@ -84,6 +84,9 @@ class RecordWriter {
     std::string device_;
 };
 
+// The body of a progress record.
+std::string ProgressBody(const Progress& progress);
+
 // The whole record as it travels; `body` ends with its line feed. For tests and for writers that
 // keep their records in another place.
 std::string FormatRecord(unsigned type, std::string_view program, std::string_view device,

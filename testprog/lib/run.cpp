@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -55,6 +57,15 @@ std::string FileNamePart(const std::string& device) {
     };
     std::replace_if(part.begin(), part.end(), foreign, '_');
     return part.substr(0, 64);
+}
+
+// A file without a name, seen among the open files of this process alone: the last progress record
+// stands there, as what a pipe carries nobody but its reader sees.
+int OpenShown() {
+    const std::string name = Format("/patrol-progress.%ld", static_cast<long>(getpid()));
+    const int fd = shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+    if (fd >= 0) shm_unlink(name.c_str());
+    return fd;
 }
 
 Extent ExtentOf(const CommonOptions& common) {
@@ -111,6 +122,7 @@ Run::Run(std::string program, std::string title, const CommonOptions& common, bo
            log_per_device && !common.device.empty() ? program_ + "_" + FileNamePart(common.device)
                                                     : program_,
            common.log_kib, common.generations),
+      shown_(OpenShown()),
       start_(Now()),
       seed_(common.seed ? static_cast<uint32_t>(*common.seed) : FreshSeed()) {
     AppendLog(Format("start: device %s, level %ld, pattern %s, seed 0x%08x", common.device.c_str(),
@@ -124,6 +136,8 @@ void Run::SendProgress() {
                             static_cast<uint32_t>(common_.runtime),
                             static_cast<unsigned>(common_.level), percent_, passes_};
     unheard_ = !writer_.SendProgress(progress) || unheard_;
+    const std::string body = ProgressBody(progress);
+    static_cast<void>(!pwrite(shown_.fd, body.data(), body.size(), 0));
     next_progress_ = now + kProgressInterval;
 }
 

@@ -19,6 +19,7 @@
 #include <string_view>
 #include <vector>
 
+#include "lib/file.h"
 #include "lib/log_file.h"
 #include "lib/options.h"
 #include "lib/record.h"
@@ -116,6 +117,7 @@ class Run {
     const RecordWriter& writer() const { return writer_; }
 
  private:
+    // Sends a progress record, and leaves its body for whoever looks into the open files.
     void SendProgress();
     void Warn(const std::string& text);
     // Asks the looks of AtEnd and makes of the outcome what their remarks ask for.
@@ -128,6 +130,7 @@ class Run {
     const CommonOptions& common_;
     RecordWriter writer_;
     LogFile log_;
+    Descriptor shown_;
     double start_;
     uint32_t seed_;
     bool seed_used_ = false;

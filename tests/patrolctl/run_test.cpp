@@ -86,6 +86,16 @@ TEST_F(RunTest, InterruptCancelsTheTests) {
     }
 }
 
+TEST_F(RunTest, StatusShowsWhatATestOfAPassHasReported) {
+    agent_.Write("data/pat_env0.ini", PatrolSettings("OFF", "ON", "OFF"));
+    ASSERT_EQ(agent_.Run({"start"}).status, 0);  // makes the schedule
+    const auto pass = agent_.Start({"start"});
+    const std::regex shown("\nmemtest  Memory  \\d+ seconds?  [1-9]\\d? %  +patrol\n");
+    EXPECT_TRUE(Eventually([&] { return std::regex_search(Ctl({"status"}).out, shown); }));
+    pass->Signal(SIGTERM);
+    pass->Wait();
+}
+
 TEST_F(RunTest, TellsAFaultFromATestThatDidNotTakePlace) {
     agent_.Write("data/padiag_para.ini", "[MEMDIAG_PARAM_LEVEL1]\nerror=ON\ntp_error=BMOVEX\n");
     EXPECT_EQ(Ctl({"run", "--kinds=mem", "--time=0"}).status, 2);
