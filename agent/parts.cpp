@@ -2,10 +2,12 @@
 // it out for the programs of parts.d, and says so in the system log.
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -50,6 +52,24 @@ void LayOut(const std::string& data, const std::string& id, const std::string& t
     }
 }
 
+// Has "hooks" hand on what has been laid out, where systemd is not there to start it for that.
+void HandOn() {
+    const char* root = std::getenv("PATROL_ROOT");
+    const std::string booted = (root != nullptr ? root : "") + std::string("/run/systemd/system");
+    char self[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", self, sizeof self);
+    if (access(booted.c_str(), F_OK) == 0 || length <= 0) return;
+    std::string hooks(self, static_cast<size_t>(length));
+    hooks.replace(hooks.rfind('/') + 1, std::string::npos, "hooks");
+    const pid_t child = fork();
+    if (child == 0) {
+        execl(hooks.c_str(), hooks.c_str(), nullptr);
+        _exit(127);
+    }
+    while (child > 0 && waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+}
+
 int Set(const std::string& data, const std::string& path) {
     const auto text = agent::ReadRegularFile(path, kMaxReport);
     if (!text.has_value()) return Fail(kGiveUp, "cannot read " + path);
@@ -69,6 +89,7 @@ int Set(const std::string& data, const std::string& path) {
     LayOut(data, id, *text);
     syslog(LOG_ERR, "fault of %s (%s), report %ld: %s", id.c_str(),
            agent::Clean(report->fru).c_str(), count, agent::Clean(report->summary).c_str());
+    HandOn();
     return kTaken;
 }
 
