@@ -1,16 +1,20 @@
 #include <array>
 #include <cstring>
+#include <initializer_list>
 
 #include "cpu/operations.h"
 
 #if defined(__x86_64__)
 #include <cpuid.h>
 #include <immintrin.h>
+#elif defined(__aarch64__)
+#include <arm_neon.h>
+#include <sys/auxv.h>
 #endif
 
 namespace testprog {
 
-#if defined(__x86_64__)
+#if defined(__x86_64__) || defined(__aarch64__)
 
 namespace {
 
@@ -18,28 +22,22 @@ using Value = uint64_t (*)(uint64_t x, uint64_t y, uint64_t z);
 
 // Two halves as one word in which an error of either shows.
 uint64_t Fold(uint64_t low, uint64_t high) { return low ^ Rotate(high, 21); }
-
-__m128i Pack(uint64_t low, uint64_t high) {
-    return _mm_set_epi64x(static_cast<int64_t>(high), static_cast<int64_t>(low));
-}
-uint64_t Fold(__m128i value) {
+template <typename Vector>
+uint64_t Fold(const Vector& value) {
     std::array<uint64_t, 2> halves = {};
+    static_assert(sizeof value == sizeof halves, "a vector has two halves");
     std::memcpy(halves.data(), &value, sizeof halves);
     return Fold(halves[0], halves[1]);
 }
 
-__attribute__((target("popcnt"))) uint64_t CountOnes(uint64_t x, uint64_t, uint64_t) {
-    return static_cast<uint64_t>(__builtin_popcountll(x));
-}
+// The slow ways.
+
 uint64_t SlowCountOnes(uint64_t x, uint64_t, uint64_t) {
     uint64_t count = 0;
     for (; x != 0; x >>= 1) count += x & 1U;
     return count;
 }
 
-__attribute__((target("sse4.2"))) uint64_t Checksum(uint64_t x, uint64_t y, uint64_t) {
-    return _mm_crc32_u64(x & UINT32_MAX, y);
-}
 uint64_t SlowChecksum(uint64_t x, uint64_t y, uint64_t) {
     constexpr uint64_t kPolynomial = 0x82f63b78;
     uint64_t rest = (x & UINT32_MAX) ^ y;
@@ -47,9 +45,6 @@ uint64_t SlowChecksum(uint64_t x, uint64_t y, uint64_t) {
     return rest;
 }
 
-__attribute__((target("pclmul"))) uint64_t CarrylessProduct(uint64_t x, uint64_t y, uint64_t) {
-    return Fold(_mm_clmulepi64_si128(Pack(x, 0), Pack(y, 0), 0));
-}
 uint64_t SlowCarrylessProduct(uint64_t x, uint64_t y, uint64_t) {
     uint64_t low = 0;
     uint64_t high = 0;
@@ -61,16 +56,6 @@ uint64_t SlowCarrylessProduct(uint64_t x, uint64_t y, uint64_t) {
     return Fold(low, high);
 }
 
-// One round of the cipher over the block (x, y) with the key (z, ~z), forwards.
-__attribute__((target("aes"))) uint64_t CipherRound(uint64_t x, uint64_t y, uint64_t z) {
-    return Fold(_mm_aesenc_si128(Pack(x, y), Pack(z, ~z)));
-}
-// Forwards and backwards again.
-__attribute__((target("aes"))) uint64_t CipherBack(uint64_t x, uint64_t y, uint64_t z) {
-    const __m128i mixed = _mm_aesenc_si128(Pack(x, y), Pack(z, ~z));
-    const __m128i unmixed = _mm_aesimc_si128(_mm_xor_si128(mixed, Pack(z, ~z)));
-    return Fold(_mm_aesdeclast_si128(unmixed, _mm_setzero_si128()));
-}
 uint64_t Unchanged(uint64_t x, uint64_t y, uint64_t) { return Fold(x, y); }
 
 using Bytes = std::array<uint8_t, 16>;
@@ -122,31 +107,24 @@ uint32_t High(uint64_t value) { return static_cast<uint32_t>(value >> 32); }
 uint64_t Join(uint32_t low, uint32_t high) { return low | (uint64_t{high} << 32); }
 uint32_t Turn(uint32_t value, unsigned count) { return (value >> count) | (value << (32 - count)); }
 
-// Two rounds of the hash from the state (x, y, z, ~x).
-__attribute__((target("sha,sse4.1"))) uint64_t HashRounds(uint64_t x, uint64_t y, uint64_t z) {
-    return Fold(_mm_sha256rnds2_epu32(Pack(x, y), Pack(z, ~x), Pack(y ^ z, 0)));
-}
-uint64_t SlowHashRounds(uint64_t x, uint64_t y, uint64_t z) {
-    std::array<uint32_t, 4> first = {High(~x), Low(~x), High(y), Low(y)};  // a, b, c, d
-    std::array<uint32_t, 4> second = {High(z), Low(z), High(x), Low(x)};   // e, f, g, h
-    for (const uint32_t word : {Low(y ^ z), High(y ^ z)}) {
-        const auto [a, b, c, d] = first;
-        const auto [e, f, g, h] = second;
+// What a round of the hash changes.
+struct HashState {
+    std::array<uint32_t, 4> first;   // a, b, c, d
+    std::array<uint32_t, 4> second;  // e, f, g, h
+};
+HashState Hashed(HashState state, std::initializer_list<uint32_t> words) {
+    for (const uint32_t word : words) {
+        const auto [a, b, c, d] = state.first;
+        const auto [e, f, g, h] = state.second;
         const uint32_t sum =
             h + word + ((e & f) ^ (~e & g)) + (Turn(e, 6) ^ Turn(e, 11) ^ Turn(e, 25));
         const uint32_t more =
             ((a & b) ^ (a & c) ^ (b & c)) + (Turn(a, 2) ^ Turn(a, 13) ^ Turn(a, 22));
-        first = {sum + more, a, b, c};
-        second = {d + sum, e, f, g};
+        state = {{sum + more, a, b, c}, {d + sum, e, f, g}};
     }
-    return Fold(Join(second[1], second[0]), Join(first[1], first[0]));
+    return state;
 }
 
-// The words of the next rounds, from (x, y) and (z, ~x).
-__attribute__((target("sha,sse4.1"))) uint64_t HashWords(uint64_t x, uint64_t y, uint64_t z) {
-    const __m128i sums = _mm_sha256msg1_epu32(Pack(x, y), Pack(z, ~x));
-    return Fold(_mm_sha256msg2_epu32(sums, Pack(z, ~x)));
-}
 uint64_t SlowHashWords(uint64_t x, uint64_t y, uint64_t z) {
     const std::array<uint32_t, 6> old = {Low(x), High(x), Low(y), High(y), Low(z), 0};
     std::array<uint32_t, 6> words = {Low(~x), High(~x)};
@@ -166,6 +144,55 @@ void ComputeAll(const Operands& operands, Words& results) {
     }
 }
 
+// Which of the instructions the processor has.
+struct Features {
+    bool count, checksum, product, cipher, hash;
+};
+
+// The instructions.
+
+#if defined(__x86_64__)
+
+__m128i Pack(uint64_t low, uint64_t high) {
+    return _mm_set_epi64x(static_cast<int64_t>(high), static_cast<int64_t>(low));
+}
+
+__attribute__((target("popcnt"))) uint64_t CountOnes(uint64_t x, uint64_t, uint64_t) {
+    return static_cast<uint64_t>(__builtin_popcountll(x));
+}
+__attribute__((target("sse4.2"))) uint64_t Checksum(uint64_t x, uint64_t y, uint64_t) {
+    return _mm_crc32_u64(x & UINT32_MAX, y);
+}
+__attribute__((target("pclmul"))) uint64_t CarrylessProduct(uint64_t x, uint64_t y, uint64_t) {
+    return Fold(_mm_clmulepi64_si128(Pack(x, 0), Pack(y, 0), 0));
+}
+// One round of the cipher over the block (x, y) with the key (z, ~z), forwards.
+__attribute__((target("aes"))) uint64_t CipherRound(uint64_t x, uint64_t y, uint64_t z) {
+    return Fold(_mm_aesenc_si128(Pack(x, y), Pack(z, ~z)));
+}
+// Forwards and backwards again.
+__attribute__((target("aes"))) uint64_t CipherBack(uint64_t x, uint64_t y, uint64_t z) {
+    const __m128i mixed = _mm_aesenc_si128(Pack(x, y), Pack(z, ~z));
+    const __m128i unmixed = _mm_aesimc_si128(_mm_xor_si128(mixed, Pack(z, ~z)));
+    return Fold(_mm_aesdeclast_si128(unmixed, _mm_setzero_si128()));
+}
+// Two rounds of the hash from the state (x, y, z, ~x).
+__attribute__((target("sha,sse4.1"))) uint64_t HashRounds(uint64_t x, uint64_t y, uint64_t z) {
+    return Fold(_mm_sha256rnds2_epu32(Pack(x, y), Pack(z, ~x), Pack(y ^ z, 0)));
+}
+uint64_t SlowHashRounds(uint64_t x, uint64_t y, uint64_t z) {
+    const HashState start = {{High(~x), Low(~x), High(y), Low(y)},
+                             {High(z), Low(z), High(x), Low(x)}};
+    const auto [first, second] = Hashed(start, {Low(y ^ z), High(y ^ z)});
+    return Fold(Join(second[1], second[0]), Join(first[1], first[0]));
+}
+
+// The words of the next rounds, from (x, y) and (z, ~x).
+__attribute__((target("sha,sse4.1"))) uint64_t HashWords(uint64_t x, uint64_t y, uint64_t z) {
+    const __m128i sums = _mm_sha256msg1_epu32(Pack(x, y), Pack(z, ~x));
+    return Fold(_mm_sha256msg2_epu32(sums, Pack(z, ~x)));
+}
+
 // Not every compiler knows the name of this one.
 bool HasHash() {
     constexpr unsigned kHash = 1U << 29;
@@ -176,21 +203,106 @@ bool HasHash() {
     return __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & kHash) != 0;
 }
 
+Features FeaturesHere() {
+    return {__builtin_cpu_supports("popcnt") != 0, __builtin_cpu_supports("sse4.2") != 0,
+            __builtin_cpu_supports("pclmul") != 0, __builtin_cpu_supports("aes") != 0, HasHash()};
+}
+
+#else
+
+uint64x2_t Pack(uint64_t low, uint64_t high) {
+    return vcombine_u64(vcreate_u64(low), vcreate_u64(high));
+}
+
+uint64_t CountOnes(uint64_t x, uint64_t, uint64_t) { return vaddv_u8(vcnt_u8(vcreate_u8(x))); }
+
+// The rest in the assembler's words, as compilers know them only where all of the program may use
+// them.
+uint64_t Checksum(uint64_t x, uint64_t y, uint64_t) {
+    uint32_t rest = 0;
+    asm(".arch_extension crc\n\tcrc32cx %w0, %w1, %2" : "=r"(rest) : "r"(Low(x)), "r"(y));
+    return rest;
+}
+
+uint64_t CarrylessProduct(uint64_t x, uint64_t y, uint64_t) {
+    uint64x2_t product;
+    asm(".arch_extension aes\n\tpmull %0.1q, %1.1d, %2.1d"
+        : "=w"(product)
+        : "w"(Pack(x, 0)), "w"(Pack(y, 0)));
+    return Fold(product);
+}
+
+uint64x2_t Mixed(uint64_t x, uint64_t y) {
+    uint64x2_t block = Pack(x, y);
+    asm(".arch_extension aes\n\taese %0.16b, %1.16b\n\taesmc %0.16b, %0.16b"
+        : "+w"(block)
+        : "w"(Pack(0, 0)));
+    return block;
+}
+// One round of the cipher over the block (x, y) with the key (z, ~z), forwards.
+uint64_t CipherRound(uint64_t x, uint64_t y, uint64_t z) {
+    return Fold(veorq_u64(Mixed(x, y), Pack(z, ~z)));
+}
+// Forwards and backwards again.
+uint64_t CipherBack(uint64_t x, uint64_t y, uint64_t) {
+    uint64x2_t block = Mixed(x, y);
+    asm(".arch_extension aes\n\taesimc %0.16b, %0.16b\n\taesd %0.16b, %1.16b"
+        : "+w"(block)
+        : "w"(Pack(0, 0)));
+    return Fold(block);
+}
+
+// Four rounds of the hash from the state (x, y), (z, ~x).
+uint64_t HashRounds(uint64_t x, uint64_t y, uint64_t z) {
+    uint64x2_t first = Pack(x, y);
+    uint64x2_t second = Pack(z, ~x);
+    asm(".arch_extension sha2\n\tsha256h %q0, %q1, %2.4s"
+        : "+w"(first)
+        : "w"(second), "w"(Pack(y ^ z, x ^ z)));
+    asm(".arch_extension sha2\n\tsha256h2 %q0, %q1, %2.4s"
+        : "+w"(second)
+        : "w"(Pack(x, y)), "w"(Pack(y ^ z, x ^ z)));
+    return Fold(Fold(first), Fold(second));
+}
+uint64_t SlowHashRounds(uint64_t x, uint64_t y, uint64_t z) {
+    const HashState start = {{Low(x), High(x), Low(y), High(y)},
+                             {Low(z), High(z), Low(~x), High(~x)}};
+    const auto [first, second] = Hashed(start, {Low(y ^ z), High(y ^ z), Low(x ^ z), High(x ^ z)});
+    return Fold(Fold(first), Fold(second));
+}
+
+// The words of the next rounds, from (x, y), z and ~x; those that lie between are 0.
+uint64_t HashWords(uint64_t x, uint64_t y, uint64_t z) {
+    uint64x2_t words = Pack(x, y);
+    asm(".arch_extension sha2\n\tsha256su0 %0.4s, %1.4s\n\tsha256su1 %0.4s, %2.4s, %3.4s"
+        : "+&w"(words)
+        : "w"(Pack(z, 0)), "w"(Pack(0, 0)), "w"(Pack(0, ~x)));
+    return Fold(words);
+}
+
+Features FeaturesHere() {
+    const unsigned long has = getauxval(AT_HWCAP);
+    return {true, (has & HWCAP_CRC32) != 0, (has & HWCAP_PMULL) != 0, (has & HWCAP_AES) != 0,
+            (has & HWCAP_SHA2) != 0};
+}
+
+#endif
+
 }  // namespace
 
 std::vector<Unit> SpecialUnits() {
+    const Features here = FeaturesHere();
     std::vector<Unit> units;
     const auto add = [&units](bool present, const char* name, const auto& compute, Value slow) {
         if (present) units.push_back({name, compute, slow, std::nullopt});
     };
-    add(__builtin_cpu_supports("popcnt"), "popcount", ComputeAll<CountOnes>, SlowCountOnes);
-    add(__builtin_cpu_supports("sse4.2"), "crc32", ComputeAll<Checksum>, SlowChecksum);
-    add(__builtin_cpu_supports("pclmul"), "clmul", ComputeAll<CarrylessProduct>,
-        SlowCarrylessProduct);
-    add(__builtin_cpu_supports("aes"), "aes", ComputeAll<CipherRound>, SlowCipherRound);
-    add(__builtin_cpu_supports("aes"), "aes back", ComputeAll<CipherBack>, Unchanged);
-    add(HasHash(), "sha rounds", ComputeAll<HashRounds>, SlowHashRounds);
-    add(HasHash(), "sha words", ComputeAll<HashWords>, SlowHashWords);
+    add(here.count, "popcount", ComputeAll<CountOnes>, SlowCountOnes);
+    add(here.checksum, "crc32", ComputeAll<Checksum>, SlowChecksum);
+    add(here.product, "clmul", ComputeAll<CarrylessProduct>, SlowCarrylessProduct);
+    add(here.cipher, "aes", ComputeAll<CipherRound>, SlowCipherRound);
+    add(here.cipher, "aes back", ComputeAll<CipherBack>, Unchanged);
+    add(here.hash, "sha rounds", ComputeAll<HashRounds>, SlowHashRounds);
+    add(here.hash, "sha words", ComputeAll<HashWords>, SlowHashWords);
     return units;
 }
 
