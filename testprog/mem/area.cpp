@@ -5,6 +5,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -154,7 +155,7 @@ Area::Area(size_t size, int node, const std::function<bool()>& stop) : mapped_(s
         if (mlock(bytes + size_, piece) == 0) {
             size_ += piece;
         } else if (piece > kSmallestPiece) {
-            piece = piece / 2 / kSmallestPiece * kSmallestPiece;
+            piece = std::max(piece / 2 / kSmallestPiece, size_t{1}) * kSmallestPiece;
         } else {
             complaint_ = std::strerror(errno);
             break;

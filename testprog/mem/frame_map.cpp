@@ -54,7 +54,7 @@ void FrameMap::Load(int64_t now) {
         pread(file_.fd, header, sizeof header - 1, 0) > 0 &&
         // NOLINTNEXTLINE(cert-err34-c): a number that does not fit is one that does not match
         std::sscanf(header, "memtest frames since=%lld frames=%llu\n", &since, &frames) == 2 &&
-        frames == frames_ && since <= now && now - since < kMonth;
+        frames == frames_ && since <= now && since > now - kMonth;
     if (!known) {
         static_cast<void>(!ftruncate(file_.fd, 0) || !SaveHeader());
         return;

@@ -148,7 +148,8 @@ TEST_F(MemoryFilesTest, TestedFramesAreKnownInLaterRunsUntilAMonthIsOver) {
     EXPECT_EQ(tested(400000, kNow + 31 * int64_t{86400}), 0U);
     EXPECT_TRUE(FrameMap(root_, 400000, kNow, go_on).Mark({5}));
     EXPECT_EQ(tested(400001, kNow), 0U) << "another machine";
-    for (const char* damage : {"", "memtest frames since=x", "\x01\x02\x03"}) {
+    for (const char* damage :
+         {"", "memtest frames since=-9223372036854775808 frames=400000", "\x01\x02\x03"}) {
         std::ofstream(file) << damage;
         EXPECT_EQ(tested(400000, kNow), 0U) << damage;
     }
