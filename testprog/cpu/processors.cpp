@@ -18,6 +18,8 @@ namespace {
 
 // More than any machine has.
 constexpr size_t kMaxProcessors = 1 << 16;
+// Of a thread, whatever the limit that the program was started with.
+constexpr size_t kStackSize = size_t{1} << 20;
 
 }  // namespace
 
@@ -80,7 +82,11 @@ BoundThread::BoundThread(int processor, std::function<void(bool bound)> work)
         thread->work_(BindTo(thread->processor_));
         return nullptr;
     };
-    started_ = pthread_create(&thread_, nullptr, run, this) == 0;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, kStackSize);
+    started_ = pthread_create(&thread_, &attributes, run, this) == 0;
+    pthread_attr_destroy(&attributes);
 }
 
 BoundThread::~BoundThread() {

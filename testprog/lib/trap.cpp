@@ -2,8 +2,11 @@
 
 #include <setjmp.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <array>
+#include <memory>
+#include <new>
 
 namespace testprog {
 
@@ -23,7 +26,9 @@ thread_local sigjmp_buf* volatile way_out = nullptr;
 thread_local Trap trapped;
 
 void Leave(int number, siginfo_t* info, void*) {
-    if (way_out == nullptr) {
+    // What another process has sent says nothing about what is under test.
+    const bool foreign = info->si_code <= 0 && info->si_pid != getpid();
+    if (way_out == nullptr || foreign) {
         // Word of a page that has gone bad unused; whoever uses it is told again.
         if (number == SIGBUS && info->si_code == BUS_MCEERR_AO) return;
         signal(number, SIG_DFL);
@@ -48,16 +53,19 @@ class SignalStack {
  public:
     SignalStack() {
         stack_t stack = {};
-        stack.ss_sp = room_.data();
-        stack.ss_size = room_.size();
-        sigaltstack(&stack, &before_);
+        stack.ss_sp = room_.get();
+        stack.ss_size = kStackSize;
+        if (room_) sigaltstack(&stack, &before_);
     }
-    ~SignalStack() { sigaltstack(&before_, nullptr); }
+    ~SignalStack() {
+        if (room_) sigaltstack(&before_, nullptr);
+    }
     SignalStack(const SignalStack&) = delete;
     SignalStack& operator=(const SignalStack&) = delete;
 
  private:
-    alignas(16) std::array<char, kStackSize> room_;
+    // Not on the stack in use, which may be limited to less.
+    std::unique_ptr<char[]> room_{new (std::nothrow) char[kStackSize]};
     stack_t before_ = {};
 };
 

@@ -39,6 +39,11 @@ TEST(TrapTest, SignalsOfTheWorkComeBackFromEachThreadAndOthersKill) {
     tell();
     EXPECT_EQ(name_of([] {}), "none") << "after all that";
     EXPECT_EXIT(raise(SIGFPE), ::testing::KilledBySignal(SIGFPE), "");
+    const auto hit_by_another = [] {
+        if (fork() == 0) _exit(kill(getppid(), SIGSEGV));
+        pause();
+    };
+    EXPECT_EXIT(Trapped(hit_by_another), ::testing::KilledBySignal(SIGSEGV), "");
 }
 
 }  // namespace
