@@ -14,6 +14,7 @@ namespace {
 
 constexpr uint64_t kMaxSeconds = 100UL * 24 * 3600;
 constexpr int kNotMeant = 4;
+constexpr size_t kLongestPattern = 1000;
 
 std::string Trimmed(const std::string& text) {
     constexpr char kBlanks[] = " \t\r";
@@ -100,6 +101,8 @@ void Pattern::Free::operator()(regex_t* pattern) const {
 
 std::string Pattern::Parse(const std::string& text) {
     if (text.empty()) return {};
+    // Each parenthesis may take a part of the stack.
+    if (text.size() > kLongestPattern) return "a pattern has 1000 characters at the most";
     auto fresh = std::make_unique<regex_t>();
     const int error = regcomp(fresh.get(), text.c_str(), REG_EXTENDED);
     if (error == 0) {

@@ -48,7 +48,8 @@ class Statuses {
     bool signal_ = false;
 };
 
-// An extended regular expression of POSIX. One that is empty matches nothing.
+// An extended regular expression of POSIX, of at most 1000 characters. One that is empty matches
+// nothing.
 class Pattern {
  public:
     // Returns an empty text, or what is wrong with it.

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +12,8 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <sstream>
 
 #include "lib/run.h"
 
@@ -60,6 +63,28 @@ int Spawn(const std::vector<std::string>& words, int output, pid_t* pid) {
     return error;
 }
 
+std::set<pid_t> Children() {
+    const std::string self = std::to_string(getpid());
+    std::istringstream list(ReadAttribute("/proc/self/task/" + self + "/children"));
+    return {std::istream_iterator<pid_t>(list), {}};
+}
+
+// Ends the children that came after `known`, and theirs, which then come to this process; for a
+// second at the most.
+void EndOrphans(const std::set<pid_t>& known) {
+    bool any = true;
+    for (int left = 100; any && left > 0; --left) {
+        any = false;
+        for (const pid_t child : Children()) {
+            if (known.count(child) != 0) continue;
+            any = true;
+            kill(child, SIGKILL);
+            waitpid(child, nullptr, WNOHANG);
+        }
+        if (any) poll(nullptr, 0, 10);
+    }
+}
+
 }  // namespace
 
 Command::~Command() {
@@ -76,6 +101,9 @@ std::string Command::Start(const std::vector<std::string>& words) {
     fcntl(output_.fd, F_SETFL, O_NONBLOCK);
     CloseAtExec();
     signal(SIGCHLD, SIG_DFL);  // an end must wait to be fetched, whatever was inherited
+    // Whoever leaves the command's group comes to this process when its parent ends.
+    prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
+    known_children_ = Children();
     const int error = Spawn(words, write_end.fd, &pid_);
     if (error == 0) return {};
     pid_ = -1;
@@ -96,6 +124,7 @@ bool Command::HasEnded() {
     }
     kill(-pid_, SIGKILL);  // what it left behind
     waitpid(pid_, nullptr, 0);
+    EndOrphans(known_children_);
     end_ = {seen.si_code == CLD_EXITED, seen.si_status};
     return true;
 }

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,8 @@ class Command {
  public:
     // Lines of the output are cut at so many characters.
     explicit Command(size_t longest_line = 1000) : longest_line_(longest_line) {}
-    // Kills what is left of a command that was started, all its processes together.
+    // Kills what is left of a command that was started, all its processes together, those that left
+    // its group as well.
     ~Command();
     Command(const Command&) = delete;
     Command& operator=(const Command&) = delete;
@@ -36,7 +38,7 @@ class Command {
     // Waits so many seconds at the most for output, and hands over each line that is whole: without
     // its line end and control characters, backspaces applied. A carriage return ends a line too.
     // Returns true until the command has ended and what it wrote is read; processes that it left
-    // behind do not count.
+    // behind do not count and are killed.
     bool Listen(double seconds, const std::function<void(const std::string&)>& take);
 
     // Sends a signal to all processes of the command.
@@ -52,6 +54,7 @@ class Command {
     bool ReadSome(const std::function<void(const std::string&)>& take);
 
     const size_t longest_line_;
+    std::set<pid_t> known_children_;  // of this process before the command was started
     pid_t pid_ = -1;
     Descriptor output_{-1};
     std::string line_;

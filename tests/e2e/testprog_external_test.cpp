@@ -56,6 +56,8 @@ exit|ng_pattern=(|0x05|setting "ng_pattern": Unmatched ( or \()";
     }
     EXPECT_EQ(RunScript("seq 12").Lines("DETAIL  : "), Split("3\n4\n5\n6\n7\n8\n9\n10\n11\n12"));
     EXPECT_EQ(RunScript("true", "title=Yes").Lines("TITLE   : "), Strings{"Yes"});
+    EXPECT_EQ(RunScript("true", "ok_pattern=" + std::string(20000, '(')).error,
+              "setting \"ok_pattern\": a pattern has 1000 characters at the most");
     EXPECT_EQ(RunScript("true", "", "-dbg_modid 1 -dbg_point 2").error,
               "the test was asked to fail");
     // A second has room for two rounds, except where the machine is very busy.
@@ -113,10 +115,11 @@ hddtest|-lv 1 -dev /dev/sdb|late)";
 
 TEST_F(ExternalTestTest, ACommandTellsItsProgressAndIsStoppedInOrder) {
     // It passes no signal over, holds no descriptor of the controller, and leaves nobody behind.
-    agent_.Script("it",
-                  "sleep 600 &\necho $! > $KVX_data/left\n[ -e /proc/$$/fd/9 ] && echo leak\n"
-                  "trap 'echo once more' INT\ntrap 'echo enough; exit 5' TERM\n"
-                  "echo 42% done\nwhile :; do sleep 0.05; done\n");
+    agent_.Script(
+        "it",
+        "setsid sleep 600 &\necho $! > $KVX_data/left\n[ -e /proc/$$/fd/9 ] && echo leak\n"
+        "trap 'echo once more' INT\ntrap 'echo enough; exit 5' TERM\n"
+        "echo 42% done\nwhile :; do sleep 0.05; done\n");
     Settings("[TEST]\ncommand=it\nprogress_pattern=^([0-9]+)%\ngrace=1\n");
     Launch launch;
     launch.in_child = [] { dup2(STDOUT_FILENO, 9); };
