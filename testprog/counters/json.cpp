@@ -7,6 +7,7 @@ namespace testprog {
 namespace {
 
 constexpr int kDeepest = 32;
+constexpr size_t kLongestName = 200;
 
 class Reader {
  public:
@@ -62,7 +63,8 @@ class Reader {
                 if (Next() != '"' || !ReadText(&key) || !Pass(':')) return false;
                 part = name.empty() ? key : name + "." + key;
             }
-            if (!Read(part, depth)) return false;
+            // Every value has a name of its own, which must not add up to much.
+            if (part.size() > kLongestName || !Read(part, depth)) return false;
         } while (Pass(','));
         return Pass(last);
     }
