@@ -1,11 +1,13 @@
 #include "lib/record.h"
 
 #include <poll.h>
+#include <signal.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
@@ -19,26 +21,37 @@ enum RecordType : unsigned { kLog = 1, kStatus = 2, kProgress = 3, kDiskInfo = 4
 
 // The field has room for two hexadecimal digits.
 constexpr ptrdiff_t kMaxLines = 0xff;
+constexpr int kLookMilliseconds = 100;
+
+// A pipe that polls as writable takes at least PIPE_BUF bytes at once, more than a short record.
+bool HasRoom(int fd, int milliseconds) {
+    pollfd room{fd, POLLOUT, 0};
+    return poll(&room, 1, milliseconds) != 0;
+}
+
+// Waits for room; returns false once SIGTERM is held back and there is still none.
+bool AwaitRoom(int fd) {
+    sigset_t pending;
+    do {
+        if (HasRoom(fd, kLookMilliseconds)) return true;
+        sigemptyset(&pending);
+        sigpending(&pending);
+    } while (sigismember(&pending, SIGTERM) != 1);
+    return false;
+}
 
 bool WriteAll(int fd, std::string_view bytes) {
     while (!bytes.empty()) {
-        const ssize_t count = write(fd, bytes.data(), bytes.size());
+        if (!AwaitRoom(fd)) return false;
+        // A write of more could wait where no signal reaches it.
+        const ssize_t count = write(fd, bytes.data(), std::min<size_t>(bytes.size(), PIPE_BUF));
         if (count > 0) {
             bytes.remove_prefix(static_cast<size_t>(count));
-        } else if (count < 0 && errno == EAGAIN) {
-            pollfd room{fd, POLLOUT, 0};
-            poll(&room, 1, -1);
-        } else if (count == 0 || errno != EINTR) {
+        } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
             return false;
         }
     }
     return true;
-}
-
-// A pipe that polls as writable takes at least PIPE_BUF bytes at once, more than a short record.
-bool HasRoom(int fd) {
-    pollfd room{fd, POLLOUT, 0};
-    return poll(&room, 1, 0) != 0;
 }
 
 }  // namespace
@@ -106,7 +119,7 @@ std::string ProgressBody(const Progress& progress) {
 }
 
 bool RecordWriter::SendProgress(const Progress& progress) const {
-    return !HasRoom(fd_) || Send(kProgress, ProgressBody(progress));
+    return !HasRoom(fd_, 0) || Send(kProgress, ProgressBody(progress));
 }
 
 bool RecordWriter::SendDiskInfo(const DiskInfo& info) const {

@@ -50,9 +50,10 @@ struct DiskInfo {
     std::string firmware;
 };
 
-// Writes records to a descriptor, each with one write(2) (continued only where the system takes
-// less than the whole). Every call returns true when the record is out and false when it is not:
-// the reader has gone (SIGPIPE must be ignored or blocked) or the file cannot take it. Names
+// Writes records to a descriptor, each with one write(2) (continued where it is longer than
+// PIPE_BUF or the system takes less). Every call returns true when the record is out and false when
+// it is not: the reader has gone (SIGPIPE must be ignored or blocked), the file cannot take it, or
+// a pipe has no room and SIGTERM, which must be blocked, has come. Names
 // longer than their 16 columns are cut; control characters in names and log texts are dropped.
 class RecordWriter {
  public:

@@ -102,6 +102,11 @@ void EnterBackground() {
     // A reader that went away and a file at its size limit are failed writes.
     for (const int signal : {SIGPIPE, SIGXFSZ}) SetDisposition(signal, SIG_IGN);
 
+    // What is opened later must not come to stand where records go: those are to fail.
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(fd, F_GETFD) < 0) static_cast<void>(open("/dev/null", O_RDONLY));
+    }
+
     // Where the system refuses any of this the test runs all the same, only less politely.
     const Descriptor choice(open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC));
     static_cast<void>(!write(choice.fd, "1000", 4));
@@ -233,6 +238,12 @@ void Run::TakeRemarks(Outcome* outcome) {
 }
 
 int Run::Finish(Outcome outcome) {
+    // One that came before has had its effect; from here on it ends the wait for a reader.
+    sigset_t terminate;
+    sigemptyset(&terminate);
+    sigaddset(&terminate, SIGTERM);
+    const timespec no_time{};
+    sigtimedwait(&terminate, nullptr, &no_time);
     if (outcome.code == EndCode::kNg && seed_used_) outcome.error += Format(", seed 0x%08x", seed_);
     TakeRemarks(&outcome);
     if (outcome.code == EndCode::kOk && cancelled_) outcome.code = EndCode::kCancel;
@@ -240,13 +251,6 @@ int Run::Finish(Outcome outcome) {
         outcome = {EndCode::kAbort, "a record could not be written"};
     }
     SendProgress();
-    // From here on only a reader that does not read can hold the program up; SIGTERM ends that.
-    sigset_t terminate;
-    sigemptyset(&terminate);
-    sigaddset(&terminate, SIGTERM);
-    const timespec no_time{};
-    sigtimedwait(&terminate, nullptr, &no_time);  // one that came before has had its effect
-    sigprocmask(SIG_UNBLOCK, &terminate, nullptr);
     const auto level = static_cast<long>(common_.level);
     const Result result{common_.patrol,    program_,     title_,  common_.device, level,
                         ExtentOf(common_), outcome.code, passes_, outcome.error,  details_};

@@ -52,7 +52,8 @@ double Now();
 // To be called first in main. Gives the process the lowest CPU and I/O priority, makes it the first
 // choice of the out-of-memory killer, keeps SIGPIPE and SIGXFSZ from killing it, and holds SIGINT,
 // SIGTERM and SIGHUP back for Run, which looks for them between steps and while it waits; so no
-// handler ever interrupts anything.
+// handler ever interrupts anything. A standard descriptor that is closed is opened, for reading
+// alone.
 void EnterBackground();
 
 class Run {

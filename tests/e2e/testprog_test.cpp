@@ -124,7 +124,7 @@ TEST_F(TestProgramTest, OnlyMemoryThatCanBeLockedIsTested) {
         };
         return launch;
     };
-    const Said none = Listen(*StartProgram("memtest", "-size 1MB", with_limit(0)));
+    const Said none = Listen(*StartProgram("memtest", "-size 100KB", with_limit(4096)));
     EXPECT_EQ(none.error.substr(0, 27), "no memory could be locked: ") << none.error;
     EXPECT_EQ(none.exit_status, 2);
     const std::string words = "-size 1MB -tp BMOVEX -log 9 -data 0";
@@ -147,6 +147,10 @@ TEST_F(TestProgramTest, WithoutASizeOtherFramesAreTestedInEachRun) {
     EXPECT_GT(tested[1], tested[0]);
     const std::regex line("\\d+ % of the memory tested since \\d{4}-\\d\\d-\\d\\d");
     EXPECT_TRUE(std::regex_search(agent_.Read("log/memtest.0.log"), line));
+    Launch closed;
+    closed.in_child = [] { close(STDOUT_FILENO); };
+    EXPECT_EQ(StartProgram("memtest", "-budget 0", closed)->Wait().status, 4);
+    EXPECT_EQ(agent_.Read("data/memtest_frames").find("ONLPTL"), std::string::npos);
 }
 
 TEST_F(TestProgramTest, ControlCharactersNeverTravel) {
@@ -208,7 +212,13 @@ TEST_F(TestProgramTest, ProgressComesEverySecondUntilTheTimeIsOver) {
 TEST_F(TestProgramTest, EveryProcessorIsTestedInItsTurn) {
     cpu_set_t own, set;
     ASSERT_EQ(sched_getaffinity(0, sizeof own, &own), 0);
-    const auto process = StartProgram("cputest", "-tp register -waitusec 9000 /runtime 600");
+    Launch small;  // a thread needs more than this stack
+    small.in_child = [] {
+        const rlimit limit = {128 << 10, 128 << 10};
+        setrlimit(RLIMIT_STACK, &limit);
+    };
+    const auto process =
+        StartProgram("cputest", "-tp instruction -waitusec 9000 /runtime 600", small);
     for (int i = 0, left = 4; i < CPU_SETSIZE && left > 0; ++i) {
         if (!CPU_ISSET(i, &own)) continue;
         --left;
@@ -251,17 +261,38 @@ TEST_F(TestProgramTest, TheOwnLogKeepsItsSizeAndGenerations) {
     EXPECT_TRUE(fs::is_empty(agent_.Path("log")));
 }
 
-TEST_F(TestProgramTest, AReaderThatHasGoneEndsTheTestAndKillsNothing) {
-    Launch launch;
-    launch.in_child = [] {
+TEST_F(TestProgramTest, AReaderThatHasGoneOrDoesNotReadKillsNothing) {
+    Launch gone, deaf;
+    gone.in_child = [] {
         int ends[2];
         if (pipe(ends) != 0) _exit(125);
         dup2(ends[1], STDOUT_FILENO);
         close_range(3, ~0U, 0);
     };
+    // The pipe is full, and its other end stays open.
+    deaf.in_child = [] {
+        int ends[2];
+        if (pipe2(ends, O_NONBLOCK) != 0) _exit(125);
+        const char filling[4096] = {};
+        while (write(ends[1], filling, sizeof filling) > 0) {
+        }
+        dup2(ends[0], STDIN_FILENO);
+        dup2(ends[1], STDOUT_FILENO);
+        fcntl(STDOUT_FILENO, F_SETFL, 0);
+    };
     for (const char* program : kPrograms) {
+        const auto process = StartProgram(program, "-dev /dev/sda -waitsec 600", deaf);
+        const std::string log = std::string(program) + (program[0] == 'h' ? "_sda" : "") + ".0.log";
+        EXPECT_TRUE(Eventually([&] { return agent_.Exists("log/" + log); }));
+        // The first SIGTERM ends the test, the second the wait for the reader.
+        const std::string state = "/proc/" + std::to_string(process->pid()) + "/stat";
+        EXPECT_TRUE(Eventually([&] {
+            process->Signal(SIGTERM);
+            return ReadFile(state).find(") Z ") != std::string::npos;
+        }));
+        EXPECT_EQ(process->Wait().status, 4) << program;
         for (const char* words : {"-waitsec 600 -dev /dev/sda", "-tp none"}) {
-            EXPECT_EQ(StartProgram(program, words, launch)->Wait().status, 4) << program << words;
+            EXPECT_EQ(StartProgram(program, words, gone)->Wait().status, 4) << program << words;
         }
     }
 }
