@@ -19,7 +19,11 @@ _patrolctl() {
     --since) words="1h 1d 1w" ;;
     --max-age) words="1d 2d 1w" ;;
     --time) words="0 60 600 3600" ;;
-    clear) words=$(patrolctl faults --json 2>/dev/null | sed -n 's/^    "id": "\(.*\)",$/\1/p') ;;
+    clear)
+        # Names of files, of which compgen would expand those that look like commands.
+        words=$(patrolctl faults --json 2>/dev/null |
+            sed -n 's/^    "id": "\([A-Za-z0-9._-]*\)",$/\1/p')
+        ;;
     esac
     if [ -z "$words" ]; then
         for ((i = 1; i < COMP_CWORD; i++)); do

@@ -338,9 +338,10 @@ TEST_F(PatrolctlTest, SuggestsTheWordThatWasMeant) {
 // The completion offers what there is.
 TEST_F(PatrolctlTest, CompletesCommandsAndOptions) {
     const auto complete = [&](const std::string& words, int at) {
-        const std::string script = "source " PATROLCTL_SOURCE "/completion.bash; COMP_WORDS=(" +
-                                   words + "); COMP_CWORD=" + std::to_string(at) +
-                                   "; _patrolctl; echo \"${COMPREPLY[@]}\"";
+        const std::string script =
+            "source " PATROLCTL_SOURCE "/completion.bash; patrolctl() { cat " + agent_.Path("ids") +
+            "; }; COMP_WORDS=(" + words + "); COMP_CWORD=" + std::to_string(at) +
+            "; _patrolctl; echo \"${COMPREPLY[@]}\"";
         const std::string out = agent_.Path("completed");
         EXPECT_EQ(system(("bash -c '" + script + "' > " + out).c_str()), 0);
         return ReadFile(out);
@@ -348,6 +349,11 @@ TEST_F(PatrolctlTest, CompletesCommandsAndOptions) {
     EXPECT_EQ(complete("patrolctl sta", 1), "status\n");
     EXPECT_EQ(complete("patrolctl check --m", 2), "--max-age\n");
     EXPECT_EQ(complete("patrolctl run --kinds m", 3), "mem\n");
+    // Whoever may name a file has no command run.
+    agent_.Write("ids",
+                 "    \"id\": \"cpu\",\n    \"id\": \"$(touch " + agent_.Path("x") + ")\",\n");
+    EXPECT_EQ(complete("patrolctl faults clear \"\"", 3), "cpu\n");
+    EXPECT_FALSE(agent_.Exists("x"));
     // Whatever it offers for a command is an option of it.
     for (const std::string& command : Split(complete("patrolctl \"\"", 1), ' ')) {
         if (command[0] == '-') continue;
