@@ -1,10 +1,13 @@
 // patrolctl report: one page with everything, for people who have no terminal at hand.
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
+#include "base/file.h"
 #include "base/kinds.h"
 #include "commands/commands.h"
 #include "commands/common.h"
@@ -213,6 +216,18 @@ std::string Page(const State& state, const std::optional<Hold>& hold) {
            "</body>\n</html>\n";
 }
 
+// Takes the place of a file; what else stands there, such as a pipe or "/dev/stdout", which is a
+// link, stays and is written to. False with errno set.
+bool Write(const std::string& path, const std::string& page) {
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        const patrol::Descriptor fd(open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOCTTY));
+        return fd.ok() && patrol::WriteAll(fd.get(), page);
+    }
+    patrol::FileReplacement file(path.c_str());
+    return file.stream() != nullptr && file.Write(page) && file.Commit();
+}
+
 }  // namespace
 
 int RunReport(const Options& options) {
@@ -222,12 +237,9 @@ int RunReport(const Options& options) {
     const std::string page = Page(state, FindHold(options.places));
     if (options.output == "-") {
         Print(page);
-    } else {
-        patrol::FileReplacement file(options.output.c_str());
-        if (file.stream() == nullptr || !file.Write(page) || !file.Commit()) {
-            PrintProblems({options.output + " cannot be written: " + std::strerror(errno)});
-            return kExitFailed;
-        }
+    } else if (!Write(options.output, page)) {
+        PrintProblems({options.output + " cannot be written: " + std::strerror(errno)});
+        return kExitFailed;
     }
     PrintProblems(state.problems);
     return StatusOf(state.problems);

@@ -177,6 +177,11 @@ TEST_F(LivedTest, WritesAPageThatStandsAlone) {
         EXPECT_EQ(page.find(part), std::string::npos) << part;
     }
     EXPECT_EQ(Ctl({"report", "-o", agent_.Path("none/page.html")}).status, 1);
+    // A link, such as "/dev/stdout", is written through.
+    ASSERT_EQ(symlink(path.c_str(), agent_.Path("link").c_str()), 0);
+    agent_.Write("page.html", "");
+    Shown({"report", "-o", agent_.Path("link")});
+    EXPECT_EQ(ReadFile(path).find("<!DOCTYPE html>"), 0U);
 }
 
 TEST_F(ShowTest, FindsTheDirectoriesInOptionsThenVariablesThenTheFile) {
