@@ -270,6 +270,7 @@ int RunDiagnosis(const Options& options) {
     CatchSignals();
     Request request(places);
     if (!TakeTurn(&request)) {
+        if (stop_asked != 0) return Fail("cancelled");
         return Fail(places.data + "/run.lock cannot be locked: " + std::strerror(errno));
     }
     std::string complaint = request.Place(SettingsOf(options));

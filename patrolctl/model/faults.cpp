@@ -167,7 +167,7 @@ std::string Failure(const std::string& what, int error) {
 // somebody else has put there is refused. Errno says why there is none.
 patrol::Descriptor OpenCleared(int directory) {
     constexpr char kName[] = "cleared";
-    mkdirat(directory, kName, 0750);
+    if (mkdirat(directory, kName, 0750) != 0 && errno != EEXIST) return {};
     patrol::Descriptor folder(
         openat(directory, kName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat status = {};

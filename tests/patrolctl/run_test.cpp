@@ -1,6 +1,7 @@
 // An on-request diagnosis by patrolctl, with the sample test programs.
 
 #include <signal.h>
+#include <sys/file.h>
 
 #include "patrolctl.h"
 
@@ -84,6 +85,14 @@ TEST_F(RunTest, InterruptCancelsTheTests) {
         EXPECT_EQ(result.status, 1);
         EXPECT_NE(result.out.find("CANCEL"), std::string::npos) << result.out;
     }
+    const int other = open(agent_.Path("data/run.lock").c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(flock(other, LOCK_EX), 0);
+    const auto waits = StartCtl({"run"});
+    ASSERT_TRUE(
+        Eventually([&] { return agent_.Read("ctl2.out").find("waiting") != std::string::npos; }));
+    waits->Signal(SIGINT);
+    EXPECT_EQ(waits->Wait().err, "patrolctl: cancelled\n");
+    close(other);
 }
 
 TEST_F(RunTest, StatusShowsWhatATestOfAPassHasReported) {
