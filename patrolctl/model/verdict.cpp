@@ -14,6 +14,8 @@ void JudgeResult(const Component& component, std::vector<Finding>* findings) {
     const std::string why = last.text.empty() ? "" : ": " + last.text;
     if (last.code == patrol::kResultError) {
         findings->push_back({Level::kCritical, component.device + " failed" + why});
+    } else if (!component.enabled) {
+        return;  // whoever has switched it off knows
     } else if (last.code == patrol::kResultTimeout) {
         findings->push_back(
             {Level::kWarning, "the test of " + component.device + " did not end in time"});

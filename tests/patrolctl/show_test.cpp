@@ -245,7 +245,10 @@ TEST_F(ShowTest, WarnsOfWhatIsNotWell) {
         EXPECT_EQ(found.status, row.status) << row.sentence;
         EXPECT_NE(found.out.find(row.sentence), std::string::npos) << found.out;
     }
-    agent_.Write(kHistory, result("OK     ", "") + rest);
+    // Nobody waits for a component that is switched off.
+    agent_.Write(kHistory, result("ABORT  ", " x") + rest);
+    agent_.SetKey("CPU_SCHEDULE", "cpu_exe", "OFF");
+    Shown({"check", kNoAge});
     agent_.Write(kTrace,
                  "2026/01/02 03:04:05 7 host ():[cntl_main] Patrol Diagnosis Error Ended.\n");
     EXPECT_NE(Shown({"check", kNoAge}, 1).find("the last pass ended with an error"),
