@@ -56,8 +56,8 @@ int RunDoctor(const Options& options) {
     CheckPlaces(options.places, &findings);
     if (WhyClosed(options.places.data).empty()) {
         CheckCatalogue(options.places, &findings);
-        const Enabled enabled = CheckSettings(options.places, &findings);
-        CheckDisks(options.places, enabled, &findings);
+        const PassSettings settings = CheckSettings(options.places, &findings);
+        CheckDisks(options.places, settings, &findings);
         CheckRemains(options.places, &findings);
     }
     const long errors = Count(findings, Grade::kError);

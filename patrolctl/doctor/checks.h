@@ -9,22 +9,25 @@ namespace patrolctl {
 // Directories, and the commands and programs in them.
 void CheckPlaces(const Places& places, Findings* findings);
 
-// Which kinds are to be tested by patrol passes; filled by CheckSettings.
-struct Enabled {
-    bool cpu = false;
-    bool memory = false;
-    bool disks = false;
+// What the settings say of passes, which the schedule is made from; filled by CheckSettings.
+struct PassSettings {
+    // Whether a kind is tested, and in how many seconds it is to end; 0: nothing is said.
+    struct OfKind {
+        bool enabled = false;
+        int timeout = 0;
+    };
+    OfKind cpu, memory, disks;
 };
 
 // "pat_env0.ini", "padiag.ini", the parameters of the test programs, "common.ini".
-Enabled CheckSettings(const Places& places, Findings* findings);
+PassSettings CheckSettings(const Places& places, Findings* findings);
 
 // The message catalogue.
 void CheckCatalogue(const Places& places, Findings* findings);
 
 // The device configuration, the list of disks that are never tested, and whether the schedule still
-// fits both and what is enabled.
-void CheckDisks(const Places& places, const Enabled& enabled, Findings* findings);
+// fits both and the settings.
+void CheckDisks(const Places& places, const PassSettings& settings, Findings* findings);
 
 // The histories, and what a killed run has left.
 void CheckRemains(const Places& places, Findings* findings);

@@ -203,21 +203,27 @@ bool IsEnabled(const patrol::ScheduleFile& schedule, const char* section, int ki
            patrol::Flag::kOff;
 }
 
-// Whether the schedule enables what the settings do.
-bool FitsSettings(const patrol::ScheduleFile& schedule, const Enabled& enabled) {
-    const auto single = [&](int kind) {
-        return IsEnabled(schedule, patrol::KeysOf(kind).section, kind);
+// Whether the schedule holds what the settings say.
+bool FitsSettings(const patrol::ScheduleFile& schedule, const PassSettings& settings) {
+    const auto timeout_fits = [&](int kind, int seconds) {
+        return seconds == 0 || schedule.Timeout(kind) == seconds;
     };
-    if (single(patrol::kKindCpu) != enabled.cpu) return false;
-    if (single(patrol::kKindMemory) != enabled.memory) return false;
+    const auto single_fits = [&](int kind, const PassSettings::OfKind& wanted) {
+        return IsEnabled(schedule, patrol::KeysOf(kind).section, kind) == wanted.enabled &&
+               timeout_fits(kind, wanted.timeout);
+    };
+    if (!single_fits(patrol::kKindCpu, settings.cpu)) return false;
+    if (!single_fits(patrol::kKindMemory, settings.memory)) return false;
     for (int i = 0; i < patrol::BoundedCount(schedule.DiskCount()); ++i) {
         const bool on = IsEnabled(schedule, patrol::DiskSection(i).c_str(), patrol::kKindHdd);
-        if (on != enabled.disks) return false;
+        if (on != settings.disks.enabled) return false;
     }
-    return true;
+    const patrol::ProfileReader parameters(patrol::para_path.c_str());
+    const int most = parameters.Int("HDDDIAG_PARAM", "max", patrol::kDefaultHddMax);
+    return most == schedule.HddMax() && timeout_fits(patrol::kKindHdd, settings.disks.timeout);
 }
 
-void CheckSchedule(const Disks& disks, const Enabled& enabled, Findings* findings) {
+void CheckSchedule(const Disks& disks, const PassSettings& settings, Findings* findings) {
     findings->About(patrol::sche_path.c_str());
     const patrol::Place place = patrol::LookAtSchedule(patrol::sche_path.c_str());
     if (place == patrol::Place::kMissing) {
@@ -236,7 +242,7 @@ void CheckSchedule(const Disks& disks, const Enabled& enabled, Findings* finding
                        "the schedule does not fit the device configuration any more: run "
                        "\"patrol.exe confchg\"");
     }
-    if (!FitsSettings(schedule, enabled)) {
+    if (!FitsSettings(schedule, settings)) {
         findings->Warn(0,
                        "the schedule does not fit the settings any more: run "
                        "\"patrol.exe reload\"");
@@ -275,7 +281,7 @@ void CheckNonTargets(Findings* findings) {
 
 }  // namespace
 
-void CheckDisks(const Places&, const Enabled& enabled, Findings* findings) {
+void CheckDisks(const Places&, const PassSettings& settings, Findings* findings) {
     CheckNonTargets(findings);
     findings->About(patrol::xml_path.c_str());
     const std::optional<Disks> disks = Scan(false, findings);
@@ -290,7 +296,7 @@ void CheckDisks(const Places&, const Enabled& enabled, Findings* findings) {
                        "on-request runs see other disks than passes do: a device has no end "
                        "line \"</dev>\"");
     }
-    CheckSchedule(*disks, enabled, findings);
+    CheckSchedule(*disks, settings, findings);
 }
 
 }  // namespace patrolctl

@@ -15,6 +15,7 @@
 #include "report/system_event_settings.h"
 #include "schedule/settings_files.h"
 #include "state/schedule_file.h"
+#include "sys/profile.h"
 
 namespace patrolctl {
 namespace {
@@ -285,30 +286,41 @@ void CheckParameters(const char* path, const Parameter (&known)[N], const char* 
     });
 }
 
-// Says what passes do with one kind. Whether they test it.
-bool SayPatrol(const SettingsFile& settings, const std::string& kind, const std::string& what,
-               Findings* findings) {
-    const bool on = settings.Number(kind + "_EXE") == 1;
+// Says what passes do with one kind.
+PassSettings::OfKind SayPatrol(const SettingsFile& settings, const std::string& kind,
+                               const std::string& what, Findings* findings) {
+    const PassSettings::OfKind wanted = {settings.Number(kind + "_EXE") == 1,
+                                         settings.Number(kind + "_TIMEOUT")};
     const int line = settings.Line(kind + "_EXE");
-    std::string text = what + (on ? " tested" : " not tested");
-    const int seconds = settings.Number(kind + "_TIMEOUT");
-    if (on) text += " by " + Quoted(settings.Text(kind + "_TEST"));
-    if (on && seconds > 0) text += ", with " + std::to_string(seconds) + " seconds to end in";
+    const std::string test = settings.Text(kind + "_TEST");
+    if (!wanted.enabled) {
+        findings->Note(line, what + " not tested");
+        return wanted;
+    }
+    std::string text = what + " tested by " + Quoted(test);
+    if (wanted.timeout > 0) {
+        text += ", with " + std::to_string(wanted.timeout) + " seconds to end in";
+    }
     findings->Note(line, text);
-    return on;
+    const patrol::ProfileReader parameters(patrol::para_path.c_str());
+    const auto now = parameters.Value<512>((kind + "_PARAM").c_str(), "tp", "");
+    if (!test.empty() && !now.empty() && now.view() != test) {
+        findings->Warn(settings.Line(kind + "_TEST"),
+                       Quoted(test) + " does not count yet, but " + Quoted(now.view()) +
+                           " of the parameters: run \"patrol.exe reload\"");
+    }
+    return wanted;
 }
 
-Enabled CheckPatrolSettings(Findings* findings) {
+PassSettings CheckPatrolSettings(Findings* findings) {
     SettingsFile settings(patrol::env_path.c_str(), patrol::PatrolSettings(), findings);
     if (!settings.Read()) {
         findings->Absent(Grade::kWarning, "passes test nothing");
         return {};
     }
-    Enabled enabled;
-    enabled.cpu = SayPatrol(settings, "CPUDIAG", "processors are", findings);
-    enabled.memory = SayPatrol(settings, "MEMDIAG", "memory is", findings);
-    enabled.disks = SayPatrol(settings, "HDDDIAG", "disks are", findings);
-    return enabled;
+    return {SayPatrol(settings, "CPUDIAG", "processors are", findings),
+            SayPatrol(settings, "MEMDIAG", "memory is", findings),
+            SayPatrol(settings, "HDDDIAG", "disks are", findings)};
 }
 
 void CheckPadiagSettings(Findings* findings) {
@@ -358,8 +370,8 @@ void CheckCommon(const Places& places, Findings* findings) {
 
 }  // namespace
 
-Enabled CheckSettings(const Places& places, Findings* findings) {
-    const Enabled enabled = CheckPatrolSettings(findings);
+PassSettings CheckSettings(const Places& places, Findings* findings) {
+    const PassSettings passes = CheckPatrolSettings(findings);
     CheckParameters(patrol::para_path.c_str(), kPatrolParameters,
                     "test names are kept nowhere, and the defaults count", findings);
     if (patrol::FileExists(patrol::nontarget_path.c_str())) {
@@ -368,7 +380,7 @@ Enabled CheckSettings(const Places& places, Findings* findings) {
     CheckPadiagSettings(findings);
     CheckParameters(patrol::para_path2.c_str(), kPadiagParameters, "the defaults count", findings);
     CheckCommon(places, findings);
-    return enabled;
+    return passes;
 }
 
 void CheckCatalogue(const Places& places, Findings* findings) {

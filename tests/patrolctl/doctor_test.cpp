@@ -92,6 +92,11 @@ TEST_F(DoctorTest, FindsEachBrokenThing) {
         {2, "devconf_new.xml: error: is missing: no disk is tested",
          remove("data/devconf_new.xml")},
         // Settings.
+        {1, "the schedule does not fit the settings any more", edit("pat_env0.ini", "45", "44")},
+        {1, "the schedule does not fit the settings any more",
+         edit("pat_new_para.ini", "max=4", "max=3")},
+        {1, "\"IMOVE\" does not count yet, but \"BMOVE\" of the parameters",
+         edit("pat_env0.ini", "\nBMOVE", "\nIMOVE")},
         {1, "pat_env0.ini:19: warning: [CPUDIAG_TIMEOUT] \"99\" counts as 50",
          edit("pat_env0.ini", "45", "99")},
         {1, "[CPUDIAG_EXE] \"on\" counts as off", edit("pat_env0.ini", "\nON", "\non")},
