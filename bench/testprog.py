@@ -70,12 +70,13 @@ def show_beside_first(measures, rounds, unit):
 # Memory. What counts is a byte that was written and read back.
 
 def memtest_rate(test, pairs):
-    """Bytes for a processor second of what one more pattern adds: so often is each byte of the
-    area written and read back with it."""
+    """Bytes for a processor second of what eight more patterns add: so often (`pairs`) is each
+    byte of the area written and read back with each. What comes with any number of them, the walking
+    bits of WHOLE above all, must not outweigh that."""
     words = [program("memtest"), "-size", f"{MEBIBYTES}MB", "-tp", test, "-data"]
     _, one = run([*words, "0x55"])
-    _, three = run([*words, "0x55+0xaa+0x33"])
-    return 2 * pairs * BYTES / (three - one)
+    _, nine = run([*words, "+".join(["0x55", "0xaa", "0x33"] * 3)])
+    return 8 * pairs * BYTES / (nine - one)
 
 
 def memtester_rate(mask, pairs):
