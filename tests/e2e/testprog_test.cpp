@@ -127,6 +127,7 @@ TEST_F(TestProgramTest, OnlyMemoryThatCanBeLockedIsTested) {
     const Said none = Listen(*StartProgram("memtest", "-size 100KB", with_limit(4096)));
     EXPECT_EQ(none.error.substr(0, 27), "no memory could be locked: ") << none.error;
     EXPECT_EQ(none.exit_status, 2);
+    EXPECT_EQ(none.Logged("00000"), Strings()) << "the reason says it all";
     const std::string words = "-size 1MB -tp BMOVEX -log 9 -data 0";
     const Said some = Listen(*StartProgram("memtest", words, with_limit(192 << 10)));
     // A bit of the upper half is spoilt: of 192 KiB.
