@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <new>
 #include <sstream>
 
 #include "counters/counters.h"
@@ -33,9 +34,9 @@ std::string FindSmartctl(const std::string& root) {
     return {};
 }
 
-// What a disk says of itself; nothing where it cannot be asked, or does not answer in time: soon
-// once the run is cancelled.
-Counters AskDisk(const std::string& root, const std::string& device, Run* run) {
+// What a disk says of itself; nothing where it cannot be asked, there is no memory for its answer,
+// or it does not answer in time: soon once the run is cancelled.
+Counters AskDisk(const std::string& root, const std::string& device, Run* run) try {
     const std::string smartctl = FindSmartctl(root);
     Command command(kMaxOutput);
     if (smartctl.empty() ||
@@ -52,6 +53,8 @@ Counters AskDisk(const std::string& root, const std::string& device, Run* run) {
         if (Now() > limit) return {};
     }
     return SmartCounters(device, output);
+} catch (const std::bad_alloc&) {
+    return {};
 }
 
 void Append(Counters* counters, const Counters& more) {

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <new>
 #include <utility>
 
 #include "lib/file.h"
@@ -183,7 +184,11 @@ bool Run::Rest(double seconds) {
 Outcome Run::Rounds(const std::function<Outcome()>& round) {
     Outcome outcome;
     do {
-        outcome = round();
+        try {
+            outcome = round();
+        } catch (const std::bad_alloc&) {
+            outcome = {EndCode::kAbort, "no memory for the test"};
+        }
         const bool whole = outcome.code == EndCode::kOk && !stopped_;
         if (whole || outcome.code == EndCode::kCompleted) ++passes_;
     } while (outcome.code == EndCode::kOk && common_.runtime != 0 && !Stop());

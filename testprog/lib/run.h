@@ -91,7 +91,7 @@ class Run {
 
     // Repeats `round` until the time given by "/runtime" is over, once without it, and counts
     // the rounds that were completed. A round with a result other than kOk is the last; of these
-    // kCompleted counts.
+    // kCompleted counts. One that finds no memory ends with kAbort.
     Outcome Rounds(const std::function<Outcome()>& round);
 
     // What part of the round is done; for the progress records.
