@@ -260,6 +260,9 @@ int RunExternal(const std::string& program, int argc, const char* const* argv) {
     Options options;
     options.common.device = program == "cputest" ? "CPU" : program == "memtest" ? "mem" : "";
     std::string complaint = ParseOptions(argc, argv, OptionTable(&options));
+    if (complaint.empty() && !AsksForExternal(argc, argv)) {
+        complaint = "option \"-tp\" names no command, as ext:NAME";
+    }
     std::string text;
     const std::string name =
         options.common.pattern.substr(std::min(kMark.size(), options.common.pattern.size()));

@@ -60,6 +60,12 @@ exit|ng_pattern=(|0x05|setting "ng_pattern": Unmatched ( or \()";
               "setting \"ok_pattern\": a pattern has 1000 characters at the most");
     EXPECT_EQ(RunScript("true", "", "-dbg_modid 1 -dbg_point 2").error,
               "the test was asked to fail");
+    // The program that does nothing else.
+    fs::create_symlink(TESTPROG_DIR "/adapter", agent_.Path("bin/adapter"));
+    EXPECT_EQ(RunProgram("adapter", "-dev mem -tp ext:it -dbg_point 2").Lines("PROGRAM : "),
+              Strings{"memtest"});
+    EXPECT_EQ(RunProgram("adapter", "-dev mem -tp BMOVE").error,
+              "option \"-tp\" names no command, as ext:NAME");
     // A second has room for two rounds, except where the machine is very busy.
     int rounds = 0;
     for (int seconds = 1; rounds < 2 && seconds < 100; seconds *= 4) {
