@@ -26,16 +26,15 @@ thread_local sigjmp_buf* volatile way_out = nullptr;
 thread_local Trap trapped;
 
 void Leave(int number, siginfo_t* info, void*) {
-    // What another process has sent says nothing about what is under test.
-    const bool foreign = info->si_code <= 0 && info->si_pid != getpid();
-    if (way_out == nullptr || foreign) {
+    if (way_out == nullptr) {
         // Word of a page that has gone bad unused; whoever uses it is told again.
         if (number == SIGBUS && info->si_code == BUS_MCEERR_AO) return;
         signal(number, SIG_DFL);
         raise(number);  // comes when the handler has ended
         return;
     }
-    trapped = {number, info->si_addr};
+    const bool foreign = info->si_code <= 0 && info->si_pid != getpid();
+    trapped = foreign ? Trap{number, nullptr, info->si_pid} : Trap{number, info->si_addr, 0};
     siglongjmp(*way_out, 1);
 }
 
@@ -87,10 +86,12 @@ std::optional<Trap> Trapped(const std::function<void()>& work) {
 }
 
 std::string TrapName(const Trap& trap) {
+    std::string name = "signal " + std::to_string(trap.signal);
     for (const Named& known : kSignals) {
-        if (known.signal == trap.signal) return known.name;
+        if (known.signal == trap.signal) name = known.name;
     }
-    return "signal " + std::to_string(trap.signal);
+    if (trap.sender != 0) name += " sent by process " + std::to_string(trap.sender);
+    return name;
 }
 
 }  // namespace testprog

@@ -1,6 +1,8 @@
 // Faults that the hardware tells by a signal.
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <optional>
 #include <string>
@@ -11,6 +13,7 @@ namespace testprog {
 struct Trap {
     int signal;
     void* address;  // what was accessed, or the instruction
+    pid_t sender;   // the other process that has sent it, which says little of the hardware; or 0
 };
 
 // Runs `work`. When that raises SIGBUS, SIGILL, SIGFPE or SIGSEGV, `work` is left at once and the
@@ -19,7 +22,7 @@ struct Trap {
 // have none, these signals end the program as ever, but for word of a bad page that was not used.
 std::optional<Trap> Trapped(const std::function<void()>& work);
 
-// The signal's name, as "SIGILL".
+// The signal's name, as "SIGILL", and who has sent it.
 std::string TrapName(const Trap& trap);
 
 }  // namespace testprog
