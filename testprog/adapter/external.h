@@ -12,9 +12,9 @@ namespace testprog {
 // Whether the words of a command line ask for a command.
 bool AsksForExternal(int argc, const char* const* argv);
 
-// The rest of a test program's main in that case (in another the test is skipped). `program` is the test program's name, under which
-// the records go out. Takes every word that the controller gives to any test program. Returns the
-// exit status.
+// The rest of a test program's main in that case; in any other the test is skipped. `program` is
+// the test program's name, under which the records go out. Takes every word that the controller
+// gives to any test program. Returns the exit status.
 int RunExternal(const std::string& program, int argc, const char* const* argv);
 
 }  // namespace testprog
