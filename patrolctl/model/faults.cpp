@@ -27,12 +27,15 @@ constexpr int kStoreVersion = 1;
 
 // The names in a directory, sorted. False with errno set when it cannot be listed.
 bool ListDirectory(const std::string& path, std::vector<std::string>* names) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
+    std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
     if (directory == nullptr) return false;
     errno = 0;
     while (const dirent* entry = readdir(directory.get())) names->emplace_back(entry->d_name);
+    const int failure = errno;
+    directory.reset();  // which may change errno
     std::sort(names->begin(), names->end());
-    return errno == 0;
+    errno = failure;
+    return failure == 0;
 }
 
 // The value of the first line KEY=VALUE; empty where there is none.
