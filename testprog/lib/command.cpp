@@ -12,8 +12,8 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <iterator>
-#include <sstream>
 
 #include "lib/run.h"
 
@@ -65,7 +65,7 @@ int Spawn(const std::vector<std::string>& words, int output, pid_t* pid) {
 
 std::set<pid_t> Children() {
     const std::string self = std::to_string(getpid());
-    std::istringstream list(ReadAttribute("/proc/self/task/" + self + "/children"));
+    std::ifstream list("/proc/self/task/" + self + "/children");
     return {std::istream_iterator<pid_t>(list), {}};
 }
 
