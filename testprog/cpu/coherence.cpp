@@ -118,11 +118,11 @@ Answer RunBoth(Side side, Answer (*judge)(Shared&, uint64_t), int partner, uint6
     const auto run = [&](size_t number) {
         traps.at(number) = Trapped([&] { answers.at(number) = side(shared, number, variant); });
     };
-    bool bound = false;
+    bool both = false;  // have done their part
     {
-        const BoundThread other(partner, [&](bool on_partner) {
-            bound = on_partner;
+        const BoundThread other(partner, [&](bool bound) {
             if (bound) run(1);
+            both = bound;
         });
         if (!other.started()) return {0, 0};
         run(0);
@@ -134,7 +134,7 @@ Answer RunBoth(Side side, Answer (*judge)(Shared&, uint64_t), int partner, uint6
     for (const Answer& answer : answers) {
         if (!IsRight(answer)) return answer;
     }
-    return judge == nullptr || shared.given_up || !bound ? Answer{0, 0} : judge(shared, variant);
+    return judge == nullptr || shared.given_up || !both ? Answer{0, 0} : judge(shared, variant);
 }
 
 }  // namespace

@@ -264,7 +264,6 @@ class ProcessorTest {
     // checks of its own: those of the caches change memory.
     Outcome TestAtOnce(const std::vector<int>& processors) {
         std::atomic<bool> stop = false;
-        std::atomic<size_t> running = 0;
         std::mutex mutex;
         Outcome first;
         const Setting setting{processors, std::min(depth_.areas, kAreasAtOnce),
@@ -284,18 +283,19 @@ class ProcessorTest {
         };
         std::list<BoundThread> threads;
         for (const int processor : processors) {
-            ++running;
-            threads.emplace_back(processor, [&test, &running, processor](bool bound) {
+            threads.emplace_back(processor, [&test, processor](bool bound) {
                 if (bound) test(processor);
-                --running;
             });
-            if (!threads.back().started()) --running;
         }
-        while (running > 0) {
-            if (run_.Stop()) stop = true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        bool starved = false;
+        for (const BoundThread& thread : threads) {
+            while (thread.running()) {
+                if (starved || run_.Stop()) stop = true;
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            }
+            starved = starved || thread.starved();
         }
-        threads.clear();
+        if (starved && first.code == EndCode::kOk) throw std::bad_alloc();
         return first;
     }
 

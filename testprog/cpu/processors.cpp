@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <numeric>
 #include <string>
 #include <utility>
@@ -78,8 +79,13 @@ std::vector<size_t> CacheSizes(int processor) {
 BoundThread::BoundThread(int processor, std::function<void(bool bound)> work)
     : processor_(processor), work_(std::move(work)) {
     const auto run = [](void* self) -> void* {
-        const auto* thread = static_cast<const BoundThread*>(self);
-        thread->work_(BindTo(thread->processor_));
+        auto* thread = static_cast<BoundThread*>(self);
+        try {
+            thread->work_(BindTo(thread->processor_));
+        } catch (const std::bad_alloc&) {
+            thread->starved_ = true;
+        }
+        thread->running_ = false;
         return nullptr;
     };
     pthread_attr_t attributes;
@@ -87,6 +93,7 @@ BoundThread::BoundThread(int processor, std::function<void(bool bound)> work)
     pthread_attr_setstacksize(&attributes, kStackSize);
     started_ = pthread_create(&thread_, &attributes, run, this) == 0;
     pthread_attr_destroy(&attributes);
+    if (!started_) running_ = false;
 }
 
 BoundThread::~BoundThread() {

@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <vector>
@@ -27,7 +28,8 @@ std::vector<size_t> CacheSizes(int processor);
 class BoundThread {
  public:
     // Starts the thread, which calls `work` with true, or with false where it cannot be bound.
-    // Where no thread can be started, `work` is never called.
+    // Where no thread can be started, `work` is never called. It ends where it throws
+    // std::bad_alloc.
     BoundThread(int processor, std::function<void(bool bound)> work);
     // Waits for the end of `work`.
     ~BoundThread();
@@ -35,12 +37,17 @@ class BoundThread {
     BoundThread& operator=(const BoundThread&) = delete;
 
     bool started() const { return started_; }
+    bool running() const { return running_; }
+    // Whether `work` found no memory. To be asked when the thread is running no more.
+    bool starved() const { return starved_; }
 
  private:
     int processor_;
     std::function<void(bool bound)> work_;
     pthread_t thread_ = {};
     bool started_;
+    std::atomic<bool> running_{true};
+    bool starved_ = false;
 };
 
 }  // namespace testprog

@@ -47,7 +47,7 @@ bool InstallHandlers() {
     return true;
 }
 
-// The thread's stack for handlers, as long as it lives.
+// The thread's stack for handlers, as long as it lives; then the way out is what it was before.
 class SignalStack {
  public:
     SignalStack() {
@@ -58,6 +58,7 @@ class SignalStack {
     }
     ~SignalStack() {
         if (room_) sigaltstack(&before_, nullptr);
+        way_out = outer_;
     }
     SignalStack(const SignalStack&) = delete;
     SignalStack& operator=(const SignalStack&) = delete;
@@ -66,6 +67,7 @@ class SignalStack {
     // Not on the stack in use, which may be limited to less.
     std::unique_ptr<char[]> room_{new (std::nothrow) char[kStackSize]};
     stack_t before_ = {};
+    sigjmp_buf* const outer_ = way_out;
 };
 
 }  // namespace
@@ -75,13 +77,11 @@ std::optional<Trap> Trapped(const std::function<void()>& work) {
     static_cast<void>(installed);
     const SignalStack stack;
     sigjmp_buf here;
-    sigjmp_buf* const outer = way_out;
     const bool left = sigsetjmp(here, 1) != 0;
     if (!left) {
         way_out = &here;
         work();
     }
-    way_out = outer;
     return left ? std::optional<Trap>(trapped) : std::nullopt;
 }
 
