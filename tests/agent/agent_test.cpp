@@ -437,6 +437,21 @@ TEST_F(AgentUnitTest, PrepareTakesOverWhatIsNewAndNothingElse) {
     EXPECT_EQ(agent_.Key("TEST_SCHEDULE", "hdd_all_num"), "3");
 }
 
+TEST_F(AgentUnitTest, WithTheSettingsAsTheyComeEveryDiskHasItsTurn) {
+    constexpr int kDisks = 26;
+    agent_.Write("data/devconf_new.xml", DeviceXml(NumberedDisks(kDisks)));
+    ASSERT_EQ(system(("cp '" AGENT_SETTINGS "'/*.ini '" + agent_.Path("config'")).c_str()), 0);
+    agent_.Write("config/pat_env0.ini", PatrolSettings("OFF", "OFF", "ON"));
+    agent_.Script("hddtest", "echo \"$2\" >>\"$KVX_data/tested\"");
+    EXPECT_EQ(Agent("prepare").status, 0);
+    constexpr int kRounds = 2;
+    for (int pass = 0; pass < 2 * kRounds; ++pass) EXPECT_EQ(agent_.Run({"start"}).status, 0);
+    const Strings tested = agent_.Lines("data/tested");
+    for (const Disk& disk : NumberedDisks(kDisks)) {
+        EXPECT_EQ(std::count(tested.begin(), tested.end(), disk.device), kRounds) << disk.device;
+    }
+}
+
 TEST_F(AgentUnitTest, ARequestKeepsToThePadiagIniOfTheAdministrator) {
     const std::string bin = agent_.Path("bin");
     // The test programs are looked for beside "get".

@@ -202,7 +202,7 @@ a_stop_leaves_no_test_program() {
     # A pass whose tests take long: everything at the deepest level.
     inside sed -i 's/^lv=.*/lv=3/; s/^max=.*/max=1/' /etc/patrol/pat_new_para.ini
     stop_while_running patrol.service
-    inside sed -i 's/^lv=.*/lv=0/; s/^max=.*/max=4/' /etc/patrol/pat_new_para.ini
+    inside sed -i 's/^lv=.*/lv=0/; s/^max=.*/max=128/' /etc/patrol/pat_new_para.ini
     inside sed -i '/^\[time\]/,$ s/^[0-9]*$/300/' /etc/patrol/padiag.ini
     stop_while_running patrol-request@1.service
     expect_line "$requests" " CANCEL memtest Memory "
