@@ -354,6 +354,9 @@ TEST_F(FaultStoreTest, EveryReportReachesTheProgramsOfPartsD) {
     EXPECT_EQ(agent_.Lines("data/told").size(), 1U);
     agent_.Write("data/outbox/memory@1.2.3.new.4", "FRU1=half");
     utimes(agent_.Path("data/outbox/memory@1.2.3.new.4").c_str(), std::array<timeval, 2>{}.data());
+    // A lock that cannot be had keeps no report back.
+    agent_.Remove("data/hooks.lock");
+    agent_.MakeDir("data/hooks.lock");
     EXPECT_EQ(Agent("hooks").status, 0);
     EXPECT_EQ(agent_.Lines("data/told"),
               (std::vector<std::string>{"memory FRU1=Partition;0 there",
