@@ -249,8 +249,8 @@ int Run::Finish(Outcome outcome) {
     sigaddset(&terminate, SIGTERM);
     const timespec no_time{};
     sigtimedwait(&terminate, nullptr, &no_time);
-    if (outcome.code == EndCode::kNg && seed_used_) outcome.error += Format(", seed 0x%08x", seed_);
     TakeRemarks(&outcome);
+    if (outcome.code == EndCode::kNg && seed_used_) outcome.error += Format(", seed 0x%08x", seed_);
     if (outcome.code == EndCode::kOk && cancelled_) outcome.code = EndCode::kCancel;
     if (outcome.code == EndCode::kOk && unheard_) {
         outcome = {EndCode::kAbort, "a record could not be written"};

@@ -86,7 +86,8 @@ TEST_F(TestProgramCountersTest, NewErrorsAreNgWhereNothingCorrectedThem) {
                       module_error = "DIMM_A1 (mc0/dimm1): new uncorrected memory errors: 2",
                       threshold = "processor 2: new interrupts for corrected machine checks: 1",
                       hot = "processor 7: new throttlings for heat: 12";
-    const std::string mem = "-size 64KB", cpu = "-tp register";
+    const std::string mem = "-size 64KB -seed 5", cpu = "-tp register -seed 5",
+                      seed = ", seed 0x00000005";
     const struct {
         std::string program, words;
         std::vector<Tally> counts;
@@ -102,15 +103,15 @@ TEST_F(TestProgramCountersTest, NewErrorsAreNgWhereNothingCorrectedThem) {
                  {"memtest",
                   mem,
                   {channel, row_error},
-                  "mc2/csrow3: new uncorrected memory errors: 1",
+                  "mc2/csrow3: new uncorrected memory errors: 1" + seed,
                   {"B2 (mc2/csrow3): new corrected memory errors: 3"}},
                  {"memtest",
                   mem,
                   {uncorrected, nowhere, checks},
-                  module_error,
+                  module_error + seed,
                   {"memory controller mc1: new uncorrected memory errors: 1", check, threshold}},
                  {"memtest", "-tp ext:it", {uncorrected}, module_error, {}},
-                 {"cputest", cpu, {checks, heat}, check, {threshold, hot}},
+                 {"cputest", cpu, {checks, heat}, check + seed, {threshold, hot}},
                  {"cputest", cpu, {checks, uncorrected}, "", {check, threshold, module_error}},
                  {"hddtest", "-dev /dev/sda", {checks, uncorrected}, "", {}}};
     agent_.Write("data/ext_it.ini", "[TEST]\ncommand=sleep 600\n");
