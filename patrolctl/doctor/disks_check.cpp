@@ -203,24 +203,32 @@ bool IsEnabled(const patrol::ScheduleFile& schedule, const char* section, int ki
            patrol::Flag::kOff;
 }
 
-// Whether the schedule holds what the settings say.
-bool FitsSettings(const patrol::ScheduleFile& schedule, const PassSettings& settings) {
-    const auto timeout_fits = [&](int kind, int seconds) {
-        return seconds == 0 || schedule.Timeout(kind) == seconds;
+// Whether the schedule tests the kinds that the settings do, which "reload" sees to.
+bool FitsKinds(const patrol::ScheduleFile& schedule, const PassSettings& settings) {
+    const auto fits = [&](const char* section, int kind, const PassSettings::OfKind& wanted) {
+        return IsEnabled(schedule, section, kind) == wanted.enabled;
     };
     const auto single_fits = [&](int kind, const PassSettings::OfKind& wanted) {
-        return IsEnabled(schedule, patrol::KeysOf(kind).section, kind) == wanted.enabled &&
-               timeout_fits(kind, wanted.timeout);
+        return fits(patrol::KeysOf(kind).section, kind, wanted);
     };
     if (!single_fits(patrol::kKindCpu, settings.cpu)) return false;
     if (!single_fits(patrol::kKindMemory, settings.memory)) return false;
     for (int i = 0; i < patrol::BoundedCount(schedule.DiskCount()); ++i) {
-        const bool on = IsEnabled(schedule, patrol::DiskSection(i).c_str(), patrol::kKindHdd);
-        if (on != settings.disks.enabled) return false;
+        const patrol::Text<32> section = patrol::DiskSection(i);
+        if (!fits(section.c_str(), patrol::kKindHdd, settings.disks)) return false;
     }
+    return true;
+}
+
+// Whether the schedule has the limits of the settings, which it gets when it is made anew.
+bool FitsLimits(const patrol::ScheduleFile& schedule, const PassSettings& settings) {
+    const auto fits = [&](int kind, const PassSettings::OfKind& wanted) {
+        return wanted.timeout == 0 || schedule.Timeout(kind) == wanted.timeout;
+    };
     const patrol::ProfileReader parameters(patrol::para_path.c_str());
     const int most = parameters.Int("HDDDIAG_PARAM", "max", patrol::kDefaultHddMax);
-    return most == schedule.HddMax() && timeout_fits(patrol::kKindHdd, settings.disks.timeout);
+    return most == schedule.HddMax() && fits(patrol::kKindCpu, settings.cpu) &&
+           fits(patrol::kKindMemory, settings.memory) && fits(patrol::kKindHdd, settings.disks);
 }
 
 void CheckSchedule(const Disks& disks, const PassSettings& settings, Findings* findings) {
@@ -242,10 +250,15 @@ void CheckSchedule(const Disks& disks, const PassSettings& settings, Findings* f
                        "the schedule does not fit the device configuration any more: run "
                        "\"patrol.exe confchg\"");
     }
-    if (!FitsSettings(schedule, settings)) {
+    if (!FitsKinds(schedule, settings)) {
         findings->Warn(0,
                        "the schedule does not fit the settings any more: run "
                        "\"patrol.exe reload\"");
+    }
+    if (!FitsLimits(schedule, settings)) {
+        findings->Warn(0,
+                       "the schedule has other time limits, or another \"max\", than the "
+                       "settings: run \"patrol.exe confchg\"");
     }
 }
 
