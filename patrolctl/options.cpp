@@ -36,7 +36,11 @@ std::string Nearest(const std::string& word, const std::vector<std::string>& kno
     const size_t letters = word.size() - std::min(word.find_first_not_of('-'), word.size());
     size_t least = std::max<size_t>(letters / 2, 1) + 1;
     for (const std::string& candidate : known) {
-        const size_t distance = candidate.find(word) == 0 ? 1 : Distance(word, candidate);
+        // A beginning, or the letters in another order, is as near as can be.
+        const bool near =
+            candidate.find(word) == 0 ||
+            std::is_permutation(word.begin(), word.end(), candidate.begin(), candidate.end());
+        const size_t distance = near ? 1 : Distance(word, candidate);
         if (distance >= least) continue;
         least = distance;
         nearest = candidate;

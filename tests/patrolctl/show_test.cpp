@@ -315,7 +315,7 @@ TEST_F(PatrolctlTest, SuggestsTheWordThatWasMeant) {
         std::vector<std::string> words;
         const char* says;
     } rows[] = {
-        {{"statsu"}, "there is no command \"statsu\". Did you mean \"status\"?"},
+        {{"rnu"}, "there is no command \"rnu\". Did you mean \"run\"?"},
         {{"status", "--jsno"}, "no option \"--jsno\" of \"status\". Did you mean \"--json\"?"},
         {{"metrics", "--json"}, "no option \"--json\" of \"metrics\".\n"},
         {{"--json", "metrics"}, "no option \"--json\" of \"metrics\"."},
