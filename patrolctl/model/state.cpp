@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <unordered_map>
 
 #include "base/file.h"
@@ -192,10 +193,15 @@ class Linker {
         }
     }
 
-    void Link() const {
+    // `whole`: the schedule has every component.
+    void Link(bool whole) const {
+        std::map<std::string, const Result*> others;
         for (const Result& result : state_->results.list) {
             Component* component = Find(by_name_, Key(result.kind, result.device));
-            if (component != nullptr) component->last = &result;
+            (component != nullptr ? component->last : others[result.device]) = &result;
+        }
+        for (const auto& [device, result] : others) {
+            if (!whole) state_->unplaced.push_back(result);
         }
         for (Fault& fault : state_->faults.list) {
             Component* component = ComponentOf(fault);
@@ -290,6 +296,7 @@ void ReadSchedule(const Places& places, State* state) {
 
 void ReadState(const Places& places, State* state) {
     ReadSchedule(places, state);
+    const bool whole = state->has_schedule && state->problems.empty();
     CheckReadable(state);
     state->results = ReadResults(places);
     state->faults = ReadFaults(places);
@@ -301,7 +308,7 @@ void ReadState(const Places& places, State* state) {
             if (!said) problems.push_back(fault);
         }
     }
-    Linker(state).Link();
+    Linker(state).Link(whole);
 }
 
 }  // namespace patrolctl

@@ -45,6 +45,9 @@ struct State {
     std::vector<Component> components;
     Results results;
     FaultStore faults;
+    // Last results of what is not in the schedule, where there is none or it is not whole, so that
+    // these may be of components all the same.
+    std::vector<const Result*> unplaced;
     PassEnd last_pass = PassEnd::kUnknown;
     // What could not be read, or not be understood: a sentence each.
     std::vector<std::string> problems;

@@ -8,15 +8,20 @@
 namespace patrolctl {
 namespace {
 
+std::string WhyOf(const Result& result) { return result.text.empty() ? "" : ": " + result.text; }
+
+void JudgeError(const Result& last, std::vector<Finding>* findings) {
+    if (last.code != patrol::kResultError) return;
+    findings->push_back({Level::kCritical, last.device + " failed" + WhyOf(last)});
+}
+
 // What a last result says against its component.
 void JudgeResult(const Component& component, std::vector<Finding>* findings) {
     const Result& last = *component.last;
-    const std::string why = last.text.empty() ? "" : ": " + last.text;
-    if (last.code == patrol::kResultError) {
-        findings->push_back({Level::kCritical, component.device + " failed" + why});
-    } else if (!component.enabled) {
-        return;  // whoever has switched it off knows
-    } else if (last.code == patrol::kResultTimeout) {
+    const std::string why = WhyOf(last);
+    JudgeError(last, findings);
+    if (!component.enabled) return;  // whoever has switched it off knows
+    if (last.code == patrol::kResultTimeout) {
         findings->push_back(
             {Level::kWarning, "the test of " + component.device + " did not end in time"});
     } else if (last.code == patrol::kResultAbort) {
@@ -95,6 +100,7 @@ Verdict Judge(const State& state, long long max_age) {
         if (component.last != nullptr) JudgeResult(component, &findings);
         JudgeAge(state, component, max_age, &findings);
     }
+    for (const Result* last : state.unplaced) JudgeError(*last, &findings);
     JudgePasses(state, &findings);
     for (const std::string& problem : state.problems) {
         findings.push_back({Level::kUnknown, problem});

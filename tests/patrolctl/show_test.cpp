@@ -258,6 +258,11 @@ TEST_F(ShowTest, WarnsOfWhatIsNotWell) {
     EXPECT_NE(Shown({"check", kNoAge}, 1).find("the agent was not ready"), std::string::npos);
     agent_.Remove(kSchedule);
     EXPECT_NE(Shown({"check", kNoAge}, 1).find("there is no schedule"), std::string::npos);
+    // A failure is one whether the schedule can be read or not.
+    agent_.Write(kHistory, result("ERROR  ", " x") + rest);
+    Shown({"check", kNoAge}, 2);
+    agent_.MakeDir(kSchedule);
+    EXPECT_NE(Shown({"check", kNoAge}, 2).find("CPU failed: x"), std::string::npos);
 }
 
 TEST_F(ShowTest, SaysWhatIsRunningAndWhatKeepsPassesAway) {
