@@ -24,8 +24,11 @@
 namespace patrolctl {
 namespace {
 
-std::string Normal(const std::string& path) {
-    return std::filesystem::path(path).lexically_normal().string();
+// The one name of a program in a folder that may have several, such as those of links to it.
+std::string Normal(const std::filesystem::path& path) {
+    std::error_code error;
+    return (std::filesystem::weakly_canonical(path.parent_path(), error) / path.filename())
+        .string();
 }
 
 // The words of a process; none for one that is gone or not to be looked at.

@@ -271,8 +271,12 @@ TEST_F(ShowTest, SaysWhatIsRunningAndWhatKeepsPassesAway) {
     agent_.SetKey("TEST_SCHEDULE", "time", "6", "data/pat_sche2.txt");
     const auto request = agent_.Start({"pastart"});
     ASSERT_TRUE(Eventually([&] { return agent_.Exists("data/up"); }));
-    EXPECT_TRUE(Eventually(
-        [&] { return Ctl({"status"}).out.find("\ncputest  CPU     ") != std::string::npos; }));
+    // Whatever name the folder of the programs goes by.
+    ASSERT_EQ(symlink(agent_.Path("bin").c_str(), agent_.Path("link").c_str()), 0);
+    EXPECT_TRUE(Eventually([&] {
+        const Result status = Ctl({"status", "--bin", agent_.Path("link")});
+        return status.out.find("\ncputest  CPU     ") != std::string::npos;
+    }));
     agent_.Remove("data/hold");
     EXPECT_EQ(request->Wait().status, 0);
 
