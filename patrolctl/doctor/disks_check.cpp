@@ -5,8 +5,10 @@
 #include "base/number.h"
 #include "base/paths.h"
 #include "base/settings.h"
+#include "control/selection.h"
 #include "doctor/checks.h"
 #include "model/files.h"
+#include "model/passes.h"
 #include "schedule/device_config.h"
 #include "state/schedule_file.h"
 #include "sys/profile.h"
@@ -231,6 +233,21 @@ bool FitsLimits(const patrol::ScheduleFile& schedule, const PassSettings& settin
            fits(patrol::kKindMemory, settings.memory) && fits(patrol::kKindHdd, settings.disks);
 }
 
+// Where a pass takes no more disks than a turn has, the other turn begins where this one was cut
+// short.
+void CheckTurns(const patrol::ScheduleFile& schedule, Findings* findings) {
+    const patrol::Selection selection = patrol::ReadSelection(schedule);
+    const std::vector<size_t> left_out = LeftOut(selection);
+    if (left_out.empty()) return;
+    const size_t count = selection.disks.size();
+    const auto device = schedule.Device<512>(static_cast<int>(left_out.front()));
+    const std::string disks = std::to_string(left_out.size()) + " of " + std::to_string(count);
+    findings->Warn(0, disks + " disks are left out once the first turns are over, such as " +
+                          std::string(device.view()) + ": a pass takes no more than " +
+                          std::to_string(selection.limit) + ", and \"max\" has to be more than " +
+                          std::to_string((count + 1) / 2));
+}
+
 void CheckSchedule(const Disks& disks, const PassSettings& settings, Findings* findings) {
     findings->About(patrol::sche_path.c_str());
     const patrol::Place place = patrol::LookAtSchedule(patrol::sche_path.c_str());
@@ -260,6 +277,7 @@ void CheckSchedule(const Disks& disks, const PassSettings& settings, Findings* f
                        "the schedule has other time limits, or another \"max\", than the "
                        "settings: run \"patrol.exe confchg\"");
     }
+    CheckTurns(schedule, findings);
 }
 
 void CheckNonTargets(Findings* findings) {

@@ -1,13 +1,18 @@
 #include "model/passes.h"
 
 #include <algorithm>
+#include <set>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 
 namespace patrolctl {
 namespace {
 
 using patrol::Selection;
+
+// Looking further ahead would take longer than reading everything.
+constexpr size_t kMaxSteps = 1 << 18;
 
 // The launchers take a flag that only begins with "OFF" for off.
 bool IsTested(const Selection::Component& component) { return component.due == patrol::Flag::kOn; }
@@ -48,8 +53,6 @@ std::vector<Pass> NextPasses(Selection selection, int count) {
 }
 
 void SetTurns(Selection selection, std::vector<Component>* components) {
-    // Looking further ahead would take longer than reading everything.
-    constexpr size_t kMaxSteps = 1 << 18;
     const auto enabled = [](const Component& component) { return component.enabled; };
     auto waiting = std::count_if(components->begin(), components->end(), enabled);
     std::unordered_set<std::string> seen;
@@ -68,6 +71,28 @@ void SetTurns(Selection selection, std::vector<Component>* components) {
     for (Component& component : *components) {
         if (component.turn == kNoTurn && !all_tried) component.turn = kLateTurn;
     }
+}
+
+std::vector<size_t> LeftOut(Selection selection) {
+    std::vector<Pass> passes;
+    std::unordered_map<std::string, size_t> seen;
+    for (size_t steps = 0; steps < kMaxSteps; steps += selection.disks.size() + 2) {
+        const auto [first, is_new] = seen.emplace(Fingerprint(selection), passes.size());
+        if (!is_new) {  // from there on, all comes again
+            passes.erase(passes.begin(), passes.begin() + static_cast<long>(first->second));
+            break;
+        }
+        passes.push_back(TestedNow(selection));
+        patrol::AdvanceSelection(&selection);
+    }
+    std::set<size_t> tested;
+    for (const Pass& pass : passes) tested.insert(pass.begin(), pass.end());
+    std::vector<size_t> left_out;
+    for (size_t i = 0; i < selection.disks.size(); ++i) {
+        const bool enabled = selection.disks[i].enabled == patrol::Flag::kOn;
+        if (enabled && tested.count(i + 2) == 0) left_out.push_back(i);
+    }
+    return left_out;
 }
 
 }  // namespace patrolctl

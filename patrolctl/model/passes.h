@@ -19,4 +19,8 @@ std::vector<Pass> NextPasses(patrol::Selection selection, int count);
 // Sets in how many passes the turn of each component comes.
 void SetTurns(patrol::Selection selection, std::vector<Component>* components);
 
+// Returns the disks, as numbers in the selection, that are enabled and yet tested by no pass once
+// the first turns are over.
+std::vector<size_t> LeftOut(patrol::Selection selection);
+
 }  // namespace patrolctl

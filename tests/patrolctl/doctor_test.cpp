@@ -148,6 +148,13 @@ TEST_F(DoctorTest, FindsEachBrokenThing) {
          edit(devices, "/dev/sdb", "/dev/sdq")},
         {1, "the schedule does not fit the settings any more: run \"patrol.exe reload",
          edit("pat_env0.ini", "\nON", "\nOFF")},
+        {1,
+         "1 of 3 disks are left out once the first turns are over, such as /dev/sdb: a pass takes",
+         [this] {
+             agent_.Write("data/devconf_new.xml", DeviceXml(NumberedDisks(3)));
+             Edit("pat_new_para.ini", "max=4", "max=2");
+             agent_.Run({"confchg"});
+         }},
         {1, "there is no schedule: run \"patrol.exe reload\"", remove(kSchedule)},
         {1, "is full: of later results \"patstat3.txt\" keeps the newest alone",
          [this] { agent_.Write(kHistory, std::string(1 << 20, '\n')); }},
