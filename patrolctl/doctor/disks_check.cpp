@@ -1,5 +1,9 @@
 #include <cstring>
+#include <map>
 #include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "base/kinds.h"
 #include "base/number.h"
@@ -280,6 +284,41 @@ void CheckSchedule(const Disks& disks, const PassSettings& settings, Findings* f
     CheckTurns(schedule, findings);
 }
 
+// The first line of each section, by "[NAME]", and of each key.
+std::map<std::string, int> LinesOf(const char* path) {
+    constexpr size_t kMaxList = 16 << 20;
+    std::map<std::string, int> lines;
+    ForEachLine(ReadText(path, kMaxList).text, [&](std::string_view line, size_t number) {
+        const size_t end = BeginsWith(line, "[") ? line.find(']') + 1 : line.find('=');
+        lines.emplace(line.substr(0, end), static_cast<int>(number));
+    });
+    return lines;
+}
+
+// Says what becomes of each entry of the list, of which the first `count` are read.
+void SayEntries(const patrol::ProfileReader& list, int count, std::map<std::string, int> lines,
+                Findings* findings) {
+    std::vector<std::string> empty;
+    for (int i = 0; i < patrol::BoundedCount(count) + 1; ++i) {
+        const std::string name = "LIST" + std::to_string(i), section = "[" + name + "]";
+        const auto vendor = list.Value<512>(name.c_str(), "vendor", "");
+        const auto model = list.Value<512>(name.c_str(), "model", "");
+        if (vendor.empty()) {
+            if (i < count) empty.push_back(section);
+        } else if (i < count) {
+            findings->Note(lines[section], section + " disks of vendor \"" +
+                                               std::string(vendor.view()) + "\" and model \"" +
+                                               std::string(model.view()) + "\" are never tested");
+        } else {
+            findings->Warn(lines[section],
+                           section + " is not read: number=" + std::to_string(count));
+        }
+    }
+    if (empty.empty()) return;
+    const std::string others = " (and " + std::to_string(empty.size() - 1) + " like it)";
+    findings->Warn(lines[empty[0]], empty[0] + " has no vendor" + (empty.size() > 1 ? others : ""));
+}
+
 void CheckNonTargets(Findings* findings) {
     findings->About(patrol::nontarget_path.c_str());
     if (!patrol::FileExists(patrol::nontarget_path.c_str())) {
@@ -291,23 +330,12 @@ void CheckNonTargets(Findings* findings) {
         findings->Warn(0, "cannot be read");
         return;
     }
+    std::map<std::string, int> lines = LinesOf(patrol::nontarget_path.c_str());
     const int count = list.Int("NON_TARGETLIST", "number", 1);
-    if (count < 0) findings->Warn(0, "number=" + std::to_string(count) + " counts as none");
-    for (int i = 0; i < patrol::BoundedCount(count) + 1; ++i) {
-        const std::string section = "LIST" + std::to_string(i);
-        const auto vendor = list.Value<512>(section.c_str(), "vendor", "");
-        const auto model = list.Value<512>(section.c_str(), "model", "");
-        const bool there = !vendor.empty();
-        if (i < count && !there) findings->Warn(0, "[" + section + "] has no vendor");
-        if (i < count && there) {
-            findings->Note(0, "[" + section + "] disks of vendor \"" + std::string(vendor.view()) +
-                                  "\" and model \"" + std::string(model.view()) +
-                                  "\" are never tested");
-        }
-        if (i >= count && there) {
-            findings->Warn(0, "[" + section + "] is not read: number=" + std::to_string(count));
-        }
+    if (count < 0) {
+        findings->Warn(lines["number"], "number=" + std::to_string(count) + " counts as none");
     }
+    SayEntries(list, count, std::move(lines), findings);
 }
 
 }  // namespace

@@ -38,6 +38,12 @@ std::string_view Trimmed(std::string_view text) {
     return text.substr(first, text.find_last_not_of(kBlank) - first + 1);
 }
 
+// Whether a line says nothing to the controller.
+bool IsComment(std::string_view line) {
+    line = Trimmed(line);
+    return line.empty() || line[0] == ';' || line[0] == '#';
+}
+
 // Whether a text is a decimal number and nothing else but blanks around it.
 bool IsNumber(std::string_view text) {
     text = Trimmed(text);
@@ -260,7 +266,7 @@ void CheckParameters(const char* path, const Parameter (&known)[N], const char* 
     ForEachLine(file.text, [&](std::string_view line, size_t number) {
         const int at = static_cast<int>(number);
         line = Trimmed(line);
-        if (line.empty() || line[0] == ';' || line[0] == '#') return;
+        if (IsComment(line)) return;
         if (line[0] == '[') {
             section = line.substr(1, line.find(']') - 1);
             section_known = std::any_of(std::begin(known), std::end(known),
@@ -348,6 +354,23 @@ void CheckPadiagSettings(Findings* findings) {
     }
 }
 
+// Judges a line of [sdb] in "common.ini".
+void JudgeCommon(std::string_view line, int number, Findings* findings) {
+    const size_t equals = line.find('=');
+    std::string_view key = line.substr(0, equals);
+    key.remove_suffix(key.size() - (key.find_last_not_of(kBlank) + 1));
+    if (key != "enable" && key != "facility") {
+        findings->Warn(number, Quoted(key) + " is no key that is known in [sdb]");
+    } else if (equals == std::string_view::npos) {
+        findings->Warn(number, Quoted(key) + " has no value");
+    } else if (const auto value = line.substr(equals + 1); !IsNumber(value)) {
+        findings->Warn(number, std::string(Trimmed(line)) + CountsAs(value));
+    } else if (const int facility = patrol::ParseInt(std::string(value).c_str(), 10);
+               key == "facility" && (facility < 0 || facility > 7)) {
+        findings->Warn(number, std::string(Trimmed(line)) + " counts as 0");
+    }
+}
+
 // "common.ini" switches the announcements of on-request tests on.
 void CheckCommon(const Places& places, Findings* findings) {
     if (places.config.empty()) return;
@@ -365,7 +388,15 @@ void CheckCommon(const Places& places, Findings* findings) {
                           ? "on-request tests are not announced to the system log"
                           : "on-request tests are announced to the system log as local" +
                                 std::to_string(known ? facility : 0));
-    if (!known) findings->Warn(0, "facility=" + std::to_string(facility) + " counts as 0");
+    bool inside = false;
+    const FileText file = ReadText(places.config + "/common.ini", kMaxSettings);
+    ForEachLine(file.text, [&](std::string_view line, size_t number) {
+        if (BeginsWith(line, "[")) {
+            inside = BeginsWith(line, "[sdb]");
+        } else if (inside && !IsComment(line)) {
+            JudgeCommon(line, static_cast<int>(number), findings);
+        }
+    });
 }
 
 }  // namespace
