@@ -292,6 +292,22 @@ void CheckParameters(const char* path, const Parameter (&known)[N], const char* 
     });
 }
 
+// Looks for the sections that test names are kept in: a name without one is written to the end of
+// the file, and so becomes that of the section there.
+void CheckTestSections(Findings* findings) {
+    const FileText file = ReadText(std::string(patrol::para_path.view()), kMaxSettings);
+    if (!file.Fault().empty()) return;
+    for (const char* section : {"[CPUDIAG_PARAM]", "[MEMDIAG_PARAM]", "[HDDDIAG_PARAM]"}) {
+        bool found = false;
+        ForEachLine(file.text, [&](std::string_view line, size_t) {
+            found = found || BeginsWith(Trimmed(line), section);
+        });
+        if (found) continue;
+        findings->Warn(0, std::string("there is no section ") + section +
+                              ": its test name goes into the last one");
+    }
+}
+
 // Says what passes do with one kind.
 PassSettings::OfKind SayPatrol(const SettingsFile& settings, const std::string& kind,
                                const std::string& what, Findings* findings) {
@@ -405,6 +421,7 @@ PassSettings CheckSettings(const Places& places, Findings* findings) {
     const PassSettings passes = CheckPatrolSettings(findings);
     CheckParameters(patrol::para_path.c_str(), kPatrolParameters,
                     "test names are kept nowhere, and the defaults count", findings);
+    CheckTestSections(findings);
     if (patrol::FileExists(patrol::nontarget_path.c_str())) {
         CheckParameters(patrol::nontarget_path.c_str(), kNonTargetParameters, "", findings);
     }

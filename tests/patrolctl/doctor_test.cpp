@@ -107,6 +107,8 @@ TEST_F(DoctorTest, FindsEachBrokenThing) {
         {1, "padiag.ini:14: warning: there is no level 7", edit("padiag.ini", "\n1\n", "\n7\n")},
         {1, "\"lw\" is no key that is known in [CPUDIAG_PARAM]",
          edit("pat_new_para.ini", "\nlv=", "\nlw=")},
+        {1, "there is no section [HDDDIAG_PARAM]: its test name goes into the last one",
+         edit("pat_new_para.ini", "[HDDDIAG_PARAM]", "[HDD_PARAM]")},
         {1, "\"ext:no\" is skipped: ", edit("pat_new_para.ini", "tp=BMOVE", "tp=ext:no")},
         {1, "lv=-1 in [CPUDIAG_PARAM]: out of range", edit("pat_new_para.ini", "lv=0", "lv=-1")},
         {1, "padiag.ini: warning: is a directory: nothing is asked for",
