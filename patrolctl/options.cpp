@@ -86,7 +86,7 @@ int ComplainOfWord(const CLI::App& app, const std::string& word) {
     const bool option = IsOption(word);
     const std::string shown = ForTerminal(word.substr(0, option ? word.find('=') : word.npos));
     if (option && command != &app && command->get_option_no_throw(shown) != nullptr) {
-        return Complain("\"" + shown + "\" belongs behind \"" + command->get_name() + "\".", "");
+        return Complain("\"" + shown + "\" goes after \"" + command->get_name() + "\".", "");
     }
     const std::string where = command == &app ? "" : " of \"" + command->get_name() + "\"";
     const std::string what = option ? "option" : command == &app ? "command" : "argument";

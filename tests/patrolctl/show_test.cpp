@@ -330,7 +330,7 @@ TEST_F(PatrolctlTest, SuggestsTheWordThatWasMeant) {
         {{"--json", "metrics"}, "no option \"--json\" of \"metrics\"."},
         {{"history", "--since", "2026-02-30"}, "neither a time"},
         {{"status", "all"}, "no argument \"all\" of \"status\"."},
-        {{"-o", "x", "report"}, "\"-o\" belongs behind \"report\"."},
+        {{"-o", "x", "report"}, "\"-o\" goes after \"report\"."},
         {{"faults", "clear", ""}, "is empty"},
         {{"validate", "--"}, "takes a file, or"},
         {{"validate", "x", "--", "true"}, "takes a file, or"},
