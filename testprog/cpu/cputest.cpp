@@ -286,6 +286,9 @@ class ProcessorTest {
             threads.emplace_back(processor, [&test, processor](bool bound) {
                 if (bound) test(processor);
             });
+            if (threads.back().started()) continue;
+            run_.Note(Format("processor %d is not tested together with the others: no thread",
+                             processor));
         }
         bool starved = false;
         for (const BoundThread& thread : threads) {
