@@ -6,7 +6,8 @@ namespace testprog {
 
 namespace {
 
-constexpr double kShareOfTime = 25;   // the reads take this part of it where others are busy
+constexpr double kShareOfTime = 100;  // the reads take this part of it where others are busy
+constexpr double kRare = 0.4;         // others that are seen less often count for less
 constexpr double kWeight = 1.0 / 16;  // of one read in what the last ones tell
 constexpr double kLongestRest = 5;
 constexpr double kMuchSlower = 3;  // than the best
@@ -30,7 +31,9 @@ double Pace::RestAfter(double seconds, uint64_t blocks, bool others_busy) {
     };
     note(&busy_, others_busy);
     note(&hindered_, hindered);
-    const double share = std::max(busy_, hindered_ > kMostly ? hindered_ : 0);
+    const double guessed = hindered_ > kMostly ? hindered_ / 3 : 0;
+    const double seen = std::max(busy_, guessed);
+    const double share = seen * std::min(1.0, seen / kRare);
     // What the disk itself needs for the read is what the others have to wait for.
     const double needed = std::min(seconds, best_ * length);
     return std::clamp(needed * (kShareOfTime * share - 1), 0.0, kLongestRest);

@@ -3,7 +3,7 @@
 // The lowest priority is not enough: most schedulers pass it over, and what a disk has begun to
 // read it reads to the end, so that a test that reads without a pause leaves others a third of
 // their rate. The test therefore rests after its reads: the longer, the more often it finds others
-// at work. Where they always are, its reads take a twenty-fifth of the time.
+// at work. Where they always are, its reads take a hundredth of the time.
 #pragma once
 
 #include <cstdint>
