@@ -290,6 +290,7 @@ class ProcessorTest {
             run_.Note(Format("processor %d is not tested together with the others: no thread",
                              processor));
         }
+        const testprog::TrapsElsewhere none_here;
         bool starved = false;
         for (const BoundThread& thread : threads) {
             while (thread.running()) {

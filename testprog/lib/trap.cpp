@@ -1,7 +1,6 @@
 #include "lib/trap.h"
 
 #include <setjmp.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <array>
@@ -84,6 +83,15 @@ std::optional<Trap> Trapped(const std::function<void()>& work) {
     }
     return left ? std::optional<Trap>(trapped) : std::nullopt;
 }
+
+TrapsElsewhere::TrapsElsewhere() {
+    sigset_t held;
+    sigemptyset(&held);
+    for (const Named& known : kSignals) sigaddset(&held, known.signal);
+    pthread_sigmask(SIG_BLOCK, &held, &before_);
+}
+
+TrapsElsewhere::~TrapsElsewhere() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
 
 std::string TrapName(const Trap& trap) {
     std::string name = "signal " + std::to_string(trap.signal);

@@ -6,6 +6,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <string>
 #include <thread>
 
 namespace testprog {
@@ -44,6 +46,20 @@ TEST(TrapTest, SignalsOfTheWorkComeBackFromEachThreadAndOthersKill) {
         pause();
     };
     EXPECT_EQ(name_of(hit_by_another).substr(0, 24), "SIGSEGV sent by process ");
+    // A signal of the whole process meets the thread at work.
+    std::atomic<bool> at_work = false;
+    std::string told;
+    std::thread worker([&] {
+        told = name_of([&] {
+            at_work = true;
+            for (;;) pause();
+        });
+    });
+    const TrapsElsewhere none_here;
+    while (!at_work) std::this_thread::yield();
+    kill(getpid(), SIGILL);
+    worker.join();
+    EXPECT_EQ(told, "SIGILL");
 }
 
 }  // namespace
