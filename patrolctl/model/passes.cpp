@@ -69,7 +69,8 @@ void SetTurns(Selection selection, std::vector<Component>* components) {
     }
     const bool all_tried = seen.count(Fingerprint(selection)) != 0;
     for (Component& component : *components) {
-        if (component.turn == kNoTurn && !all_tried) component.turn = kLateTurn;
+        if (component.turn == kNoTurn && component.enabled && !all_tried)
+            component.turn = kLateTurn;
     }
 }
 

@@ -182,7 +182,9 @@ void RecordJudge::End() {
     }
     Pass(rest.size());
     EndStray(at_);
-    if (!ended_) {
+    if (stopped_) {
+        Note(at_, "end: a pass has no result of this test");
+    } else if (!ended_) {
         Fault(at_,
               "end: expected a status record; a pass has no result of this test, an on-request "
               "run enters it as ABORT");
@@ -202,10 +204,9 @@ void RecordJudge::TakeRecord(std::string_view content) {
         Fault(at_, "order: expected nothing behind the status record; this is not read");
         return;
     }
-    if (body.head().type == 0 || body.head().lines == 0) {
-        Note(at_, "the controller stops the test here");
-        return;
-    }
+    if (stopped_) return Note(at_, "a pass does not read this");
+    stopped_ = body.head().type == 0 || body.head().lines == 0;
+    if (stopped_) return Note(at_, "the controller stops the test here");
     Judge(body, body.head().type);
 }
 

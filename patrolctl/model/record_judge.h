@@ -64,7 +64,8 @@ class RecordJudge {
     uint64_t at_ = 0;          // bytes of the stream before the next record
     uint64_t stray_from_ = 0;  // where bytes that are no record began
     bool stray_ = false;
-    bool ended_ = false;  // a status record was there
+    bool ended_ = false;    // a status record was there,
+    bool stopped_ = false;  // or a header that makes no sense, after which nothing is read
     int records_ = 0;
     int faults_ = 0;
 };

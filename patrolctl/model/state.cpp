@@ -166,9 +166,11 @@ class ScheduleReader {
     void TakeSize(Component* disk) const {
         const uint64_t known = progress_.Maximum(disk->device.c_str());
         disk->blocks = SystemBlocks(places_, disk->device);
-        if (!disk->blocks && known > 0) disk->blocks = known;
+        // A larger maximum may be that of a disk whose addresses count units of several blocks.
+        constexpr uint64_t kSurelyBlocks = uint64_t{1} << 31;
+        if (!disk->blocks && known > 0 && known < kSurelyBlocks) disk->blocks = known;
         const uint64_t blocks = disk->blocks.value_or(0);
-        if (blocks == 0) return;
+        if (blocks == 0 && known == 0) return;
         const uint64_t whole = known > 0 ? known : EndAddress(blocks);
         if (disk->address > whole) return;
         disk->ratio = static_cast<double>(disk->address) / static_cast<double>(whole);

@@ -31,6 +31,7 @@ TEST_F(PatrolctlTest, NamesTheByteAndTheRuleOfEachFault) {
          "byte 7: fault: size: expected at most 1073741824 bytes"},
         {"ONLPTL,0x00000003,abc" + Good(), "byte 7: fault: size: expected at least 45 bytes"},
         {Framed(Head("0x09") + "x\n") + Good(), "byte 18: fault: type: expected one of 0x01"},
+        {Framed(Head("0x09") + "x\n") + Good(), "end: a pass has no result of this test"},
         {With(log, 22, ";") + Good(), "byte 22: fault: header: expected a comma, found \";\""},
         {Framed(Head("0x01", "hddtest", "0x00") + "x\n"),
          "byte 23: fault: lines: expected a number"},
