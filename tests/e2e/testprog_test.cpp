@@ -76,12 +76,13 @@ hddtest|-dev /dev/null|SKIP||/dev/null is no disk)";
         EXPECT_EQ(said.records.at(1).body == info, read);
     }
     const std::string line = std::string(61, '-') + "\n";
-    const std::string words = "-lba 0x100 -debug2 -dev /dev/sda ";
+    const std::string words = "-lba 0x100 -debug2 -dev /dev/sda -seed 7 ";
     EXPECT_EQ(RunProgram("hddtest", words + "-log 1 -lv 1 /runtime 61").status(),
               "0x04,0x06,0x00000140,[[[[ PATROL DIAGNOSIS RESULT ]]]]\n" + line +
                   "PROGRAM : hddtest\nTITLE   : Disk diagnosis\nDEVICE  : /dev/sda\n"
                   "OPTION  : LEVEL 1\n          TIME  2 [MINUTE]\nRESULT  : NG ( PASS:  0 )\n"
-                  "ERROR   : sector read error at block 0x00000120: Input/output error\n" +
+                  "ERROR   : sector read error at block 0x00000120: Input/output error, seed "
+                  "0x00000007\n" +
                   line + "I0399:<<hddtest Error Ended>>\n" + std::string(78, '=') + "\n");
     EXPECT_EQ(RunProgram("memtest", "-size 64KB").status().substr(21, 34),
               "[[[[ DIAGNOSIS RESULT ]]]]       \n");
@@ -95,6 +96,9 @@ TEST_F(TestProgramTest, ASeedRepeatsARunAndErrorsTellWhatASecondLookGave) {
                     "), again \\2)(, physical " + number + ")?" + seeded)},
         {"cputest|-dbg_modid 0x20000 -dbg_point 3",
          std::regex("(processor \\d+ register ffff: expected " + number + " got (" + number +
+                    "), again \\2)()" + seeded)},
+        {"cputest|-tp cache -dbg_modid 0x40000 -dbg_point 1",
+         std::regex("(processor \\d+ walk \\d+[KM]/8: expected " + number + " got (" + number +
                     "), again \\2)()" + seeded)}};
     for (const auto& [words, form] : cases) {
         const Strings command = Split(words, '|');
@@ -387,16 +391,19 @@ TEST_F(TestProgramTest, AnInputOutputErrorOfABlockDeviceIsFoundAtItsAddress) {
     alignas(4096) char block[512];
     const bool fails = ready && pread(loop, block, 512, 0) == 512 &&
                        pread(loop, block, 512, 0xfff * 512) < 0 && errno == EIO;
-    const Said said = fails ? RunProgram("hddtest", "-dev " + device + " -retry 1") : Said();
+    const Said said =
+        fails ? RunProgram("hddtest", "-dev " + device + " -retry 1 -seed 7") : Said();
     for (const int fd : {control, file, loop}) close(fd);
     if (!fails) GTEST_SKIP() << "no loop device that fails to read can be had here";
-    EXPECT_EQ(said.error, "sector read error at block 0x00000064: Input/output error");
+    EXPECT_EQ(said.error,
+              "sector read error at block 0x00000064: Input/output error, seed 0x00000007");
     EXPECT_EQ(said.status().substr(0, 20), "0x04,0x06,0x00000080");
     EXPECT_EQ(said.records.at(1).body.substr(0, 23), "0x00001000,0x0200,0x01,");
 }
 
 TEST_F(TestProgramTest, APassTellsGoodAndBadResultsOfEveryKind) {
-    const std::string unread = "sector read error at block 0x00000820: Input/output error";
+    const std::string unread =
+        "sector read error at block 0x00000820: Input/output error, seed 0x00000007";
     EventPipe pipe(agent_);
     for (const bool failed : {false, true}) {
         SCOPED_TRACE(failed);
@@ -407,7 +414,7 @@ TEST_F(TestProgramTest, APassTellsGoodAndBadResultsOfEveryKind) {
         agent_.Write("data/pat_new_para.ini",
                      "[CPUDIAG_PARAM]\ntp=register" + error +
                          "[MEMDIAG_PARAM]\ntp_error=BMOVEX -size 64KB\ntp=BMOVE -size 64KB" +
-                         error + "[HDDDIAG_PARAM]\ntp=sector" + error);
+                         error + "[HDDDIAG_PARAM]\ntp=sector -seed 7" + error);
         Pass(WithImages());
         const auto line = [&](const std::string& what, const std::string& message) {
             return (failed ? "ERROR   " + what + " [#s] " + message : "OK      " + what + " [#s]") +
